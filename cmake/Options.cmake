@@ -1,0 +1,24 @@
+# One place for what every target of the tree is built with.
+add_library(ccu_options INTERFACE)
+target_include_directories(ccu_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(ccu_options INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${CCU_WERROR}>:-Werror>)
+
+if(CCU_SANITIZE)
+    target_compile_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE} -fno-omit-frame-pointer
+                                                 -fno-sanitize-recover=all)
+    target_link_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE})
+endif()
+
+if(CCU_COVERAGE)
+    target_compile_options(ccu_options INTERFACE --coverage -fno-inline)
+    target_link_options(ccu_options INTERFACE --coverage)
+endif()
+
+# One static library a folder: the tree's rooms are its targets, and their link lines are its arrows.
+function(ccu_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE ccu_options)
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+endfunction()
