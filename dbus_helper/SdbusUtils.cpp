@@ -1,0 +1,119 @@
+#include "dbus_helper/SdbusUtils.h"
+
+#include "dbus_helper/Handles.h"
+
+namespace sdbus_utils
+{
+namespace
+{
+
+using DbusHelper::Body;
+using DbusHelper::Endpoint;
+using DbusHelper::Outcome;
+
+template <typename T, int (*Parse)(sd_bus_message*, T&)>
+Body ReaderInto(T& value)
+{
+    return {[](sd_bus_message* message, void* target) { return Parse(message, *static_cast<T*>(target)); }, &value};
+}
+
+int ReadPath(sd_bus_message* message, std::string& path)
+{
+    const char* text = nullptr;
+    const int result = sd_bus_message_read_basic(message, 'o', &text);
+    if (result > 0)
+    {
+        path = text;
+    }
+    return result == 0 ? -ENXIO : result;
+}
+
+/// Reads "a{sa{sv}}"; `step` tells what failed.
+int ReadInterfaces(sd_bus_message* message, InterfaceMap& interfaces, InterfacesStep& step)
+{
+    step = InterfacesStep::Interface;
+    int result = sd_bus_message_enter_container(message, 'a', "{sa{sv}}");
+    while (result >= 0 && (result = sd_bus_message_enter_container(message, 'e', "sa{sv}")) > 0)
+    {
+        std::string name;
+        result = DbusHelper::Codec<std::string>::Read(message, name);
+        if (result < 0)
+        {
+            return result;
+        }
+        result = ParseProperties(message, interfaces[name]);
+        if (result < 0)
+        {
+            step = InterfacesStep::Properties;
+            return result;
+        }
+        result = sd_bus_message_exit_container(message);
+    }
+    result = result < 0 ? result : sd_bus_message_exit_container(message);
+    step = result < 0 ? InterfacesStep::Interface : InterfacesStep::Done;
+    return result;
+}
+
+int ReadObjects(sd_bus_message* message, object_manager::ManagedObjects& objects)
+{
+    int result = sd_bus_message_enter_container(message, 'a', "{oa{sa{sv}}}");
+    while (result >= 0 && (result = sd_bus_message_enter_container(message, 'e', "oa{sa{sv}}")) > 0)
+    {
+        std::string path;
+        InterfacesStep step{};
+        result = ReadPath(message, path);
+        result = result < 0 ? result : ReadInterfaces(message, objects[path], step);
+        result = result < 0 ? result : sd_bus_message_exit_container(message);
+    }
+    return result < 0 ? result : sd_bus_message_exit_container(message);
+}
+
+} // namespace
+
+int32_t GetAllProperties(sd_bus* bus, const char* service, const char* path, const char* interface,
+                         TypedPropertyMap& properties)
+{
+    const std::string name = interface;
+    std::tuple<const std::string&> arguments(name);
+    return DbusHelper::Invoke(bus, Endpoint{service, path, "org.freedesktop.DBus.Properties"}, "GetAll",
+                              {&DbusHelper::TransferIn<std::string>, &arguments},
+                              ReaderInto<TypedPropertyMap, &ParsePropertiesWithType>(properties))
+        .result;
+}
+
+int32_t object_manager::GetManagedObjects(sd_bus* bus, const char* service, const char* path, ManagedObjects& objects,
+                                          std::string& errorText)
+{
+    ManagedObjects read;
+    std::tuple<> none;
+    Outcome outcome =
+        DbusHelper::Invoke(bus, Endpoint{service, path, "org.freedesktop.DBus.ObjectManager"}, "GetManagedObjects",
+                           {&DbusHelper::TransferIn<>, &none}, ReaderInto<ManagedObjects, &ReadObjects>(read));
+    if (outcome.Ok())
+    {
+        objects = std::move(read);
+    }
+    errorText = std::move(outcome.errorText);
+    return outcome.result;
+}
+
+int32_t ParseInterfaceAdded(sd_bus_message* message, std::string& path, InterfaceMap& interfaces, InterfacesStep& step)
+{
+    step = InterfacesStep::Interface;
+    const int result = ReadPath(message, path);
+    return result < 0 ? result : ReadInterfaces(message, interfaces, step);
+}
+
+int32_t ParseInterfaceRemoved(sd_bus_message* message, std::string& path, std::vector<std::string>& interfaces)
+{
+    std::vector<std::string> names;
+    int result = ReadPath(message, path);
+    result = result < 0 ? result : DbusHelper::Codec<std::vector<std::string>>::Read(message, names);
+    if (result >= 0)
+    {
+        interfaces = std::move(names);
+    }
+    return result;
+}
+
+} // namespace sdbus_utils
