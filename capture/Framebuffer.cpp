@@ -1,0 +1,104 @@
+#include "capture/Framebuffer.h"
+
+#include "capture/PixelBlend.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+constexpr uint64_t largestImageBytes = uint64_t{256} * 1024 * 1024;
+
+int ReadFully(int descriptor, uint8_t* bytes, size_t length, int64_t offset)
+{
+    while (length > 0)
+    {
+        const ssize_t count = pread(descriptor, bytes, length, offset);
+        if (count == 0)
+        {
+            return -EIO;
+        }
+        if (count < 0 && errno != EINTR)
+        {
+            return -errno;
+        }
+        const auto done = static_cast<size_t>(std::max<ssize_t>(count, 0));
+        bytes += done;
+        length -= done;
+        offset += static_cast<int64_t>(done);
+    }
+    return 0;
+}
+
+} // namespace
+
+PixelBuffer AllocateRows(uint64_t stride, uint64_t height)
+{
+    if (stride > largestImageBytes || stride * (height + 1) > largestImageBytes)
+    {
+        return nullptr;
+    }
+    const uint64_t visible = stride * height;
+    // At least a byte, since no bytes may well be a null pointer.
+    PixelBuffer rows(static_cast<uint8_t*>(std::malloc(std::max<uint64_t>(visible + stride, 1))));
+    if (rows != nullptr)
+    {
+        std::memset(rows.get() + visible, 0, stride);
+    }
+    return rows;
+}
+
+int ReadWindow(int descriptor, const fb_var_screeninfo& screen, uint32_t rowLength, uint32_t padding, uint8_t* rows)
+{
+    const uint64_t pixelBytes = screen.bits_per_pixel / 8;
+    const uint64_t pitch = screen.xres_virtual * pixelBytes;
+    const uint64_t lastRow = uint64_t{screen.yoffset} + screen.yres;
+    int64_t end = 0;
+    if (screen.xres == 0 || screen.yres == 0 || uint64_t{screen.xoffset} + screen.xres > screen.xres_virtual ||
+        __builtin_mul_overflow(lastRow, pitch, &end))
+    {
+        return -EINVAL;
+    }
+    const bool isInOnePiece = padding == 0 && rowLength == pitch;
+    const uint64_t pieces = isInOnePiece ? 1 : screen.yres;
+    const uint64_t pieceLength = isInOnePiece ? pitch * screen.yres : rowLength;
+    const uint64_t stride = uint64_t{rowLength} + padding;
+    const uint64_t first = screen.yoffset * pitch + screen.xoffset * pixelBytes;
+    int result = 0;
+    for (uint64_t i = 0; i < pieces && result == 0; ++i)
+    {
+        result = ReadFully(descriptor, rows + i * stride, pieceLength, static_cast<int64_t>(first + i * pitch));
+    }
+    return result;
+}
+
+void MirrorShifted(FramebufferImage& image, uint8_t* scratch)
+{
+    const size_t stride = image.Stride();
+    uint8_t* upper = image.data.get();
+    uint8_t* lower = upper + stride * image.height;
+    for (uint32_t i = 0; stride > 0 && i < image.height / 2; ++i, upper += stride, lower -= stride)
+    {
+        std::memcpy(scratch, upper, stride);
+        std::memcpy(upper, lower, stride);
+        std::memcpy(lower, scratch, stride);
+    }
+}
+
+void BlendLayers(FramebufferImage& video, const FramebufferImage& overlay)
+{
+    uint8_t* videoRow = video.data.get();
+    const uint8_t* overlayRow = overlay.data.get();
+    for (uint32_t i = 0; i < video.height; ++i, videoRow += video.Stride(), overlayRow += overlay.Stride())
+    {
+        BlendRow(videoRow, overlayRow, video.width);
+    }
+}
+
+} // namespace ControllerDaemon

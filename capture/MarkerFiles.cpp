@@ -1,0 +1,140 @@
+#include "capture/MarkerFiles.h"
+
+#include "dbus_helper/Log.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <linux/msdos_fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+enum class HideResult : uint8_t
+{
+    Hidden,
+    NotRead,
+    NotWritten,
+};
+
+HideResult SetHiddenAttribute(int descriptor)
+{
+    uint32_t attributes = 0;
+    if (ioctl(descriptor, FAT_IOCTL_GET_ATTRIBUTES, &attributes) != 0)
+    {
+        return HideResult::NotRead;
+    }
+    attributes |= ATTR_HIDDEN;
+    return ioctl(descriptor, FAT_IOCTL_SET_ATTRIBUTES, &attributes) != 0 ? HideResult::NotWritten : HideResult::Hidden;
+}
+
+std::string MarkerPath(const std::string& mediaPath, const char* suffix)
+{
+    if (mediaPath.empty())
+    {
+        return {};
+    }
+    const std::filesystem::path media(mediaPath);
+    std::string name = ".";
+    name += media.stem().string();
+    name += suffix;
+    return (media.parent_path() / name).string();
+}
+
+int RemoveFile(const std::string& path, const char* operation, const char* name)
+{
+    std::error_code error;
+    std::filesystem::remove(path, error);
+    if (error)
+    {
+        Log::Error("%s Filesystem error attempting to remove %s file %s", operation, name, path.c_str());
+    }
+    return error.value();
+}
+
+} // namespace
+
+std::string RecActivePath(const std::string& mediaPath) { return MarkerPath(mediaPath, "-recActive"); }
+std::string RecoveryPath(const std::string& mediaPath) { return MarkerPath(mediaPath, "-recovery"); }
+
+bool CreateHiddenFile(const std::string& path, bool ownerExecute)
+{
+    const mode_t mode = ownerExecute ? S_IWUSR | S_IXUSR : S_IWUSR;
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (descriptor < 0)
+    {
+        return false;
+    }
+    const bool hidden = SetHiddenAttribute(descriptor) == HideResult::Hidden;
+    return close(descriptor) == 0 && hidden;
+}
+
+bool MakeHidden(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_APPEND | O_CLOEXEC);
+    if (descriptor < 0)
+    {
+        Log::Error("MakeHidden: Failed to open file - %s", path.c_str());
+        return false;
+    }
+    const HideResult result = SetHiddenAttribute(descriptor);
+    if (result == HideResult::NotRead)
+    {
+        Log::Error("MakeHidden: Failed to read FAT attributes - %s", path.c_str());
+        close(descriptor);
+        return false;
+    }
+    if (result == HideResult::NotWritten)
+    {
+        // "CheckHidden" and the level are what support people search for; both are deliberate.
+        Log::Info("CheckHidden: Failed to write FAT attributes - %s", path.c_str());
+    }
+    if (close(descriptor) != 0)
+    {
+        Log::Error("CheckHidden: Failed to close file - %s", path.c_str());
+        return false;
+    }
+    return result == HideResult::Hidden;
+}
+
+int RemoveRecActiveFile(const std::string& mediaPath)
+{
+    return RemoveFile(RecActivePath(mediaPath), "int RemoveRecActiveFile(std::__cxx11::string&)", "recActive");
+}
+
+int RemoveRecoveryFile(const std::string& mediaPath)
+{
+    return RemoveFile(RecoveryPath(mediaPath), "int RemoveRecoveryFile(std::__cxx11::string&)", "recovery");
+}
+
+bool TryFsExists(const std::string& path)
+{
+    std::error_code error;
+    const bool exists = std::filesystem::exists(path, error);
+    if (error)
+    {
+        Log::Error("TryFsExists - Filesystem error checking for existence of %s: %s.\n", path.c_str(),
+                   error.message().c_str());
+        return false;
+    }
+    return exists;
+}
+
+bool IsFat(const std::string& path)
+{
+    struct statfs64 status
+    {};
+    return statfs64(path.c_str(), &status) == 0 && status.f_type == MSDOS_SUPER_MAGIC;
+}
+
+} // namespace ControllerDaemon

@@ -1,0 +1,69 @@
+#include "capture/SnapshotCapture.h"
+
+#include "capture/CaptureMetadata.h"
+#include "capture/CaptureReply.h"
+#include "capture/MediaItem.h"
+#include "capture/StorageManager.h"
+#include "clients/JobsManager.h"
+#include "clients/VideoDaemonDbusHandler.h"
+#include "dbus_helper/Log.h"
+#include "dbus_helper/OperationText.h"
+
+#include <filesystem>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+using DbusHelper::CaptureErrorCode;
+using DbusHelper::operationText;
+using libjobsdaemon::JobsManager;
+
+template <typename Type>
+constexpr const char* snapshotText = operationText<Type, "ControllerDaemon::SnapshotCapture::Snapshot">.c_str();
+
+constexpr const char* text = snapshotText<CaptureErrorCode(uint32_t, uint32_t, uint32_t, std::string&)>;
+
+/// Failures are logged and no more: the picture is on the storage, with or without a record of it.
+void AddMediaItem(const std::string& path)
+{
+    JobsManagerD::cameraAngles_t angles;
+    JobsManagerD::reelDistance_t distance;
+    GetCameraAngles(angles);
+    GetReelDistances(distance);
+    int32_t jobsCode = 0;
+    const int32_t result = JobsManager::AddSnapshotMediaItem(path, "snapshot", angles, distance, jobsCode);
+    MediaItemDone({text, "add", "snapshot"}, result, jobsCode);
+}
+
+} // namespace
+
+CaptureErrorCode SnapshotCapture::Snapshot(uint32_t width, uint32_t height, uint32_t quality, std::string& path)
+{
+    Log::Info("%s called", text);
+    const CaptureErrorCode code = StorageManager::GetNextSnapshotPath(path);
+    if (code != CaptureErrorCode::Success)
+    {
+        Log::Info("Failed to get snapshot filepath");
+        return code;
+    }
+    Log::Info("%s Snapshot Filepath %s", text, path.c_str());
+    if (Videod::VideoDaemonDbusHandler::Snapshot(path, width, height, quality) < 0)
+    {
+        Log::Error("%s Failed to generate snapshot", text);
+        std::error_code ignored; // the video daemon may have left part of a file, or nothing
+        std::filesystem::remove(path, ignored);
+        return CaptureErrorCode::Unknown;
+    }
+    Log::Info("%s Stopped snapshot", text);
+    AddMediaItem(path);
+    return CaptureErrorCode::Success;
+}
+
+int SnapshotCapture::Snapshot(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerCapturedFile<uint32_t, uint32_t, uint32_t>(message, snapshotText<sd_bus_message_handler_t>, &Snapshot);
+}
+
+} // namespace ControllerDaemon

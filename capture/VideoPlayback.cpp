@@ -1,0 +1,268 @@
+#include "capture/VideoPlayback.h"
+
+#include "capture/CaptureReply.h"
+#include "capture/MarkerFiles.h"
+#include "dbus_helper/Log.h"
+#include "dbus_helper/OperationText.h"
+
+#include <filesystem>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+using DbusHelper::FixedString;
+using DbusHelper::PlaybackErrorCode;
+using DbusHelper::PlaybackRuntimeError;
+using Videod::VideoDaemonDbusHandler;
+
+/// The state in which the video daemon's player gave up.
+constexpr int32_t stateError = -1;
+
+/// Class-level state: handlers are plain functions.
+struct State
+{
+    sd_bus* bus = nullptr;
+};
+State state;
+
+template <typename Type, FixedString operation>
+constexpr const char* textOf =
+    DbusHelper::operationText<Type, Concat(FixedString{"ControllerDaemon::VideoPlayback::"}, operation)>.c_str();
+
+/// Whether there is something to play. What speaks against it is logged, the first of it alone.
+bool IsPlayable(const char* text, const std::string& filename)
+{
+    const std::filesystem::path path(filename);
+    std::error_code error;
+    const bool exists = std::filesystem::exists(path, error);
+    if (error)
+    {
+        Log::Info("%s VideoPlaybackStart(): filename %s existence check failed: %s", text, filename.c_str(),
+                  error.message().c_str());
+        return false;
+    }
+    if (!exists)
+    {
+        Log::Info("%s VideoPlaybackStart(): filename %s doesn't exist", text, filename.c_str());
+        return false;
+    }
+    if (!path.is_absolute())
+    {
+        Log::Info("%s VideoPlaybackStart(): filename %s isn't absolute", text, filename.c_str());
+        return false;
+    }
+    const auto bytes = std::filesystem::file_size(path, error);
+    if (error)
+    {
+        Log::Info("%s VideoPlaybackStart(): filename %s can't get file size", text, filename.c_str());
+        return false;
+    }
+    if (bytes == 0)
+    {
+        Log::Info("%s VideoPlaybackStart(): filename %s file is zero length", text, filename.c_str());
+        return false;
+    }
+    return true;
+}
+
+/// The words of an order to the player in its lines.
+struct Words
+{
+    const char* order;
+    const char* verb;
+    const char* done;
+};
+
+PlaybackErrorCode Report(const Words& words, int32_t result)
+{
+    if (result < 0)
+    {
+        Log::Error("Video::%s(): Failed to %s playback\n", words.order, words.verb);
+        return PlaybackErrorCode::Unknown;
+    }
+    Log::Info("Video::%s(): %s", words.order, words.done);
+    return PlaybackErrorCode::Success;
+}
+
+/// A property access that failed at `step`: logged, and told to the client in the same words.
+int Fail(sd_bus_error* error, const char* text, const char* step, int result)
+{
+    Log::Error("%s %s failed", text, step);
+    sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "%s failed", step);
+    return result;
+}
+
+/// Storage that went away takes a playback from it with it.
+void CheckAfterRemoval()
+{
+    if (VideoPlayback::StopAndCancelInvalidPlaybacks())
+    {
+        EmitPlaybackError(state.bus, PlaybackRuntimeError::StorageRemoved);
+    }
+}
+
+} // namespace
+
+VideoPlayback::VideoPlayback(VideoDaemonDbusHandler& video, Storaged::StorageDaemonDbusHandler& storage)
+{
+    video.PlaybackStateChanged().connect(sigc::ptr_fun(&VideoPlaybackStateChangedHandler));
+    storage.PropertiesChanged().connect(sigc::ptr_fun(&StoragePropertiesChangedHandler));
+    storage.InterfacesRemoved().connect(sigc::ptr_fun(&StorageRemovedHandler));
+}
+
+void VideoPlayback::SetBus(sd_bus* bus) { state.bus = bus; }
+
+PlaybackErrorCode VideoPlayback::VideoPlaybackStart(const std::string& filename, double rate)
+{
+    constexpr const char* text = textOf<PlaybackErrorCode(const std::string&, double), "VideoPlaybackStart">;
+    Log::Info("%s VideoPlaybackStart %s %lf", text, filename.c_str(), rate);
+    if (!IsPlayable(text, filename))
+    {
+        return PlaybackErrorCode::NoFile;
+    }
+    if (VideoDaemonDbusHandler::StartPlayback(filename, rate) < 0)
+    {
+        Log::Error("%s VideoPlaybackStart(): Failed to start playback\n", text);
+        return PlaybackErrorCode::Unknown;
+    }
+    Log::Info("%s VideoPlaybackStart(): Started playback", text);
+    return PlaybackErrorCode::Success;
+}
+
+PlaybackErrorCode VideoPlayback::VideoPlaybackStop(bool restartLive)
+{
+    Log::Info("%s called restartLive=%d", textOf<PlaybackErrorCode(bool), "VideoPlaybackStop">, restartLive ? 1 : 0);
+    return Report({"StopPlayback", "stop", "Stopped playback"}, VideoDaemonDbusHandler::StopPlayback(restartLive));
+}
+
+PlaybackErrorCode VideoPlayback::VideoPlaybackPause()
+{
+    Log::Info("%s called", textOf<PlaybackErrorCode(), "VideoPlaybackPause">);
+    return Report({"PausePlayback", "pause", "Paused playback"}, VideoDaemonDbusHandler::PausePlayback());
+}
+
+PlaybackErrorCode VideoPlayback::VideoPlaybackResume()
+{
+    Log::Info("%s called", textOf<PlaybackErrorCode(), "VideoPlaybackResume">);
+    return Report({"ResumePlayback", "resume", "Resumed playback"}, VideoDaemonDbusHandler::ResumePlayback());
+}
+
+PlaybackErrorCode VideoPlayback::VideoPlaybackSeek(int32_t position)
+{
+    Log::Info("%s called", textOf<PlaybackErrorCode(int32_t), "VideoPlaybackSeek">);
+    return Report({"SeekPlayback", "seek", "seek playback ok"}, VideoDaemonDbusHandler::SeekPlayback(position));
+}
+
+int VideoPlayback::VideoPlaybackStart(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerPlayback<const std::string&, double>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackStart">,
+                                                      &VideoPlaybackStart);
+}
+int VideoPlayback::VideoPlaybackStop(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerPlayback<bool>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackStop">, &VideoPlaybackStop);
+}
+int VideoPlayback::VideoPlaybackPause(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerPlayback<>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackPause">, &VideoPlaybackPause);
+}
+int VideoPlayback::VideoPlaybackResume(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerPlayback<>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackResume">, &VideoPlaybackResume);
+}
+int VideoPlayback::VideoPlaybackSeek(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+{
+    return AnswerPlayback<int32_t>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackSeek">, &VideoPlaybackSeek);
+}
+
+int VideoPlayback::GetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
+                                        const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
+                                        sd_bus_error* error) noexcept
+{
+    double rate = 0;
+    const int32_t result = VideoDaemonDbusHandler::GetPlaybackRate(rate);
+    if (result < 0)
+    {
+        return Fail(error, textOf<sd_bus_property_get_t, "GetVideoPlaybackRate">, "Video::GetPlaybackRate", result);
+    }
+    return sd_bus_message_append_basic(reply, 'd', &rate);
+}
+
+int VideoPlayback::SetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
+                                        const char* /*property*/, sd_bus_message* value, void* /*userData*/,
+                                        sd_bus_error* error) noexcept
+{
+    constexpr const char* text = textOf<sd_bus_property_set_t, "SetVideoPlaybackRate">;
+    Log::Info("%s called", text);
+    double rate = 0;
+    int32_t result = sd_bus_message_read_basic(value, 'd', &rate);
+    if (result < 0)
+    {
+        return Fail(error, text, "SetVideoPlaybackRate sd_bus_message_read()", result);
+    }
+    Log::Info("%s SetVideoPlaybackRate playback_rate = %lf", text, rate);
+    result = VideoDaemonDbusHandler::SetPlaybackRate(rate);
+    return result < 0 ? Fail(error, text, "Video::SetPlaybackRate", result) : result;
+}
+
+void VideoPlayback::VideoPlaybackStateChangedHandler(int32_t newState)
+{
+    constexpr const char* text = textOf<void(int32_t), "VideoPlaybackStateChangedHandler">;
+    Log::Info("%s enter", text);
+    Log::Info("%s video playback state -> %d", text, newState);
+    if (newState == stateError && StopAndCancelInvalidPlaybacks())
+    {
+        EmitPlaybackError(state.bus, static_cast<PlaybackRuntimeError>(newState));
+    }
+    Log::Info("%s enter", text); // "enter" on the way out, too: this line has always read so
+}
+
+// NOLINTBEGIN(performance-unnecessary-value-param): slots take what their signals give
+void VideoPlayback::StoragePropertiesChangedHandler(std::string /*objectPath*/,
+                                                    const sdbus_utils::PropertyMap& properties)
+{
+    const auto found = properties.find("IsMounted");
+    const bool* mounted = found == properties.end() ? nullptr : std::any_cast<bool>(&found->second);
+    if (mounted != nullptr && !*mounted)
+    {
+        CheckAfterRemoval();
+    }
+}
+
+void VideoPlayback::StorageRemovedHandler(std::string /*objectPath*/, const std::vector<std::string>& /*interfaces*/)
+{
+    CheckAfterRemoval();
+}
+// NOLINTEND(performance-unnecessary-value-param)
+
+bool VideoPlayback::StopAndCancelInvalidPlaybacks()
+{
+    constexpr const char* text = textOf<bool(), "StopAndCancelInvalidPlaybacks">;
+    Log::Info("%s enter", text);
+    bool cancelled = false;
+    std::string filename;
+    if (VideoDaemonDbusHandler::GetPlaybackFilename(filename) < 0)
+    {
+        Log::Error("%s Failed to get video playback filename", text);
+    }
+    else if (filename.empty())
+    {
+        Log::Info("%s empty playback filename", text);
+    }
+    else if (TryFsExists(filename))
+    {
+        Log::Info("%s playback file %s is still mounted", text, filename.c_str());
+    }
+    else
+    {
+        Log::Error("%s playback file %s is no longer mounted - cancelling playback", text, filename.c_str());
+        VideoPlaybackStop(false);
+        cancelled = true;
+    }
+    Log::Info("%s leave", text);
+    return cancelled;
+}
+
+} // namespace ControllerDaemon
