@@ -1,0 +1,87 @@
+#include "daemon/Controller.h"
+
+#include "daemon/ControllerMembers.h"
+#include "dbus_helper/Log.h"
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+constexpr const char* constructorText =
+    "ControllerDaemon::Controller::Controller(ControllerDaemon::ControllerDbusListener&, sd_event*)";
+
+void ReportSubscription(int32_t result, const char* sibling)
+{
+    if (result < 0)
+    {
+        Log::Error("%s: Failed to register %s d-bus listener", constructorText, sibling);
+    }
+}
+
+} // namespace
+
+Controller::Controller(ControllerDbusListener& listener, sd_event* event)
+    : DbusServer("com.tavilon.common.Controller1", "/com/tavilon/common/Controller1",
+                 "com.tavilon.common.Controller1.Control", false, false, event),
+      listener_(listener), video_(event), jobs_(event), storage_(event), event_(event)
+{
+    FollowSiblings();
+    autoLogCapture_ = std::make_shared<AutoLogCapture>(video_, storage_);
+    videoCapture_ = std::make_shared<VideoCapture>(video_, storage_);
+    videoPlayback_ = std::make_shared<VideoPlayback>(video_, storage_);
+    photoTalkCapture_ = std::make_shared<PhotoTalkCapture>(video_, storage_);
+    snapshotCapture_ = std::make_shared<SnapshotCapture>();
+    screenshotCapture_ = std::make_shared<ScreenshotCapture>();
+    RegisterMembers();
+    if (DbusServer::Start() < 0)
+    {
+        Log::Error("Failed to DbusServer::Start();");
+    }
+}
+
+Controller::~Controller() { Stop(); }
+
+int32_t Controller::Start()
+{
+    VideoCapture::SetBus(GetBus());
+    VideoPlayback::SetBus(GetBus());
+    PhotoTalkCapture::SetBus(GetBus());
+    AutoLogCapture::SetBus(GetBus());
+    return 0;
+}
+
+void Controller::FollowSiblings()
+{
+    settings_ = std::make_shared<Settingsd::SettingsDaemonDbusHandler>(event_);
+    ReportSubscription(settings_->Listen(), "SettingsDaemon");
+    ReportSubscription(video_.ListenSignals({"PropertiesChanged", "VideoGrew", "PhotoTalkGrew", "AutoLogGrew"}),
+                       "VideoDaemon");
+    // Devices that appear are no business of this daemon: it looks for them when it needs one.
+    ReportSubscription(storage_.ListenSignals({"PropertiesChanged", "InterfacesRemoved"}), "StorageDaemon");
+}
+
+void Controller::RegisterMembers()
+{
+    for (const Member& member : ControllerMembers())
+    {
+        switch (member.kind)
+        {
+        case Member::Kind::Method:
+            AddVtableMethod(member.name, member.signature, member.result, member.handler, member.flags,
+                            member.argumentNames, member.resultNames);
+            break;
+        case Member::Kind::Property:
+            AddVtableProperty(member.name, member.signature, member.getter, member.setter, member.flags);
+            break;
+        case Member::Kind::ReadOnlyProperty:
+            AddVtablePropertyReadOnly(member.name, member.signature, member.getter, member.flags);
+            break;
+        case Member::Kind::Signal:
+            AddVtableSignal(member.name, member.signature, member.flags, member.argumentNames);
+            break;
+        }
+    }
+}
+
+} // namespace ControllerDaemon
