@@ -1,0 +1,10 @@
+"""A camera unit without the camera: private buses, simulated sibling daemons and the unmodified daemon among them."""
+
+from .client import Client, DbusFailure
+from .daemon import DaemonFailure
+from .faults import ABSENT, CODE, DIE, DIE_AFTER, LATE, REFUSE, SILENT, WRONG_TYPE
+from .unit import ALL_SIBLINGS, VirtualUnit
+from .values import Typed
+
+__all__ = ["ABSENT", "ALL_SIBLINGS", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure", "LATE",
+           "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]

@@ -1,0 +1,103 @@
+"""A private message bus: our own configuration, a socket in the unit's folder, no service activation."""
+
+import os
+import select
+import subprocess
+import threading
+
+from .loop import spawn
+
+_CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>{kind}</type>
+  <listen>unix:path={socket}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+  </policy>
+{limits}
+</busconfig>
+"""
+
+_LIMITS = {
+    "max_incoming_bytes": 1000000000,
+    "max_outgoing_bytes": 1000000000,
+    "max_message_size": 1000000000,
+    "max_completed_connections": 3000,
+    "max_incomplete_connections": 500,
+    "max_connections_per_user": 3000,
+    "max_names_per_connection": 50000,
+    "max_match_rules_per_connection": 50000,
+    "max_replies_per_connection": 50000,
+    "service_start_timeout": 120000,
+    "auth_timeout": 240000,
+}
+
+
+class PrivateBus:
+    """One dbus-daemon of type "session" or "system"; `address` is valid once `wait_ready` has returned."""
+
+    def __init__(self, directory, kind):
+        self.kind = kind
+        self.address = f"unix:path={directory}/{kind}.socket"
+        limits = "\n".join(f'  <limit name="{name}">{value}</limit>' for name, value in _LIMITS.items())
+        configuration = os.path.join(directory, f"{kind}.conf")
+        with open(configuration, "w", encoding="utf-8") as file:
+            file.write(_CONFIGURATION.format(kind=kind, socket=f"{directory}/{kind}.socket", limits=limits))
+        self._complaints = os.path.join(directory, f"{kind}.stderr")
+        reader, writer = os.pipe()
+        self._ready = reader
+        self._stop_lock = threading.Lock()
+        try:
+            with open(self._complaints, "wb") as complaints:
+                self._process = spawn(
+                    ["dbus-daemon", "--nofork", "--nopidfile", f"--print-address={writer}",
+                     f"--config-file={configuration}"],
+                    pass_fds=(writer,), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=complaints)
+        except BaseException:
+            os.close(reader)
+            raise
+        finally:
+            os.close(writer)
+
+    @property
+    def pid(self):
+        """Process id of the dbus-daemon."""
+        return self._process.pid
+
+    def wait_ready(self, timeout=10):
+        """Waits until the bus listens."""
+        text = b""
+        try:
+            while not text.endswith(b"\n"):
+                if not select.select([self._ready], [], [], timeout)[0]:
+                    raise TimeoutError(f"the {self.kind} bus did not start within {timeout} s")
+                chunk = os.read(self._ready, 4096)
+                if not chunk:
+                    status = self._process.wait()
+                    raise RuntimeError(f"the {self.kind} bus ended with {status}: {self._read_complaints()}")
+                text += chunk
+        finally:
+            self._close_ready()
+        self.address = text.decode().strip()
+        return self
+
+    def _read_complaints(self):
+        with open(self._complaints, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def _close_ready(self):
+        reader, self._ready = self._ready, None
+        if reader is not None:
+            os.close(reader)
+
+    def stop(self):
+        """Ends the bus and reaps it; every connection to it is cut. Can be called again."""
+        with self._stop_lock:
+            self._close_ready()
+            self._process.kill()
+            self._process.wait()

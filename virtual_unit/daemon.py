@@ -1,0 +1,208 @@
+"""The daemon under the virtual unit: the unmodified binary, started and supervised as systemd does it."""
+
+import glob
+import os
+import select
+import signal
+import socket
+import subprocess
+import time
+
+from .loop import spawn
+
+#: Variables of the caller that reach the daemon: what test tools put into the environment.
+_PASSED_ON = ("ASAN_", "UBSAN_", "LSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_")
+
+#: With this variable in the caller's environment the daemon is ended through its own loop, so that leak checkers run
+#: and coverage is written; otherwise as systemd does it.
+_ORDERLY = "CCU_ORDERLY_END"
+
+#: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
+END_SECONDS = (0.5, 20)
+
+
+class DaemonFailure(AssertionError):
+    """The daemon died, did not start or did not end in time, or a sanitizer has reported something."""
+
+
+class Daemon:
+    """One process of the daemon at a time; started again at will."""
+
+    def __init__(self, build_dir, directory, environment):
+        self.directory = directory
+        self.binary = os.path.join(build_dir, "daemon", "controllerd")
+        self.preloads = [os.path.join(build_dir, "virtual_unit", "preload", f"lib{name}.so")
+                         for name in ("syslog_capture", "daemon_probe", "framebuffer")]
+        self.log_path = os.path.join(directory, "syslog")
+        self.error_path = os.path.join(directory, "stderr")
+        self.notifications = []
+        self.unexpected_end = False
+        self._environment = environment
+        self._process = None
+        self._notify = None
+
+    # Environment ------------------------------------------------------------------------------------------------------
+
+    def _sanitizer_options(self, name):
+        reports = f"log_path={self.directory}/sanitizer:print_stacktrace=1"
+        first = "verify_asan_link_order=0:" if name == "ASAN_OPTIONS" else ""
+        own = os.environ.get(name, "")
+        return f"{own}:{first}{reports}" if own else first + reports
+
+    def environment(self):
+        """The daemon's whole environment."""
+        passed = {name: value for name, value in os.environ.items() if name.startswith(_PASSED_ON)}
+        own = {
+            "PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "TZ": "UTC",
+            "XDG_RUNTIME_DIR": self.directory, "NOTIFY_SOCKET": self._notify_path(),
+            "LD_PRELOAD": " ".join(self.preloads), "CCU_SYSLOG_FILE": self.log_path,
+            "ASAN_OPTIONS": self._sanitizer_options("ASAN_OPTIONS"),
+            "UBSAN_OPTIONS": self._sanitizer_options("UBSAN_OPTIONS"),
+        }
+        if _ORDERLY in os.environ:
+            own["CCU_LOOP_ENDS_ON_SIGUSR1"] = "1"
+        merged = {**passed, **own, **self._environment}
+        return {name: value for name, value in merged.items() if value is not None}
+
+    def _notify_path(self):
+        return os.path.join(self.directory, "notify")
+
+    # Life -------------------------------------------------------------------------------------------------------------
+
+    def start(self, wait=True, timeout=30):
+        """Starts the process and waits until it has said READY=1."""
+        if self.alive:
+            raise RuntimeError("the daemon is already running")
+        for path in (self.binary, *self.preloads):
+            if not os.path.exists(path):
+                raise FileNotFoundError(f"{path} has not been built")
+        self._open_notify()
+        self.notifications.clear()
+        self.unexpected_end = False
+        with open(self.error_path, "ab") as errors:
+            self._process = spawn([self.binary], cwd=self.directory, env=self.environment(), stdin=subprocess.DEVNULL,
+                                  stdout=errors, stderr=errors)
+        if wait:
+            self.wait_ready(timeout)
+
+    def _open_notify(self):
+        self._close_notify()
+        self._notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK | socket.SOCK_CLOEXEC)
+        self._notify.bind(self._notify_path())
+
+    def _close_notify(self):
+        if self._notify is not None:
+            self._notify.close()
+            os.unlink(self._notify_path())
+            self._notify = None
+
+    def _read_notify(self):
+        while self._notify is not None:
+            try:
+                text = self._notify.recv(65536).decode()
+            except BlockingIOError:
+                return
+            self.notifications.extend(text.splitlines())
+
+    @property
+    def ready(self):
+        """True once READY=1 has been seen."""
+        self._read_notify()
+        return "READY=1" in self.notifications
+
+    def wait_ready(self, timeout=30):
+        """Waits for READY=1; fails at once when the process ends before."""
+        deadline = time.monotonic() + timeout
+        handle = os.pidfd_open(self._process.pid) if self.alive else None
+        try:
+            while not self.ready:
+                if not self.alive:
+                    raise DaemonFailure(f"the daemon ended with {self._process.returncode} before it was ready")
+                left = deadline - time.monotonic()
+                if left <= 0:
+                    raise DaemonFailure(f"the daemon was not ready within {timeout} s")
+                select.select([self._notify, handle], [], [], left)
+        finally:
+            if handle is not None:
+                os.close(handle)
+
+    @property
+    def pid(self):
+        """Process id, None when no process was started."""
+        return self._process.pid if self._process else None
+
+    @property
+    def alive(self):
+        """True while the process runs."""
+        return self._process is not None and self._process.poll() is None
+
+    def stop(self, number=signal.SIGTERM, timeout=30):
+        """Sends the signal and waits for the end; returns the exit status, negative when a signal ended the process."""
+        if self._process is None:
+            return None
+        self._note_unexpected_end()
+        if self.alive:
+            self._process.send_signal(number)
+        return self._wait(timeout)
+
+    def wait_exit(self, timeout=30):
+        """Waits for the process to end by itself; returns the exit status."""
+        return self._wait(timeout)
+
+    def kill(self):
+        """Ends the process at once."""
+        return self.stop(signal.SIGKILL)
+
+    def _note_unexpected_end(self):
+        self.unexpected_end = self.unexpected_end or (self._process is not None and not self.alive)
+
+    def _wait(self, timeout):
+        try:
+            status = self._process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            raise DaemonFailure(f"the daemon did not end within {timeout} s") from None
+        self._read_notify()
+        self._process = None
+        return status
+
+    # End --------------------------------------------------------------------------------------------------------------
+
+    def discard(self, release):
+        """Ends whatever still runs; `release` frees a daemon that waits for an answer.  Returns what went wrong."""
+        self._note_unexpected_end()
+        problems = ["the daemon ended unexpectedly"] if self.unexpected_end else []
+        if self._process is not None:
+            problems.extend(self._discard_process(release))
+        self._close_notify()
+        return problems + self.sanitizer_reports()
+
+    def _discard_process(self, release):
+        number = signal.SIGUSR1 if _ORDERLY in os.environ else signal.SIGTERM
+        steps = (lambda: self._process.send_signal(number), release)
+        for step, timeout in zip(steps, END_SECONDS):
+            step()
+            try:
+                self._process.wait(timeout)
+                self._process = None
+                return []
+            except subprocess.TimeoutExpired:
+                continue
+        self._process.kill()
+        self._process.wait()
+        self._process = None
+        return ["the daemon did not end after SIGTERM"]
+
+    def sanitizer_reports(self):
+        """Texts of the sanitizers' reports, of all processes that ran here."""
+        reports = []
+        for path in sorted(glob.glob(os.path.join(self.directory, "sanitizer.*"))):
+            with open(path, encoding="utf-8", errors="replace") as file:
+                reports.append(file.read())
+        return reports
+
+    def errors(self):
+        """What the daemon wrote to its standard output and error."""
+        if not os.path.exists(self.error_path):
+            return ""
+        with open(self.error_path, encoding="utf-8", errors="replace") as file:
+            return file.read()

@@ -1,0 +1,287 @@
+"""The virtual unit: private buses, the simulated siblings and the unmodified daemon, all gone when it is left."""
+
+import atexit
+import os
+import shutil
+import signal
+import sys
+import tempfile
+import threading
+import time
+
+from .bus import PrivateBus
+from .client import Client
+from .daemon import Daemon, DaemonFailure
+from .faults import CallLog, Faults
+from .framebuffers import Framebuffers
+from .hardware import Hardware
+from .jobs import Jobs
+from .loop import shared_loop
+from .settings import Settings
+from .storage import Storage
+from .sync import Sync
+from .syslog import SyslogReader
+from .timedate import Timedate
+from .video import Video
+
+_SYSTEM_BUS_SIBLINGS = (Timedate,)
+_SIBLINGS = (Storage, Video, Jobs, Settings, Hardware, Sync) + _SYSTEM_BUS_SIBLINGS
+
+#: Names of everything that a unit simulates.
+ALL_SIBLINGS = tuple(kind.name for kind in _SIBLINGS)
+
+#: The longest folder that leaves room for a socket's name in the 108 bytes of a Unix socket's address.
+_LONGEST_FOLDER = 80
+
+_running = []
+
+
+def _end_all():
+    for unit in list(_running):
+        unit.discard()
+
+
+def _end_by_signal(number, _frame):
+    signal.signal(number, signal.SIG_IGN)  # a second one would cut the cleaning up short
+    sys.exit(128 + number)
+
+
+def _end_with_process():
+    """Makes a SIGTERM unwind the program as an exception would, unless the program has its own idea of it."""
+    atexit.unregister(_end_all)
+    atexit.register(_end_all)
+    in_main_thread = threading.current_thread() is threading.main_thread()
+    if in_main_thread and signal.getsignal(signal.SIGTERM) is signal.SIG_DFL:
+        signal.signal(signal.SIGTERM, _end_by_signal)
+
+
+def _folder_for_sockets():
+    folder = tempfile.gettempdir()
+    return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
+
+
+class VirtualUnit:
+    """A camera unit on a development machine.  To be used as a context manager, or with `start` and `stop`.
+
+    build_dir    build tree of the daemon; $CCU_BUILD_DIR when None
+    daemon       False starts everything but the daemon, which `start_daemon` does later
+    environment  variables for the daemon over those that it gets anyway; None as a value takes one away
+    directory    existing folder in which the unit's own folder is made
+    siblings     names of what is simulated
+    bus          False gives a unit whose session bus address leads nowhere
+    bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT
+
+    `stop`, and so the end of the `with` block, raises DaemonFailure when the daemon has ended by itself, could not be
+    ended or a sanitizer has reported something, and RuntimeError when the simulation itself has failed.
+    """
+
+    def __init__(self, build_dir=None, daemon=True, environment=None, directory=None, siblings=ALL_SIBLINGS, bus=True,
+                 bus_timeout=None):
+        self._build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
+        self._with_daemon = daemon
+        self._environment = dict(environment or {})
+        if bus_timeout is not None:
+            self._environment.setdefault("SYSTEMD_BUS_TIMEOUT", str(bus_timeout))
+        self._parent = directory
+        self._wanted = siblings
+        self._with_bus = bus
+        self._siblings = {}
+        self._buses = {}
+        self.directory = None
+        self.calls = CallLog()
+        self.faults = Faults(self.calls)
+        self.errors = []
+        self.client = self.log = self.daemon = self.framebuffers = None
+        self.video = self.storage = self.jobs = self.settings = self.hardware = self.sync = self.timedate = None
+
+    # Life -------------------------------------------------------------------------------------------------------------
+
+    def __enter__(self):
+        return self.start()
+
+    def __exit__(self, kind, error, _trace):
+        if error is None:
+            self.stop()
+            return
+        report = self.report()
+        problems = self.discard()
+        error.add_note("\n".join(["The virtual unit at that time:", report, *problems]))
+
+    def start(self):
+        """Brings everything up; leaves nothing behind when that fails."""
+        _running.append(self)
+        _end_with_process()
+        try:
+            self._start()
+        except BaseException as error:
+            if self.daemon is not None:
+                error.add_note(self.report())
+            self.discard()
+            raise
+        return self
+
+    def _start(self):
+        self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or _folder_for_sockets())
+        if len(self.directory) > _LONGEST_FOLDER:
+            raise ValueError(f"{self.directory} is too long for the sockets in it")
+        for kind in (("session",) if self._with_bus else ()) + ("system",):
+            self._buses[kind] = PrivateBus(self.directory, kind)
+        for bus in self._buses.values():
+            bus.wait_ready()
+        self.framebuffers = Framebuffers(self.directory)
+        os.mkdir(self.logs_folder)
+        self.daemon = Daemon(self._build_dir, self.directory, {
+            "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
+            **self.framebuffers.environment, "CCU_LOGS": self.logs_folder,
+            **self._environment})
+        self.log = SyslogReader(self.daemon.log_path)
+        shared_loop().call(self._start_siblings)
+        if self._with_bus:
+            self.client = Client(self.session_address)
+        if self._with_daemon:
+            self.daemon.start()
+
+    def _start_siblings(self):
+        for kind in _SIBLINGS:
+            on_system_bus = kind in _SYSTEM_BUS_SIBLINGS
+            if kind.name not in self._wanted or not (on_system_bus or self._with_bus):
+                continue
+            sibling = kind(self, self.system_address if on_system_bus else self.session_address)
+            self._siblings[kind.name] = sibling
+            setattr(self, kind.name, sibling)
+            sibling.revive()
+
+    def stop(self):
+        """Ends everything and removes every trace; raises when something went wrong meanwhile."""
+        report = self.report()
+        problems = self.discard()
+        if problems:
+            raise DaemonFailure("\n".join(problems + [report]))
+        if self.errors:
+            raise RuntimeError("the simulation has failed:\n" + "\n".join(self.errors))
+
+    def discard(self):
+        """Ends everything and removes every trace; returns what went wrong with the daemon.  Can be called again."""
+        self.faults.clear()
+        problems = []
+        try:
+            if self.daemon is not None:
+                problems = self.daemon.discard(self._end_siblings)
+            self._end_siblings()
+            if self.client is not None:
+                self.client.close()
+        finally:
+            for bus in self._buses.values():
+                bus.stop()
+            if self.directory is not None:
+                shutil.rmtree(self.directory, ignore_errors=True)
+        if self in _running:
+            _running.remove(self)
+        return problems
+
+    def _end_siblings(self):
+        for sibling in self._siblings.values():
+            sibling.die()
+
+    # The daemon -------------------------------------------------------------------------------------------------------
+
+    def start_daemon(self, wait=True, timeout=30):
+        """Starts the daemon and waits until it is ready."""
+        self.daemon.start(wait, timeout)
+
+    def stop_daemon(self, number=signal.SIGTERM, timeout=30):
+        """Ends the daemon by a signal; returns its exit status, negative when the signal itself ended it."""
+        return self.daemon.stop(number, timeout)
+
+    def kill(self):
+        """Ends the daemon at once."""
+        return self.daemon.kill()
+
+    def wait_exit(self, timeout=30):
+        """Waits for the daemon to end by itself; returns its exit status."""
+        return self.daemon.wait_exit(timeout)
+
+    @property
+    def ready(self):
+        """True once the daemon has said READY=1."""
+        return self.daemon.ready
+
+    @property
+    def daemon_alive(self):
+        """True while the daemon runs."""
+        return self.daemon.alive
+
+    @property
+    def pid(self):
+        """The daemon's process id."""
+        return self.daemon.pid
+
+    # The unit ---------------------------------------------------------------------------------------------------------
+
+    @property
+    def session_address(self):
+        """Address of the private session bus; of a socket that is not there without one."""
+        bus = self._buses.get("session")
+        return bus.address if bus else f"unix:path={self.directory}/no-bus"
+
+    @property
+    def system_address(self):
+        """Address of the private system bus."""
+        return self._buses["system"].address
+
+    @property
+    def media(self):
+        """Mount point of the removable storage."""
+        return self.mount_point("card")
+
+    @property
+    def logs_folder(self):
+        """The folder that is /mnt/ccu-data/logs to the daemon."""
+        return os.path.join(self.directory, "logs")
+
+    def mount_point(self, device):
+        """Mount point of a storage device, also of a unit without a storage daemon; None without such a device."""
+        if self.storage is not None:
+            return self.storage.mount_point(device)
+        return os.path.join(self.directory, "media", device) if device in ("internal", "card") else None
+
+    def stop_bus(self, kind="session"):
+        """Ends one of the buses under everybody's feet."""
+        self._buses[kind].stop()
+
+    def settle(self, timeout=30):
+        """Waits until the daemon has dealt with every signal of the siblings and every signal of its own has arrived.
+
+        Each sibling pings each of the daemon's connections, so the ping stands behind the sibling's signals in the
+        queue of the connection that listens to them.  That is repeated while the daemon's work causes further signals.
+        """
+        emitted, pinged = None, None
+        while emitted is None or emitted != pinged:
+            pinged = self._emissions()
+            connections = self.client.connections_of(self.pid)
+            for sibling in self._siblings.values():
+                if sibling.alive and not isinstance(sibling, _SYSTEM_BUS_SIBLINGS):
+                    self._ping_all(sibling, connections, timeout)
+            emitted = self._emissions()
+        self.client.sync(timeout)
+
+    def _emissions(self):
+        return {name: sibling.emissions for name, sibling in self._siblings.items()}
+
+    @staticmethod
+    def _ping_all(sibling, connections, timeout):
+        """Pings each connection and waits for the answers; a sibling that dies meanwhile gets none."""
+        left = threading.Semaphore(0)
+        for connection in connections:
+            sibling.ping(connection, lambda _reply: left.release())
+        deadline = time.monotonic() + timeout
+        for connection in connections:
+            while sibling.alive and not left.acquire(timeout=0.1):
+                if time.monotonic() > deadline:
+                    raise TimeoutError(f"the daemon's connection {connection} did not answer within {timeout} s")
+
+    def report(self):
+        """What is worth reading when a test has failed: the daemon's log, its standard error and the calls."""
+        log = self.log.format() if self.log else ""
+        errors = self.daemon.errors() if self.daemon else ""
+        return f"-- log\n{log}\n-- standard error\n{errors}\n-- calls\n{self.calls!r}"

@@ -1,0 +1,66 @@
+"""`up`: a unit to work with by hand, until it is interrupted or, with a command, for as long as the command runs."""
+
+import os
+import shlex
+import signal
+import subprocess
+import sys
+import threading
+
+from .daemon import DaemonFailure
+from .ending import Ending
+from .unit import VirtualUnit
+
+_LEVELS = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
+
+
+def _exports(unit):
+    return {"DBUS_SESSION_BUS_ADDRESS": unit.session_address, "DBUS_SYSTEM_BUS_ADDRESS": unit.system_address}
+
+
+def _print_line(line):
+    print(f"{_LEVELS[line.priority]:>7} {line.text.rstrip()}", file=sys.stderr, flush=True)
+
+
+def _serve(unit, ending):
+    """Shows how to reach the unit and follows the daemon's log until the user or the daemon ends it."""
+    for name, value in _exports(unit).items():
+        print(f"export {name}={shlex.quote(value)}", flush=True)
+    stop = threading.Event()
+    follower = threading.Thread(target=unit.log.follow, args=(_print_line, stop), daemon=True)
+    follower.start()
+    try:
+        with ending:
+            status = unit.wait_exit(timeout=None)
+    except KeyboardInterrupt:
+        return 0
+    finally:
+        stop.set()
+        follower.join()
+    print(f"the daemon has ended by itself with status {status}", file=sys.stderr)
+    return 1
+
+
+def _run(unit, ending, command):
+    """Runs a command inside the unit; returns its status as a shell would."""
+    try:
+        with ending:
+            status = subprocess.run(command, cwd=os.environ.get("CCU_CALLER_DIR"),
+                                    env={**os.environ, **_exports(unit)}, check=False).returncode
+    except KeyboardInterrupt:
+        return 128 + signal.SIGINT
+    except OSError as error:
+        print(f"{command[0]}: {error.strerror}", file=sys.stderr)
+        return 127
+    return 128 - status if status < 0 else status
+
+
+def up(command, build_dir=None):
+    """Starts a unit, with a command in it if there is one; returns the exit status for the shell."""
+    ending = Ending()
+    try:
+        with VirtualUnit(build_dir) as unit:
+            return _run(unit, ending, command) if command else _serve(unit, ending)
+    except (DaemonFailure, OSError) as error:
+        print("\n".join([str(error), *getattr(error, "__notes__", [])]), file=sys.stderr)
+        return 1
