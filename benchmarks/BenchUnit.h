@@ -1,0 +1,108 @@
+#pragma once
+
+#include "benchmarks/ChildProcess.h"
+#include "benchmarks/Operation.h"
+#include "dbus_helper/Endpoint.h"
+#include "dbus_helper/Handles.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Bench
+{
+
+inline constexpr DbusHelper::Endpoint daemonEndpoint{
+    "com.tavilon.common.Controller1", "/com/tavilon/common/Controller1", "com.tavilon.common.Controller1.Control"};
+inline constexpr DbusHelper::Endpoint bareEndpoint{"com.tavilon.common.BareServer1", "/com/tavilon/common/BareServer1",
+                                                   "com.tavilon.common.BareServer1.Control"};
+
+/// A folder that is removed with everything in it when it goes.
+class TemporaryFolder
+{
+  public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    TemporaryFolder(TemporaryFolder&&) = delete;
+    TemporaryFolder& operator=(TemporaryFolder&&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+/// Receives the readiness of the services that the benchmark starts, as systemd would.
+class ReadySocket
+{
+  public:
+    explicit ReadySocket(const std::filesystem::path& path);
+    ~ReadySocket();
+    ReadySocket(const ReadySocket&) = delete;
+    ReadySocket& operator=(const ReadySocket&) = delete;
+    ReadySocket(ReadySocket&&) = delete;
+    ReadySocket& operator=(ReadySocket&&) = delete;
+
+    /// When the process said "READY=1". Throws Failure when it does not within ten seconds.
+    [[nodiscard]] Clock::time_point Wait(pid_t pid) const;
+
+  private:
+    int descriptor_;
+};
+
+/// A service that has said that it is ready, and answers.
+struct Service
+{
+    ChildProcess process;
+    double startSeconds; ///< from exec(3) to READY=1
+};
+
+/// A private bus with the responder on it, and the benchmark's own connection to it. Everything ends with it.
+class BenchUnit
+{
+  public:
+    /// `build` is the build folder. From now on both buses of this process are the private one.
+    explicit BenchUnit(const std::filesystem::path& build);
+
+    [[nodiscard]] sd_bus* Bus() const { return bus_.get(); }
+    /// The folder of the job's media.
+    [[nodiscard]] std::filesystem::path Media() const { return folder_.Path() / "media"; }
+    /// What the daemon's environment needs for its log to go to a file instead of syslog.
+    [[nodiscard]] Environment LogToFile() const;
+
+    [[nodiscard]] Service StartDaemon(const Environment& environment = {}) const;
+    /// The arguments are the bare server's.
+    [[nodiscard]] Service StartBareServer(const std::vector<std::string>& arguments) const;
+
+    /// Calls a member of the daemon that answers "is". Throws Failure when it answers anything but success.
+    void Order(const char* member, const char* signature = "", uint32_t first = 0, uint32_t second = 0,
+               uint32_t third = 0) const;
+
+    /// Makes the responder keep what it is called for, until the log is taken.
+    void StartLog() const;
+    [[nodiscard]] std::vector<Operation> TakeLog() const;
+    /// Has the siblings emit a signal so many times; returns when the process has dealt with them.
+    void Emit(const char* signal, uint32_t count, pid_t receiver) const;
+
+  private:
+    [[nodiscard]] std::string DaemonProgram() const { return build_ / "daemon" / "controllerd"; }
+    [[nodiscard]] std::string BareServerProgram() const { return build_ / "benchmarks" / "bench_bare_server"; }
+    [[nodiscard]] Service Start(const Command& command, const DbusHelper::Endpoint& endpoint) const;
+    [[nodiscard]] ChildProcess StartBus();
+    [[nodiscard]] std::vector<std::string> ConnectionsOf(pid_t pid) const;
+
+    std::filesystem::path build_;
+    TemporaryFolder folder_;
+    ReadySocket ready_;
+    ChildProcess busDaemon_;
+    DbusHelper::BusHandle bus_;
+    std::optional<Service> responder_;
+};
+
+} // namespace Bench

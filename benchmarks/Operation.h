@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace Bench
+{
+
+/// One call that the daemon made to a sibling, as the responder saw it.
+struct Operation
+{
+    std::string service;
+    std::string path;
+    std::string interface; ///< the property's, where one was read or written
+    std::string member;
+    std::string property;  ///< empty for a plain method
+    std::string signature; ///< of a plain method's arguments; basic types
+};
+
+/// Where the responder takes the benchmark's own orders: "StartLog", "TakeLog" (the calls since then, "a(ssssss)" in
+/// the order of Operation's fields), and "Emit" (signal, count, connections of the receiver), which answers when the
+/// receiver has dealt with them all.
+inline constexpr const char* responderName = "com.tavilon.common.BenchResponder1";
+inline constexpr const char* responderPath = "/com/tavilon/common/BenchResponder1";
+
+} // namespace Bench

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "tests/driver/OperationTable.h"
+
+void AddVideoOperations(Driver::OperationTable& table);
+void AddStorageOperations(Driver::OperationTable& table);
+void AddSettingsOperations(Driver::OperationTable& table);
+void AddJobsOperations(Driver::OperationTable& table);
+void AddHardwareOperations(Driver::OperationTable& table);

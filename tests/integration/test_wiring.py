@@ -1,0 +1,69 @@
+"""Which signals of the siblings the daemon follows, and that it runs on where it cannot."""
+
+import os
+
+import pytest
+
+from tests.integration.recording_texts import KINDS, VIDEO, info, lines_of
+
+VIDEO_PATH = "/com/tavilon/common/Video1"
+CONTROL = "com.tavilon.common.Video1.Control"
+
+
+def news(unit, act):
+    """The lines and calls that something causes in the daemon."""
+    unit.settle()
+    mark, calls = unit.log.mark(), unit.calls.mark()
+    act()
+    unit.settle()
+    return lines_of(unit, mark), unit.calls.members(since=calls)
+
+
+def test_a_storage_device_that_appears_causes_nothing(unit):
+    # Only its properties of the manager object change besides, which is no device.
+    assert news(unit, lambda: unit.storage.add_device("stick", os.path.join(unit.directory, "stick"))) == ([], [])
+
+
+def test_a_storage_device_that_goes_reaches_the_client_and_the_recording(unit):
+    lines, calls = news(unit, lambda: unit.storage.remove_device("card"))
+    assert lines[0] == info("[StorageDaemonDbusHandler] Interface Removed\n")
+    assert [call for call in calls if call[1].endswith("State")] == [kind.state_call for kind in KINDS]
+
+
+def test_settings_that_change_reach_nobody_who_would_say_so(unit):
+    assert news(unit, lambda: unit.settings.change("display", {"brightness": 10})) == ([], [])
+
+
+@pytest.mark.parametrize("kind", KINDS, ids=str)
+def test_growth_reaches_the_recording_of_its_kind_alone(unit, kind):
+    lines, _ = news(unit, lambda: unit.video.emit(VIDEO_PATH, CONTROL, f"{kind.prefix}Grew", "/x.mp4", False))
+    assert lines[0] == info(f"{kind.grown} - {kind.word} capture /x.mp4 size changed.  Updating media item.")
+    assert not any(other.capture in text for other in KINDS if other is not kind for _, text in lines)
+
+
+@pytest.mark.parametrize("changes", [{"PlaybackFilename": "/x.mp4"}, {"CaptureZoom": 2.0}, {}])
+def test_other_properties_of_the_video_daemon_cause_nothing(unit, changes):
+    assert news(unit, lambda: unit.video.emit_changes(VIDEO_PATH, CONTROL, changes)) == ([], [])
+
+
+def test_signals_of_strangers_are_not_taken_for_a_siblings(unit):
+    VIDEO.start_recording(unit)
+
+    def impersonate():
+        unit.jobs.emit(VIDEO_PATH, CONTROL, "VideoGrew", "/x.mp4", True, signature="sb")
+
+    assert news(unit, impersonate) == ([], [])
+    assert unit.video.state() == 1
+
+
+def test_a_burst_of_growth_is_dealt_with_in_order(unit):
+    paths = VIDEO.start_recording(unit)
+
+    def grow():
+        for _ in range(300):
+            unit.video.grow(size=10)
+
+    _, calls = news(unit, grow)
+    assert calls == [("jobs", "UpdateMediaFileSizes")] * 300
+    assert unit.jobs.item_of(paths.media).size == os.path.getsize(paths.media)
+    assert unit.client.call("VideoRecordStop")[0] == 0

@@ -1,0 +1,173 @@
+"""Life and end of a unit, and the daemon in it."""
+
+import os
+import select
+import signal
+import subprocess
+import sys
+import textwrap
+
+import pytest
+
+from virtual_unit import DaemonFailure, DbusFailure, VirtualUnit
+
+_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+def _is_gone(pid):
+    return not os.path.exists(f"/proc/{pid}")
+
+
+def test_everything_is_on_the_private_buses(unit):
+    names = set(unit.client.names())
+    for sibling in ("Video1", "StorageDaemon1", "JobsManagerDaemon1", "Settings1", "Halvex1", "SyncDaemon1"):
+        assert f"com.tavilon.common.{sibling}" in names
+    assert "org.freedesktop.timedate1" not in names
+    assert unit.timedate.alive
+    assert os.path.isdir(unit.media)
+
+
+def test_nothing_is_left(build_dir):
+    with VirtualUnit(build_dir) as unit:
+        pids = [unit.pid] + [bus.pid for bus in unit._buses.values()]
+        directory = unit.directory
+        assert unit.ready and unit.daemon_alive
+        assert not any(map(_is_gone, pids))
+    assert all(map(_is_gone, pids))
+    assert not os.path.exists(directory)
+
+
+def test_nothing_is_left_after_an_exception(build_dir):
+    with pytest.raises(KeyboardInterrupt) as raised, VirtualUnit(build_dir) as unit:
+        pid, directory = unit.pid, unit.directory
+        unit.client.call("Say", "s", "last words")
+        raise KeyboardInterrupt
+    assert _is_gone(pid) and not os.path.exists(directory)
+    assert "last words" in raised.value.__notes__[0]
+
+
+_CHILD = """
+    import os, signal, sys
+    sys.path.insert(0, {root!r})
+    from virtual_unit import VirtualUnit
+    with VirtualUnit({build_dir!r}) as unit:
+        print(unit.directory, unit.pid, *[bus.pid for bus in unit._buses.values()], flush=True)
+        sys.stdin.read()
+"""
+
+
+@pytest.mark.parametrize("number, status, files_stay", [(signal.SIGTERM, 143, False), (signal.SIGINT, -2, False),
+                                                        (signal.SIGKILL, -9, True)])
+def test_no_process_outlives_a_signal(build_dir, tmp_path, number, status, files_stay):
+    code = textwrap.dedent(_CHILD.format(root=_ROOT, build_dir=build_dir))
+    environment = {**os.environ, "TMPDIR": str(tmp_path) if len(str(tmp_path)) < 60 else "/tmp"}
+    with subprocess.Popen([sys.executable, "-c", code], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True, env=environment) as child:
+        directory, *pids = child.stdout.readline().split()
+        handles = [os.pidfd_open(int(pid)) for pid in pids]
+        child.send_signal(number)
+        assert child.wait(20) == status
+    for handle in handles:  # readable when the process has ended
+        assert select.select([handle], [], [], 10)[0]
+        os.close(handle)
+    assert os.path.exists(directory) is files_stay
+    subprocess.run(["rm", "-rf", directory], check=True)
+
+
+def test_daemon_comes_and_goes(build_dir):
+    with VirtualUnit(build_dir, daemon=False) as unit:
+        assert not unit.daemon_alive and not unit.ready
+        with pytest.raises(DbusFailure, match="ServiceUnknown"):
+            unit.client.call("Say", "s", "nobody there")
+        unit.start_daemon()
+        assert unit.client.call("Say", "s", "here") == (0, "here")
+        assert unit.stop_daemon() == 0
+        unit.start_daemon()
+        assert unit.kill() == -signal.SIGKILL
+        unit.start_daemon()
+        unit.client.call_async("Leave", "i", 5)
+        assert unit.wait_exit() == 5
+
+
+def test_environment_of_the_daemon(build_dir):
+    with VirtualUnit(build_dir, environment={"OWN": "1", "TZ": None}, bus_timeout=7) as unit:
+        def value(name):
+            return unit.client.call("Environment", "s", name)[0]
+
+        assert value("DBUS_SESSION_BUS_ADDRESS") == unit.session_address
+        assert value("DBUS_SYSTEM_BUS_ADDRESS") == unit.system_address
+        assert value("XDG_RUNTIME_DIR") == unit.directory
+        assert value("SYSTEMD_BUS_TIMEOUT") == "7"
+        assert value("OWN") == "1" and value("LC_ALL") == "C"
+        assert value("TZ") == "" and value("HOME") == ""
+
+
+def test_log_and_signals(build_dir):
+    with VirtualUnit(build_dir) as unit:
+        mark = unit.log.mark()
+        unit.client.call("Say", "s", "one\ttwo\nthree \\ four")
+        assert unit.log.texts(mark) == ["one\ttwo\nthree \\ four"]
+        assert unit.log.since(mark)[0].priority == 6
+        assert unit.client.wait_signal("Said").args == ("one\ttwo\nthree \\ four",)
+        unit.client.clear()
+        unit.client.sync()
+        assert unit.client.signals == []
+        with pytest.raises(TimeoutError):
+            unit.log.wait_for("never said", timeout=0.01)
+
+
+def test_settle_waits_for_what_siblings_have_sent(build_dir):
+    with VirtualUnit(build_dir) as unit:
+        for count in range(1, 20):
+            unit.video.set("CaptureZoom", 1.0 + count)
+            unit.settle()
+            assert len(unit.log.texts(priority=7)) == count
+
+
+def test_unexpected_end_is_an_error(build_dir):
+    with pytest.raises(DaemonFailure, match="ended unexpectedly"), VirtualUnit(build_dir) as unit:
+        directory = unit.directory
+        handle = os.pidfd_open(unit.pid)
+        unit.client.call_async("Leave", "i", 0)
+        assert select.select([handle], [], [], 10)[0]
+        os.close(handle)
+    assert not os.path.exists(directory)
+
+
+@pytest.mark.parametrize("mode, message", [("dies before ready", "ended with 3 before it was ready"),
+                                           ("ignores SIGTERM", "did not end after SIGTERM"),
+                                           ("sanitizer report", "something bad")])
+def test_what_is_wrong_with_a_daemon_is_told(build_dir, mode, message, monkeypatch):
+    monkeypatch.setattr("virtual_unit.daemon.END_SECONDS", (0.05, 0.05))
+    with pytest.raises(DaemonFailure, match=message):
+        with VirtualUnit(build_dir, environment={"STAND_IN": mode}):
+            pass
+
+
+def test_unit_without_session_bus():
+    with VirtualUnit(daemon=False, bus=False) as unit:
+        assert unit.client is None and unit.video is None
+        assert not os.path.exists(unit.session_address.partition("=")[2])
+        assert unit.timedate.alive
+
+
+def test_chosen_siblings_only():
+    with VirtualUnit(daemon=False, siblings=("video", "jobs")) as unit:
+        assert unit.video.alive and unit.jobs.alive
+        assert unit.storage is None and unit.timedate is None
+        assert "com.tavilon.common.Settings1" not in unit.client.names()
+
+
+def test_units_do_not_meet():
+    with VirtualUnit(daemon=False) as one, VirtualUnit(daemon=False) as other:
+        one.video.set("CaptureZoom", 4.0)
+        assert other.video.get("CaptureZoom") == 1.0
+        assert one.session_address != other.session_address
+
+
+def test_an_error_in_the_simulation_is_not_swallowed():
+    with pytest.raises(RuntimeError, match="ZeroDivisionError"), VirtualUnit(daemon=False) as unit:
+        unit.sync.on_CancelAllDevices = lambda _path: 1 // 0
+        with pytest.raises(DbusFailure, match="error in the simulation"):
+            unit.client.call_on("com.tavilon.common.SyncDaemon1", "/com/tavilon/common/SyncDaemon1",
+                                "com.tavilon.common.SyncDaemon1", "CancelAllDevices")
