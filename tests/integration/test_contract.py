@@ -33,6 +33,7 @@ INPUTS = {
     "settings.GetSectionSettings": [["time"]],
     "settings.ResetSection": [["time"]],
     "settings.ResetSetting": [["time", "zone"]],
+    "timedate.SetTime": [[1]],
     "timedate.SetTimezone": [["CCU/Berlin"]],
 }
 #: Results of the errors with which a sibling answers a call that it does not declare so.

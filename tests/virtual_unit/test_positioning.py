@@ -1,6 +1,7 @@
 """The unit's gpsd: real, and nothing of it outside the unit."""
 
 import os
+import re
 import select
 import shutil
 import signal
@@ -17,11 +18,15 @@ _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__
 _T = 1_767_225_600
 
 
-def _segments():
-    """(key, creator's process id) of all shared memory of the machine."""
+def _exists(key):
     with open("/proc/sysvipc/shm", encoding="ascii") as file:
-        rows = [line.split() for line in file.readlines()[1:]]
-    return {(int(row[0]), int(row[4])) for row in rows}
+        return any(int(line.split()[0]) == key for line in file.readlines()[1:])
+
+
+def _attached(pid):
+    """Keys of the shared memory that a process has attached."""
+    with open(f"/proc/{pid}/maps", encoding="utf-8") as file:
+        return [int(key, 16) for key in re.findall(r"/SYSV([0-9a-f]{8})", file.read())]
 
 
 @pytest.fixture(scope="module", name="gps")
@@ -68,9 +73,9 @@ def test_nothing_is_left_of_it():
     with VirtualUnit(daemon=False) as unit:
         unit.gps.fix_3d(1, 2, _T)
         pid, key = unit.gps.pid, int(unit.gps.environment["GPSD_SHM_KEY"], 0)
-        assert [segment for segment in _segments() if segment[1] == pid] == [(key, pid)], "others than the export"
+        assert _attached(pid) == [key], "other segments than that of the export"
     assert not os.path.exists(f"/proc/{pid}")
-    assert not any(key == segment[0] for segment in _segments())
+    assert not _exists(key)
 
 
 def test_nothing_is_left_of_a_gpsd_that_crashed():
@@ -81,7 +86,7 @@ def test_nothing_is_left_of_a_gpsd_that_crashed():
         unit.gps.fix_3d(3, 4, _T)
         assert unit.gps.exported()[3] == 3
         os.kill(unit.gps.pid, signal.SIGKILL)
-    assert not any(key == segment[0] for segment in _segments())
+    assert not _exists(key)
 
 
 _CHILD = """
@@ -107,4 +112,4 @@ def test_nothing_is_left_of_it_when_the_tests_are_killed():
         finally:
             os.close(gpsd)
             shutil.rmtree(directory, ignore_errors=True)
-    assert not any(int(key, 0) == segment[0] for segment in _segments())
+    assert not _exists(int(key, 0))
