@@ -1,13 +1,12 @@
 """The clock: how it is read and set, in local time and in UTC, and what stands in the way."""
 
-import time
 from datetime import datetime, timezone
 
 import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (
-    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, told)
+    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second, told)
 from virtual_unit import REFUSE, VirtualUnit
 
 #: Zones by what they are for: standard time of no hour at all, west, and daylight saving of both hemispheres.
@@ -47,9 +46,9 @@ def utc(*moment):
 def test_the_time_is_now(unit, zone, local):
     """In the zone in force or in UTC, with the zone's flag either way."""
     unit.timedate.timezone = zone
-    first = int(time.time())
+    first = second()
     answer = unit.client.call("GetTime", "b", local)
-    last = int(time.time())
+    last = second()
     assert answer in [fields(unit, seconds, zone if local else None) for seconds in range(first, last + 1)]
 
 
@@ -58,9 +57,9 @@ def test_the_time_is_now(unit, zone, local):
 def test_the_seconds_are_now(unit, zone, local):
     """The same instant whatever the flag says."""
     unit.timedate.timezone = zone
-    first = int(time.time())
+    first = second()
     seconds, dst = unit.client.call("GetTimeSecs", "b", local)
-    assert first <= seconds <= time.time() and dst is ("DST" in zone)
+    assert first <= seconds <= second() and dst is ("DST" in zone)
 
 
 @pytest.mark.parametrize("member, shape", [("GetTime", "iiiiiib"), ("GetTimeSecs", "ib")])

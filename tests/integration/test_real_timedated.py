@@ -15,7 +15,7 @@ from datetime import datetime
 import pytest
 
 from tests.integration.client_driver import ClientDriver, debug, error
-from tests.integration.time_texts import CLOCK_REFUSED, SET_CLOCK, SET_ZONE, refused, rules, told
+from tests.integration.time_texts import CLOCK_REFUSED, SET_CLOCK, SET_ZONE, refused, rules, second, told
 from virtual_unit import declaration, zones
 from virtual_unit.real_timedated import DECLARED_WITHOUT, RealTimedatedUnit, missing
 
@@ -25,7 +25,6 @@ EPERM_TEXT = "Failed to set local time: Operation not permitted"
 NO_TIME_TEXT = "Invalid absolute time"
 ZONE_CODE = f"Failed to set timezone via systemd-timedated CODE:{-errno.EINVAL}"
 SECONDS = 1_000_000_000
-CLOCK_REALTIME_COARSE = 5  # as linux/time.h has it
 
 #: Half-hours, both sides of UTC, and forms with daylight saving of both hemispheres, of which one has it now.
 WALK = ["CCU/Kathmandu", "CCU/New_York", "CCU/DST/Auckland", "CCU/Lord_Howe", "CCU/DST/Berlin", "CCU/Auckland",
@@ -94,11 +93,6 @@ def driver_fixture(running):
 def timezone_of(driver):
     """The zone that timedated says is in force."""
     return driver.run("timedate.GetTimezone").outs[0]
-
-
-def second():
-    """The second that time(2) gives, which turns a little later than that of finer clocks."""
-    return int(time.clock_gettime(CLOCK_REALTIME_COARSE))
 
 
 def local_now(unit, zone):

@@ -12,6 +12,7 @@ from PIL import Image
 from tests.integration.screenshot_model import (
     MESSAGES, NO_FILE, NO_IOCTL, NO_MATCH, NO_MEMORY, NO_OPEN, NO_READ, NO_RGB, both_layers, done, failed, geometry,
     mirrored, rows_of, screen)
+from tests.integration.time_texts import second
 from virtual_unit.framebuffers import INTERFACE, VIDEO
 
 LOGS = "/mnt/ccu-data/logs"
@@ -266,8 +267,8 @@ def test_a_folder_that_cannot_be_written_to(small):
 def test_a_full_disk_leaves_no_file(small, folder):
     # The files of the next minutes lead to the device that is always full: writing fails in the middle of the file.
     now = int(time.time())
-    for second in range(now - 1, now + 300):
-        name = time.strftime("screenshot_%Y-%m-%d-%H-%M-%S.png", time.gmtime(second))
+    for moment in range(now - 1, now + 300):
+        name = time.strftime("screenshot_%Y-%m-%d-%H-%M-%S.png", time.gmtime(moment))
         os.symlink("/dev/full", os.path.join(folder, name))
     answer, logged = take(small, folder)
     assert answer[1:] == (-1, MESSAGES[-1])
@@ -331,9 +332,9 @@ def test_without_a_folder_and_without_the_units_own(small):
 @pytest.mark.parametrize("zone, seconds", [("UTC", 0), ("XYZ-05:30", 19800), ("ABC11", -39600)])
 def test_the_file_is_named_after_the_local_time(make_unit, zone, seconds):
     unit = make_unit(environment={"TZ": zone})
-    begin = int(time.time()) + seconds
+    begin = second() + seconds
     path = take(unit, "")[0][0]
-    end = int(time.time()) + seconds
+    end = second() + seconds
     names = [time.strftime("screenshot_%Y-%m-%d-%H-%M-%S.png", time.gmtime(now)) for now in range(begin, end + 1)]
     assert re.fullmatch(r"screenshot_\d{4}(-\d\d){5}\.png", os.path.basename(path))
     assert os.path.basename(path) in names

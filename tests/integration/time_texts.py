@@ -1,5 +1,6 @@
 """What clock and zone leave in the log, and how the tests read and set them."""
 
+import time
 from datetime import datetime, timezone
 from zoneinfo import ZoneInfo
 
@@ -7,6 +8,8 @@ import pytest
 
 from tests.integration.recording_texts import error, info
 from virtual_unit import DbusFailure, zones
+
+_CLOCK_REALTIME_COARSE = 5  # of Linux
 
 NOT_NOW = "Cannot set time now"
 NOT_RIGHT_NOW = "Cannot set time right now"
@@ -36,6 +39,11 @@ GATED = {
     "SetTimeGPS": ("", (), NOT_RIGHT_NOW),
     "SetTimezoneGPS": ("", (), NOT_RIGHT_NOW),
 }
+
+
+def second():
+    """The second that time(2) gives, which turns a little later than that of finer clocks."""
+    return int(time.clock_gettime(_CLOCK_REALTIME_COARSE))
 
 
 def zone_set(old, new):
