@@ -19,10 +19,9 @@ int32_t DbusConnector::Connect()
     {
         return -EINVAL; // sd-bus would take the thread's default loop instead
     }
-    sd_bus* opened = nullptr;
-    int result = kind_ == BusKind::System ? sd_bus_open_system(&opened) : sd_bus_open_user(&opened);
-    BusHandle bus(opened);
-    result = result < 0 ? result : sd_bus_attach_event(opened, event_, SD_EVENT_PRIORITY_NORMAL);
+    BusHandle bus;
+    int result = kind_ == BusKind::System ? OpenSystemBus(bus) : OpenUserBus(bus);
+    result = result < 0 ? result : sd_bus_attach_event(bus.get(), event_, SD_EVENT_PRIORITY_NORMAL);
     if (result < 0)
     {
         return result;

@@ -199,9 +199,11 @@ def check_silent(unit, cases):
             for case in part:
                 assert_failure(case, NO_ANSWER, "", driver.run(case.operation, *case.inputs))
 
-    with ThreadPoolExecutor(_SILENT_DRIVERS) as pool:
-        list(pool.map(run, [cases[first::_SILENT_DRIVERS] for first in range(_SILENT_DRIVERS)]))
-    rule.cancel()
+    try:
+        with ThreadPoolExecutor(_SILENT_DRIVERS) as pool:
+            list(pool.map(run, [cases[first::_SILENT_DRIVERS] for first in range(_SILENT_DRIVERS)]))
+    finally:
+        rule.cancel()
 
 
 def check_descriptors(unit, driver, cases):

@@ -1,14 +1,13 @@
 """The client of the settings daemon, operation by operation, against the simulated one."""
 
 import errno
-import subprocess
 
 import pytest
 
-from tests.integration.client_cases import Case, FailureTests, calls_since, check_declared, check_success, untouched
+from tests.integration.client_cases import (
+    USER_BUS, Case, FailureTests, calls_since, check_declared, check_success, refusing_bus, untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
 from virtual_unit import VirtualUnit
-from virtual_unit.loop import spawn
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.Settings1"
@@ -233,33 +232,15 @@ def test_other_signals(unit, listener):
 
 def test_listening_without_a_bus(unit):
     """One line."""
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": f"unix:path={unit.directory}/no-bus"}) as driver:
+    with ClientDriver(unit, without_bus(unit)) as driver:
         assert driver.listen("settings") == -errno.ENOENT
         assert driver.log.lines() == [error(f"{LISTEN}: Failed to connect to dbus")]
 
 
-REFUSING_BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig><type>session</type><listen>unix:dir={directory}</listen><auth>EXTERNAL</auth>
-<policy context="default">
- <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
-</policy>
-<limit name="max_match_rules_per_connection">0</limit></busconfig>
-"""
-
-
-def test_listening_at_a_bus_that_refuses_subscriptions(unit, tmp_path):
+def test_listening_at_a_bus_that_refuses_subscriptions(unit):
     """Both lines, and the connection is closed again."""
-    configuration = tmp_path / "bus.conf"
-    configuration.write_text(REFUSING_BUS.format(directory=unit.directory))
-    bus = spawn(["dbus-daemon", "--nofork", "--nopidfile", "--print-address", f"--config-file={configuration}"],
-                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-    try:
-        with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": bus.stdout.readline().strip()}) as driver:
-            assert driver.listen("settings") == -errno.ENOBUFS
-            assert driver.log.lines() == [error(f"{LISTEN}: Failed to register PropertiesChanged signal"),
-                                          error("LibDbusHelper::Storage: Failed to init signal listeners")]
-            assert driver.descriptors("socket") == 0
-    finally:
-        bus.kill()
-        bus.communicate()
+    with refusing_bus(unit) as address, ClientDriver(unit, {USER_BUS: address}) as driver:
+        assert driver.listen("settings") == -errno.ENOBUFS
+        assert driver.log.lines() == [error(f"{LISTEN}: Failed to register PropertiesChanged signal"),
+                                      error("LibDbusHelper::Storage: Failed to init signal listeners")]
+        assert driver.descriptors("socket") == 0
