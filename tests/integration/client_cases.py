@@ -158,7 +158,7 @@ def without_bus(unit, bus=USER_BUS):
     return {bus: f"unix:path={unit.directory}/no-bus"}
 
 
-def check_no_bus(unit, cases, bus):
+def check_no_bus(unit, cases, bus=USER_BUS):
     """Runs the cases while there is no bus to connect to."""
     with ClientDriver(unit, without_bus(unit, bus)) as driver:
         for case in cases:

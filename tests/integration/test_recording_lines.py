@@ -201,9 +201,10 @@ def gather(kind):
     lines = []
     for step in STEPS:
         with VirtualUnit() as unit:
+            mark = unit.log.mark()
             step(kind, unit)
             unit.settle()
-            lines += [text for _, text in lines_of(unit)]
+            lines += [text for _, text in lines_of(unit, mark)]
     with VirtualUnit(daemon=False) as unit, ClientDriver(unit, program="capture_driver") as driver:
         unit.faults.on(*kind.filename_call, kind=REFUSE)
         lines += [line.text for line in
