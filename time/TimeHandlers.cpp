@@ -1,5 +1,6 @@
 #include "clients/SystemdDateTime.h"
 #include "dbus_helper/Codec.h"
+#include "dbus_helper/FileNames.h"
 #include "time/ClockOperations.h"
 #include "time/GpsFix.h"
 #include "time/TimeManager.h"
@@ -244,7 +245,7 @@ int TimeManager::GetTimezoneList(sd_bus* /*bus*/, const char* /*path*/, const ch
                                  const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
                                  sd_bus_error* error) noexcept
 {
-    const int result = DbusHelper::Codec<std::vector<std::string>>::Append(reply, InstalledZones());
+    const int result = DbusHelper::AppendFileNames(reply, InstalledZones());
     return result < 0 ? Refuse(error, "Failed to attach timezone list to message") : result;
 }
 

@@ -2,7 +2,6 @@
 
 #include "clients/SystemdDateTime.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/Utf8.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,8 +71,7 @@ std::string Join(const std::vector<std::string>& names)
 bool IsZoneFile(const fs::directory_entry& entry)
 {
     std::error_code error;
-    const std::string name = entry.path().filename();
-    return !name.starts_with('.') && DbusHelper::IsUtf8(name) && entry.is_regular_file(error);
+    return !entry.path().filename().native().starts_with('.') && entry.is_regular_file(error);
 }
 
 } // namespace

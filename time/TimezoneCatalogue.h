@@ -44,8 +44,8 @@ inline constexpr const char* dstPrefix = "CCU/DST/";
 [[nodiscard]] std::string GetTimezoneFromUTC(int32_t offset, bool dst);
 
 /// The names of the zone files found in timezoneDirectory, "UTC" among them when its file is there, in ascending order,
-/// and logs them. Folders, as that of the daylight saving forms, hidden files, dangling links and names that are no
-/// UTF-8, which could not travel over D-Bus, are left out. Empty when the folder cannot be read, which is logged.
+/// and logs them. Folders, as that of the daylight saving forms, hidden files and dangling links are left out. Empty
+/// when the folder cannot be read, which is logged.
 [[nodiscard]] std::vector<std::string> ListInstalledTimezones();
 
 } // namespace ControllerDaemon

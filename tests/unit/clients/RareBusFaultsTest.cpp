@@ -65,8 +65,8 @@ class RareBusFaults : public testing::Test
     RareBusFaults()
     {
         // a bus that can be connected to, and that nobody can come to terms with
-        setenv("DBUS_SESSION_BUS_ADDRESS", "unixexec:path=/bin/cat", 1);
-        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unixexec:path=/bin/cat", 1);
+        setenv("DBUS_SESSION_BUS_ADDRESS", "unixexec:path=/bin/sleep,argv1=60", 1);
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unixexec:path=/bin/sleep,argv1=60", 1);
         failing = true;
         SyslogCapture::Take();
     }
