@@ -9,13 +9,16 @@ import tempfile
 import threading
 import time
 
+from .audio import Audio
 from .bus import PrivateBus
 from .client import Client
 from .daemon import Daemon, DaemonFailure
 from .faults import CallLog, Faults
 from .framebuffers import Framebuffers
+from .gpio import Gpio
 from .hardware import Hardware
 from .jobs import Jobs
+from .keypad import InputDevices
 from .loop import shared_loop
 from .settings import Settings
 from .storage import Storage
@@ -55,7 +58,8 @@ def _end_with_process():
         signal.signal(signal.SIGTERM, _end_by_signal)
 
 
-def _folder_for_sockets():
+def folder_of_units():
+    """Where units make their folders unless they are told: short enough for the sockets in them."""
     folder = tempfile.gettempdir()
     return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
 
@@ -91,7 +95,7 @@ class VirtualUnit:
         self.calls = CallLog()
         self.faults = Faults(self.calls)
         self.errors = []
-        self.client = self.log = self.daemon = self.framebuffers = None
+        self.client = self.log = self.daemon = self.framebuffers = self.gpio = self.audio = self.input = None
         self.video = self.storage = self.jobs = self.settings = self.hardware = self.sync = self.timedate = None
 
     # Life -------------------------------------------------------------------------------------------------------------
@@ -121,7 +125,7 @@ class VirtualUnit:
         return self
 
     def _start(self):
-        self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or _folder_for_sockets())
+        self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or folder_of_units())
         if len(self.directory) > _LONGEST_FOLDER:
             raise ValueError(f"{self.directory} is too long for the sockets in it")
         for kind in (("session",) if self._with_bus else ()) + ("system",):
@@ -129,10 +133,14 @@ class VirtualUnit:
         for bus in self._buses.values():
             bus.wait_ready()
         self.framebuffers = Framebuffers(self.directory)
+        self.gpio = Gpio(self.directory)
+        self.audio = Audio(self.directory)
+        self.input = InputDevices(self.directory)
         os.mkdir(self.logs_folder)
         self.daemon = Daemon(self._build_dir, self.directory, {
             "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
             **self.framebuffers.environment, "CCU_LOGS": self.logs_folder,
+            **self.gpio.environment, **self.audio.environment, **self.input.environment,
             **self._environment})
         self.log = SyslogReader(self.daemon.log_path)
         shared_loop().call(self._start_siblings)
@@ -166,11 +174,14 @@ class VirtualUnit:
         problems = []
         try:
             if self.daemon is not None:
-                problems = self.daemon.discard(self._end_siblings)
-            self._end_siblings()
+                problems = self.daemon.discard(self._release)
+            self._release()
             if self.client is not None:
                 self.client.close()
         finally:
+            for device in (self.audio, self.gpio):
+                if device is not None:
+                    device.close()
             for bus in self._buses.values():
                 bus.stop()
             if self.directory is not None:
@@ -179,9 +190,12 @@ class VirtualUnit:
             _running.remove(self)
         return problems
 
-    def _end_siblings(self):
+    def _release(self):
+        """Frees whoever waits for a part of the unit."""
         for sibling in self._siblings.values():
             sibling.die()
+        if self.audio is not None:
+            self.audio.mend()
 
     # The daemon -------------------------------------------------------------------------------------------------------
 
@@ -235,6 +249,11 @@ class VirtualUnit:
         return self.mount_point("card")
 
     @property
+    def keypad(self):
+        """The unit's keypad; `unit.input` has the other input devices."""
+        return self.input.keypad
+
+    @property
     def logs_folder(self):
         """The folder that is /mnt/ccu-data/logs to the daemon."""
         return os.path.join(self.directory, "logs")
@@ -254,7 +273,9 @@ class VirtualUnit:
 
         Each sibling pings each of the daemon's connections, so the ping stands behind the sibling's signals in the
         queue of the connection that listens to them.  That is repeated while the daemon's work causes further signals.
+        What was typed before is dealt with too: the daemon answers pings only when it is done with what it has read.
         """
+        self.input.wait_read(timeout)
         emitted, pinged = None, None
         while emitted is None or emitted != pinged:
             pinged = self._emissions()
