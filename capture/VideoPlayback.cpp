@@ -4,6 +4,7 @@
 #include "capture/MarkerFiles.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/OperationText.h"
+#include "dbus_helper/PropertyReply.h"
 
 #include <filesystem>
 
@@ -12,6 +13,8 @@ namespace ControllerDaemon
 namespace
 {
 
+using DbusHelper::blank;
+using DbusHelper::Fail;
 using DbusHelper::FixedString;
 using DbusHelper::PlaybackErrorCode;
 using DbusHelper::PlaybackRuntimeError;
@@ -84,14 +87,6 @@ PlaybackErrorCode Report(const Words& words, int32_t result)
     }
     Log::Info("Video::%s(): %s", words.order, words.done);
     return PlaybackErrorCode::Success;
-}
-
-/// A property access that failed at `step`: logged, and told to the client in the same words.
-int Fail(sd_bus_error* error, const char* text, const char* step, int result)
-{
-    Log::Error("%s %s failed", text, step);
-    sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "%s failed", step);
-    return result;
 }
 
 /// Storage that went away takes a playback from it with it.
@@ -185,7 +180,8 @@ int VideoPlayback::GetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, c
     const int32_t result = VideoDaemonDbusHandler::GetPlaybackRate(rate);
     if (result < 0)
     {
-        return Fail(error, textOf<sd_bus_property_get_t, "GetVideoPlaybackRate">, "Video::GetPlaybackRate", result);
+        return Fail(error, textOf<sd_bus_property_get_t, "GetVideoPlaybackRate">, blank,
+                    "Video::GetPlaybackRate failed", result);
     }
     return sd_bus_message_append_basic(reply, 'd', &rate);
 }
@@ -200,11 +196,11 @@ int VideoPlayback::SetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, c
     int32_t result = sd_bus_message_read_basic(value, 'd', &rate);
     if (result < 0)
     {
-        return Fail(error, text, "SetVideoPlaybackRate sd_bus_message_read()", result);
+        return Fail(error, text, blank, "SetVideoPlaybackRate sd_bus_message_read() failed", result);
     }
     Log::Info("%s SetVideoPlaybackRate playback_rate = %lf", text, rate);
     result = VideoDaemonDbusHandler::SetPlaybackRate(rate);
-    return result < 0 ? Fail(error, text, "Video::SetPlaybackRate", result) : result;
+    return result < 0 ? Fail(error, text, blank, "Video::SetPlaybackRate failed", result) : result;
 }
 
 void VideoPlayback::VideoPlaybackStateChangedHandler(int32_t newState)

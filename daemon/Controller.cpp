@@ -28,6 +28,7 @@ Controller::Controller(ControllerDbusListener& listener, sd_event* event)
       listener_(listener), video_(event), jobs_(event), storage_(event), event_(event)
 {
     FollowSiblings();
+    deviceManager_ = std::make_shared<DeviceManager>(event_, settings_);
     timeManager_ = std::make_shared<TimeManager>(settings_);
     autoLogCapture_ = std::make_shared<AutoLogCapture>(video_, storage_);
     videoCapture_ = std::make_shared<VideoCapture>(video_, storage_);
@@ -46,11 +47,12 @@ Controller::~Controller() { Stop(); }
 
 int32_t Controller::Start()
 {
+    DeviceManager::SetBus(GetBus());
     VideoCapture::SetBus(GetBus());
     VideoPlayback::SetBus(GetBus());
     PhotoTalkCapture::SetBus(GetBus());
     AutoLogCapture::SetBus(GetBus());
-    return 0;
+    return deviceManager_->SetDefaultSettings();
 }
 
 void Controller::FollowSiblings()

@@ -12,6 +12,7 @@
 #include "clients/VideoDaemonDbusHandler.h"
 #include "daemon/ControllerDbusListener.h"
 #include "dbus_helper/DbusServer.h"
+#include "device/DeviceManager.h"
 #include "time/TimeManager.h"
 
 #include <systemd/sd-event.h>
@@ -37,7 +38,8 @@ class Controller : public DbusHelper::DbusServer
     Controller(Controller&&) = delete;
     Controller& operator=(Controller&&) = delete;
 
-    /// Hands the server's connection to the managers that emit signals. Negative errno-style on failure.
+    /// Hands the server's connection to the managers that emit signals, and applies what the settings daemon keeps for
+    /// the devices. Negative when a setting could not be read.
     [[nodiscard]] int32_t Start();
 
   private:
@@ -55,6 +57,7 @@ class Controller : public DbusHelper::DbusServer
     std::shared_ptr<PhotoTalkCapture> photoTalkCapture_;
     std::shared_ptr<AutoLogCapture> autoLogCapture_;
     std::shared_ptr<TimeManager> timeManager_;
+    std::shared_ptr<DeviceManager> deviceManager_;
     Settingsd::SettingsHandler settings_;
     sd_event* event_;
 };

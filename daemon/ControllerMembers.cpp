@@ -7,6 +7,7 @@
 #include "capture/VideoCapture.h"
 #include "capture/VideoPlayback.h"
 #include "daemon/UnavailableMember.h"
+#include "device/DeviceManager.h"
 #include "time/TimeManager.h"
 
 #include <array>
@@ -60,7 +61,6 @@ constexpr Member ReadOnly(const char* name, const char* signature, sd_bus_proper
 
 constexpr auto noMethod = &UnavailableMember::Call;
 constexpr auto noGetter = &UnavailableMember::Get;
-constexpr auto noSetter = &UnavailableMember::Set;
 
 // One line a member, as clients see it.
 // clang-format off
@@ -90,13 +90,13 @@ constexpr std::array members{
     Method("AutoLogRecordStop", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordStop),
     Method("AutoLogRecordPause", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordPause),
     Method("AutoLogRecordResume", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordResume),
-    Property("KeypadBeepEnabled", "b", emitsChange, noGetter, noSetter),
-    Property("Sonde", "b", emitsChange, noGetter, noSetter),
-    Property("MicEnabled", "b", emitsChange, noGetter, noSetter),
-    Property("SpkrEnabled", "b", emitsChange, noGetter, noSetter),
-    Property("SpkrVolume", "i", emitsChange, noGetter, noSetter),
-    ReadOnly("AudioFiles", "as", noGetter),
-    Method("PlayAudio", "s", "name", "", "", noMethod),
+    Property("KeypadBeepEnabled", "b", emitsChange, &DeviceManager::GetKeypadBeepEnabled, &DeviceManager::SetKeypadBeepEnabled),
+    Property("Sonde", "b", emitsChange, &DeviceManager::GetSonde, &DeviceManager::SetSonde),
+    Property("MicEnabled", "b", emitsChange, &DeviceManager::GetMicEnabled, &DeviceManager::SetMicEnabled),
+    Property("SpkrEnabled", "b", emitsChange, &DeviceManager::GetSpkrEnabled, &DeviceManager::SetSpkrEnabled),
+    Property("SpkrVolume", "i", emitsChange, &DeviceManager::GetSpkrVolume, &DeviceManager::SetSpkrVolume),
+    ReadOnly("AudioFiles", "as", &DeviceManager::GetAudioFiles),
+    Method("PlayAudio", "s", "name", "", "", &DeviceManager::PlayAudio),
     Method("SetTime", "iiiiiibb", "year month day hour minute second dst local", "", "", &TimeManager::SetTime),
     Method("SetTimeSecs", "ib", "seconds local", "", "", &TimeManager::SetTimeSecs),
     Method("GetTime", "b", "local", "iiiiiib", "year month day hour minute second dst", &TimeManager::GetTime),

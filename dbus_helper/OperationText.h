@@ -64,16 +64,23 @@ template <typename First, typename... Rest>
 inline constexpr auto typeListText<First, Rest...> = Concat(typeText<First>,
                                                             Concat(FixedString{", "}, typeText<Rest>)...);
 
-/// The signature text of a static operation, "static RESULT Namespace::Class::Operation(TYPES)", made from the
-/// operation's own type. Log lines open with it, and support people search for it: so it must not depend on the
-/// compiler, nor on the shared code that an operation is made of.
+/// "RESULT Namespace::Class::Operation(TYPES)".
+template <FixedString QualifiedName, typename Result, typename... Arguments>
+inline constexpr auto plainText = Concat(typeText<Result>, FixedString{" "}, QualifiedName, FixedString{"("},
+                                         typeListText<Arguments...>, FixedString{")"});
+
+/// The signature text of an operation, made from the operation's own type: "static RESULT
+/// Namespace::Class::Operation(TYPES)" of a function's type, the same without "static " of a pointer to a member
+/// function. Log lines open with it, and support people search for it: so it must not depend on the compiler, nor on
+/// the shared code that an operation is made of.
 template <typename Function, FixedString QualifiedName>
 inline constexpr auto operationText = nullptr;
 template <typename Result, typename... Arguments, FixedString QualifiedName>
-inline constexpr auto
-    operationText<Result(Arguments...), QualifiedName> = Concat(FixedString{"static "}, typeText<Result>,
-                                                                FixedString{" "}, QualifiedName, FixedString{"("},
-                                                                typeListText<Arguments...>, FixedString{")"});
+inline constexpr auto operationText<Result(Arguments...), QualifiedName> =
+    Concat(FixedString{"static "}, plainText<QualifiedName, Result, Arguments...>);
+template <typename Class, typename Result, typename... Arguments, FixedString QualifiedName>
+inline constexpr auto operationText<Result (Class::*)(Arguments...), QualifiedName> =
+    plainText<QualifiedName, Result, Arguments...>;
 /// The same for sd-bus callbacks, whose plain C shape returns int.
 template <typename Pointer>
 concept MethodHandler = std::is_same_v<Pointer, sd_bus_message_handler_t>;

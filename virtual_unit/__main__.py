@@ -1,4 +1,5 @@
-"""`python3 -m virtual_unit up [--build-dir DIR] [-- COMMAND...]` and `python3 -m virtual_unit demo [--build-dir DIR]`."""
+"""`python3 -m virtual_unit up [--build-dir DIR] [-- COMMAND...]`, `python3 -m virtual_unit demo [--build-dir DIR]` and
+`python3 -m virtual_unit key CODE [press|release|repeat]`."""
 
 import argparse
 import sys
@@ -14,6 +15,11 @@ def _demo(arguments):
     return demo(arguments.build_dir)
 
 
+def _key(arguments):
+    from .key import key  # pylint: disable=import-outside-toplevel
+    return key(arguments.code, arguments.event)
+
+
 def main(arguments):
     """Runs one of the package's commands; returns the exit status."""
     split = arguments.index("--") if "--" in arguments else len(arguments)
@@ -24,6 +30,11 @@ def main(arguments):
         command = commands.add_parser(name, help=text)
         command.set_defaults(run=run)
         command.add_argument("--build-dir", help="build tree of the daemon (default: $CCU_BUILD_DIR)")
+    command = commands.add_parser("key", help="press a key of the unit that `up` runs")
+    command.set_defaults(run=_key)
+    command.add_argument("code", type=int, help="the key's code in the kernel's input-event-codes.h")
+    command.add_argument("event", nargs="?", choices=("press", "release", "repeat"),
+                         help="what happens to it (default: press, then release)")
     parsed = parser.parse_args(arguments[:split])
     parsed.command = arguments[split + 1:]
     return parsed.run(parsed)

@@ -1,5 +1,6 @@
 """The daemon under the virtual unit: the unmodified binary, started and supervised as systemd does it."""
 
+import contextlib
 import glob
 import os
 import select
@@ -20,6 +21,10 @@ _ORDERLY = "CCU_ORDERLY_END"
 #: What leak checkers are not to report.
 _LEAK_SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "leak_suppressions.txt")
 
+#: The unit's own libraries, and Debian's, which comes behind them: they leave to it what is not theirs.
+_PRELOADS = ("syslog_capture", "daemon_probe", "places", "framebuffer", "local_time", "gpio", "process_probe", "keypad")
+UMOCKDEV = "libumockdev-preload.so.0"
+
 #: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
 END_SECONDS = (0.5, 20)
 
@@ -34,8 +39,7 @@ class Daemon:
     def __init__(self, build_dir, directory, environment):
         self.directory = directory
         self.binary = os.path.join(build_dir, "daemon", "controllerd")
-        self.preloads = [os.path.join(build_dir, "virtual_unit", "preload", f"lib{name}.so")
-                         for name in ("syslog_capture", "daemon_probe", "places", "framebuffer", "local_time")]
+        self.preloads = [os.path.join(build_dir, "virtual_unit", "preload", f"lib{name}.so") for name in _PRELOADS]
         self.log_path = os.path.join(directory, "syslog")
         self.error_path = os.path.join(directory, "stderr")
         self.launcher = []  # command that the daemon is started by
@@ -65,7 +69,7 @@ class Daemon:
         own = {
             "PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C",
             "XDG_RUNTIME_DIR": self.directory, "NOTIFY_SOCKET": self._notify_path(),
-            "LD_PRELOAD": " ".join(self.preloads), "CCU_SYSLOG_FILE": self.log_path,
+            "LD_PRELOAD": " ".join([*self.preloads, UMOCKDEV]), "CCU_SYSLOG_FILE": self.log_path,
             "ASAN_OPTIONS": self._sanitizer_options("ASAN_OPTIONS"),
             "UBSAN_OPTIONS": self._sanitizer_options("UBSAN_OPTIONS"),
             "LSAN_OPTIONS": self._leak_options(),
@@ -173,8 +177,14 @@ class Daemon:
         except subprocess.TimeoutExpired:
             raise DaemonFailure(f"the daemon did not end within {timeout} s") from None
         self._read_notify()
-        self._process = None
+        self._end_remains()
         return status
+
+    def _end_remains(self):
+        """Ends what the daemon has started and left, such as a sound that plays, as systemd does with a service."""
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self._process.pid, signal.SIGKILL)
+        self._process = None
 
     # End --------------------------------------------------------------------------------------------------------------
 
@@ -194,13 +204,13 @@ class Daemon:
             step()
             try:
                 self._process.wait(timeout)
-                self._process = None
+                self._end_remains()
                 return []
             except subprocess.TimeoutExpired:
                 continue
         self._process.kill()
         self._process.wait()
-        self._process = None
+        self._end_remains()
         return ["the daemon did not end after SIGTERM"]
 
     def sanitizer_reports(self):

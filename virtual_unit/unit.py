@@ -10,14 +10,17 @@ import threading
 import time
 
 from . import zones as zone_files
+from .audio import Audio
 from .bus import PrivateBus
 from .client import Client
 from .daemon import Daemon, DaemonFailure
 from .faults import CallLog, Faults
 from .framebuffers import Framebuffers
+from .gpio import Gpio
 from .gps import Gps
 from .hardware import Hardware
 from .jobs import Jobs
+from .keypad import InputDevices
 from .loop import shared_loop
 from .settings import Settings
 from .storage import Storage
@@ -57,7 +60,8 @@ def _end_with_process():
         signal.signal(signal.SIGTERM, _end_by_signal)
 
 
-def _folder_for_sockets():
+def folder_of_units():
+    """Where units make their folders unless they are told: short enough for the sockets in them."""
     folder = tempfile.gettempdir()
     return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
 
@@ -96,6 +100,7 @@ class VirtualUnit:
         self.faults = Faults(self.calls)
         self.errors = []
         self.client = self.log = self.daemon = self.framebuffers = self.gps = None
+        self.gpio = self.audio = self.input = None
         self.video = self.storage = self.jobs = self.settings = self.hardware = self.sync = self.timedate = None
 
     # Life -------------------------------------------------------------------------------------------------------------
@@ -125,7 +130,7 @@ class VirtualUnit:
         return self
 
     def _start(self):
-        self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or _folder_for_sockets())
+        self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or folder_of_units())
         if len(self.directory) > _LONGEST_FOLDER:
             raise ValueError(f"{self.directory} is too long for the sockets in it")
         for kind in (("session",) if self._with_bus else ()) + ("system",):
@@ -134,11 +139,15 @@ class VirtualUnit:
             bus.wait_ready()
         self.framebuffers = Framebuffers(self.directory)
         self.gps = Gps(self._build_dir, self.directory)
+        self.gpio = Gpio(self.directory)
+        self.audio = Audio(self.directory)
+        self.input = InputDevices(self.directory)
         os.mkdir(self.logs_folder)
         self.point_local_time(zone_files.INITIAL)
         self.daemon = Daemon(self._build_dir, self.directory, {
             "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
-            **self.framebuffers.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,
+            **self.framebuffers.environment, **self.gpio.environment, **self.audio.environment,
+            **self.input.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,
             "CCU_ZONES": self.zones_folder, "CCU_LOCALTIME": self.local_time_link,
             **self._environment})
         self.log = SyslogReader(self.daemon.log_path)
@@ -176,13 +185,16 @@ class VirtualUnit:
         problems = []
         try:
             if self.daemon is not None:
-                problems = self.daemon.discard(self._end_siblings)
-            self._end_siblings()
+                problems = self.daemon.discard(self._release)
+            self._release()
             if self.client is not None:
                 self.client.close()
         finally:
             if self.gps is not None:
                 self.gps.stop()
+            for device in (self.audio, self.gpio):
+                if device is not None:
+                    device.close()
             for bus in self._buses.values():
                 bus.stop()
             if self.directory is not None:
@@ -191,9 +203,12 @@ class VirtualUnit:
             _running.remove(self)
         return problems
 
-    def _end_siblings(self):
+    def _release(self):
+        """Frees whoever waits for a part of the unit."""
         for sibling in self._siblings.values():
             sibling.die()
+        if self.audio is not None:
+            self.audio.mend()
 
     # The daemon -------------------------------------------------------------------------------------------------------
 
@@ -247,6 +262,11 @@ class VirtualUnit:
         return self.mount_point("card")
 
     @property
+    def keypad(self):
+        """The unit's keypad; `unit.input` has the other input devices."""
+        return self.input.keypad
+
+    @property
     def logs_folder(self):
         """The folder that is /mnt/ccu-data/logs to the daemon."""
         return os.path.join(self.directory, "logs")
@@ -275,7 +295,9 @@ class VirtualUnit:
 
         Each sibling pings each of the daemon's connections, so the ping stands behind the sibling's signals in the
         queue of the connection that listens to them.  That is repeated while the daemon's work causes further signals.
+        What was typed before is dealt with too: the daemon answers pings only when it is done with what it has read.
         """
+        self.input.wait_read(timeout)
         emitted, pinged = None, None
         while emitted is None or emitted != pinged:
             pinged = self._emissions()

@@ -9,26 +9,33 @@ import threading
 
 from .daemon import DaemonFailure
 from .ending import Ending
+from .key import mark_for_keys
+from .panel import Panel, Screen
 from .unit import VirtualUnit
 
 _LEVELS = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
 
 
 def _exports(unit):
-    return {"DBUS_SESSION_BUS_ADDRESS": unit.session_address, "DBUS_SYSTEM_BUS_ADDRESS": unit.system_address}
+    return {"DBUS_SESSION_BUS_ADDRESS": unit.session_address, "DBUS_SYSTEM_BUS_ADDRESS": unit.system_address,
+            "CCU_UNIT": unit.directory}
 
 
-def _print_line(line):
-    print(f"{_LEVELS[line.priority]:>7} {line.text.rstrip()}", file=sys.stderr, flush=True)
+def _format(line):
+    return f"{_LEVELS[line.priority]:>7} {line.text.rstrip()}"
 
 
 def _serve(unit, ending):
-    """Shows how to reach the unit and follows the daemon's log until the user or the daemon ends it."""
+    """Shows how to reach the unit, and follows its panel and the daemon's log until the user or the daemon ends it."""
     for name, value in _exports(unit).items():
         print(f"export {name}={shlex.quote(value)}", flush=True)
     stop = threading.Event()
-    follower = threading.Thread(target=unit.log.follow, args=(_print_line, stop), daemon=True)
-    follower.start()
+    screen = Screen(sys.stderr)
+    followers = [threading.Thread(target=unit.log.follow, args=(lambda line: screen.line(_format(line)), stop)),
+                 threading.Thread(target=Panel(unit).follow, args=(screen.status, stop))]
+    for follower in followers:
+        follower.daemon = True
+        follower.start()
     try:
         with ending:
             status = unit.wait_exit(timeout=None)
@@ -36,7 +43,9 @@ def _serve(unit, ending):
         return 0
     finally:
         stop.set()
-        follower.join()
+        for follower in followers:
+            follower.join()
+        screen.close()
     print(f"the daemon has ended by itself with status {status}", file=sys.stderr)
     return 1
 
@@ -60,6 +69,7 @@ def up(command, build_dir=None):
     ending = Ending()
     try:
         with VirtualUnit(build_dir) as unit:
+            mark_for_keys(unit.directory)
             return _run(unit, ending, command) if command else _serve(unit, ending)
     except (DaemonFailure, OSError) as error:
         print("\n".join([str(error), *getattr(error, "__notes__", [])]), file=sys.stderr)

@@ -29,16 +29,17 @@ def _folder(line):
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_up_until_it_is_interrupted(build_dir, number):
     with _start(build_dir) as process:
-        lines = [process.stdout.readline() for _ in range(2)]
+        lines = [process.stdout.readline() for _ in range(3)]
         assert lines[0].startswith("export DBUS_SESSION_BUS_ADDRESS=unix:path=")
         assert lines[1].startswith("export DBUS_SYSTEM_BUS_ADDRESS=unix:path=")
+        assert lines[2] == f"export CCU_UNIT={_folder(lines[0])}\n"
         assert os.path.isdir(_folder(lines[0]))
         process.send_signal(number)
         assert process.wait(20) == 0
     assert not os.path.exists(_folder(lines[0]))
 
 
-def test_up_follows_the_log_and_notices_the_end_of_the_daemon(build_dir):
+def test_up_follows_the_log_and_the_panel_and_notices_the_end_of_the_daemon(build_dir):
     with _start(build_dir) as process:
         address = process.stdout.readline().partition("=")[2].strip().strip("'")
 
@@ -48,7 +49,9 @@ def test_up_follows_the_log_and_notices_the_end_of_the_daemon(build_dir):
                             *arguments], check=False, capture_output=True)
 
         call("Say", "string:well said")
-        assert process.stderr.readline() == "   info well said\n"
+        lines = {process.stderr.readline() for _ in range(2)}
+        assert "   info well said\n" in lines
+        assert any(line.startswith("  panel microphone off | speaker off, 79% |") for line in lines)
         call("Leave", "int32:4")
         assert process.wait(20) == 1
         assert "ended by itself with status 4" in process.stderr.read()

@@ -1,8 +1,9 @@
 /*
  * Preloaded into the unmodified daemon to reach what cannot be reached from outside:
  *
- *   CCU_FAIL_CALLS=NAME[,NAME...]   these library calls fail with -EIO: sd_event_default, sd_event_loop,
- *                                   sd_bus_emit_signal
+ *   CCU_FAIL_CALLS=NAME[,NAME...]   these library calls fail: sd_event_default, sd_event_loop, sd_event_add_io (those
+ *                                   of the daemon itself), sd_bus_emit_signal, udev_new,
+ *                                   libinput_udev_create_context, libinput_udev_assign_seat
  *   CCU_FULL_DISK=PATTERN           nothing new can be made at paths that match: "no space left on device"
  *   CCU_LOOP_ENDS_ON_SIGUSR1=1      the daemon's event loop ends normally on SIGUSR1, so that a test sees the orderly
  *                                   end, leak checkers run and coverage is written
@@ -74,6 +75,32 @@ __attribute__((visibility("default"))) int sd_bus_emit_signal(sd_bus* bus, const
     const int result = sd_bus_emit_signalv(bus, path, interface, member, types, arguments);
     va_end(arguments);
     return result;
+}
+
+__attribute__((visibility("default"))) int sd_event_add_io(sd_event* event, sd_event_source** source, int descriptor,
+                                                           uint32_t events, sd_event_io_handler_t handler, void* data)
+{
+    int (*next)(sd_event*, sd_event_source**, int, uint32_t, sd_event_io_handler_t, void*) = real("sd_event_add_io");
+    return fails("sd_event_add_io") ? -EIO : next(event, source, descriptor, events, handler, data);
+}
+
+/* Of libudev and libinput, whose types do not matter here. */
+__attribute__((visibility("default"))) void* udev_new(void)
+{
+    void* (*next)(void) = real("udev_new");
+    return fails("udev_new") ? NULL : next();
+}
+
+__attribute__((visibility("default"))) void* libinput_udev_create_context(const void* interface, void* data, void* udev)
+{
+    void* (*next)(const void*, void*, void*) = real("libinput_udev_create_context");
+    return fails("libinput_udev_create_context") ? NULL : next(interface, data, udev);
+}
+
+__attribute__((visibility("default"))) int libinput_udev_assign_seat(void* context, const char* seat)
+{
+    int (*next)(void*, const char*) = real("libinput_udev_assign_seat");
+    return fails("libinput_udev_assign_seat") ? -1 : next(context, seat);
 }
 
 static bool on_full_disk(const char* path)

@@ -1,0 +1,258 @@
+#include "device/DeviceManager.h"
+
+#include "clients/HalvexDaemonDbusHandler.h"
+#include "clients/VideoDaemonDbusHandler.h"
+#include "dbus_helper/Log.h"
+#include "device/DeviceState.h"
+#include "device/LedValues.h"
+
+#include <sigc++/functors/mem_fun.h>
+
+#include <any>
+#include <string_view>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+using Halvexd::HalvexDaemonDbusHandler;
+using Settingsd::SettingsDaemonDbusHandler;
+using Videod::VideoDaemonDbusHandler;
+
+constexpr const char* objectPath = "/com/tavilon/common/Controller1";
+constexpr const char* objectInterface = "com.tavilon.common.Controller1.Control";
+
+constexpr int pressed = 1;
+
+/// Says what has changed, and shows it to the visitor, in the order of the names: name, D-Bus type and value.
+template <typename Visitor>
+void VisitChanges(const char* text, const sdbus_utils::TypedPropertyMap& properties, const Visitor& visit)
+{
+    Log::Info("%s", text);
+    for (const auto& [name, typedValue] : properties)
+    {
+        Log::Info("name: %s", name.c_str());
+        const auto& [type, value] = typedValue;
+        visit(std::string_view(name), std::string_view(type), value);
+    }
+}
+
+/// What reading a setting says: on success with the value, on failure without.
+struct DefaultWords
+{
+    const char* section;
+    const char* key;
+    const char* got;
+    const char* failed;
+};
+
+/// Reads a setting and applies it; false when it cannot be read.
+template <typename T, typename Apply>
+bool ApplyDefault(const char* text, const DefaultWords& words, Apply apply)
+{
+    T value{};
+    if (SettingsDaemonDbusHandler::GetSetting(words.section, words.key, value) < 0)
+    {
+        Log::Error("%s: Failed to get default %s", text, words.failed);
+        return false;
+    }
+    Log::Info("%s: Got default %s: %d", text, words.got, static_cast<int>(value));
+    apply(value);
+    return true;
+}
+
+/// Reads the keypad's beep as far as it can be read.
+bool ReadBeepDefaults(const char* text)
+{
+    constexpr const char* section = "keyBeep";
+    if (SettingsDaemonDbusHandler::GetSetting(section, "enabled", deviceState.keypadBeepEnabled) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "duration", deviceState.duration) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "period", deviceState.period) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "beeps", deviceState.beeps) < 0)
+    {
+        Log::Error("%s: Failed to get default beep settings for %s", text, section);
+        return false;
+    }
+    Log::Info("%s: Got default keypad beep setting %d %u %u %u", text, deviceState.keypadBeepEnabled ? 1 : 0,
+              deviceState.duration, deviceState.period, deviceState.beeps);
+    return true;
+}
+
+} // namespace
+
+DeviceState deviceState;
+
+DeviceManager::DeviceManager(sd_event* event, const SettingsHandler& settings) : settings_(settings)
+{
+    if (deviceState.sound.Init() < 0)
+    {
+        Log::Error("%s: Failed to initialize Sound Manager",
+                   "ControllerDaemon::DeviceManager::DeviceManager(sd_event*, SettingsHandler)");
+    }
+    if (settings_ != nullptr)
+    {
+        settings_->SectionChanged("audio").connect(sigc::mem_fun(*this, &DeviceManager::AudioSettingsChanged));
+        settings_->SectionChanged("sonde").connect(sigc::mem_fun(*this, &DeviceManager::SondeSettingsChanged));
+        settings_->SectionChanged("keyBeep").connect(sigc::mem_fun(*this, &DeviceManager::KeyBeepSettingsChanged));
+    }
+    keyInput_.emplace(event).KeyChanged().connect(sigc::ptr_fun(&KeyPress));
+}
+
+void DeviceManager::SetBus(sd_bus* bus) { deviceState.bus = bus; }
+
+int32_t DeviceManager::SetDefaultSettings()
+{
+    constexpr const char* text = deviceText<decltype(&DeviceManager::SetDefaultSettings), "SetDefaultSettings">;
+    bool all = true;
+    all &= ApplyDefault<bool>(text, {"audio", "micEnabled", "Mic state", "Mic setting"},
+                              [](bool enabled) { SetMicEnabled(enabled); });
+    all &= ApplyDefault<bool>(text, {"audio", "speakerEnabled", "Speaker state", "Speaker setting"},
+                              [](bool enabled) { SetSpkrEnabled(enabled); });
+    all &= ApplyDefault<int32_t>(text, {"audio", "speakerVolume", "Speaker volume", "Speaker volume"},
+                                 [](int32_t percent) { SetSpkrVolume(percent); });
+    all &= ApplyDefault<bool>(text, {"sonde", "enabled", "Sonde state", "Sonde setting"},
+                              [](bool enabled) { SwitchSonde(enabled); });
+    all &= ReadBeepDefaults(text);
+    return all ? 0 : -1;
+}
+
+int32_t DeviceManager::SetMicEnabled(bool enabled)
+{
+    const int32_t result = deviceState.sound.SetMicEnabled(enabled);
+    if (result < 0)
+    {
+        Log::Error("%s: %s", deviceText<int32_t(bool), "SetMicEnabled">, setMicFailed);
+        return result;
+    }
+    HandleLED(micLed, enabled ? 1 : 0);
+    VideoDaemonDbusHandler::SetSystemMicMute(!enabled);
+    EmitPropertyChanged("MicEnabled");
+    return result;
+}
+
+int32_t DeviceManager::SetSpkrEnabled(bool enabled)
+{
+    const int32_t result = deviceState.sound.SetSpkrEnabled(enabled);
+    if (result < 0)
+    {
+        Log::Error("%s: %s", deviceText<int32_t(bool), "SetSpkrEnabled">, setSpkrFailed);
+        return result;
+    }
+    EmitPropertyChanged("SpkrEnabled");
+    return result;
+}
+
+int32_t DeviceManager::SetSpkrVolume(int percent)
+{
+    const int32_t result = SoundManager::SetSpkrVolume(percent);
+    if (result < 0)
+    {
+        Log::Error("static int32_t ControllerDaemon::DeviceManager::SetSpkrVolume(int): %s", setVolumeFailed);
+        return result;
+    }
+    EmitPropertyChanged("SpkrVolume");
+    return result;
+}
+
+int32_t DeviceManager::SwitchSonde(bool enabled)
+{
+    const int32_t result = HalvexDaemonDbusHandler::SetCameraSonde(enabled);
+    if (result >= 0)
+    {
+        HandleLED(sondeLed, enabled ? 1 : 0);
+    }
+    return result;
+}
+
+int32_t DeviceManager::EmitPropertyChanged(const std::string& name)
+{
+    return sd_bus_emit_properties_changed(deviceState.bus, objectPath, objectInterface, name.c_str(), nullptr);
+}
+
+int32_t DeviceManager::HandleLED(int led, int value)
+{
+    const int32_t result = HalvexDaemonDbusHandler::SetLedState(static_cast<uint32_t>(led), SwitchLedValue(value));
+    if (result < 0)
+    {
+        Log::Error("%s: Failed to set LED led=%d value=%d",
+                   "static int32_t ControllerDaemon::DeviceManager::HandleLED(int, int)", led, value);
+    }
+    return result;
+}
+
+int32_t DeviceManager::CaptureLED(int led, int value)
+{
+    const int32_t result = HalvexDaemonDbusHandler::SetLedState(static_cast<uint32_t>(led), CaptureLedValue(value));
+    if (result < 0)
+    {
+        Log::Error("%s: Failed to set the LED %d to value=%d",
+                   "static int32_t ControllerDaemon::DeviceManager::CaptureLED(int, int)", led, value);
+    }
+    return result;
+}
+
+void DeviceManager::KeyPress(uint32_t keyCode, uint32_t /*time*/, int keyState)
+{
+    Log::Info("DeviceManager::KeyPress: Got keyCode %d, keypadBeepEnabled %d", static_cast<int>(keyCode),
+              deviceState.keypadBeepEnabled ? 1 : 0);
+    if (keyState == pressed && deviceState.keypadBeepEnabled)
+    {
+        HalvexDaemonDbusHandler::BeepBuzzer(deviceState.duration, deviceState.period, deviceState.beeps);
+    }
+}
+
+void DeviceManager::AudioSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
+{
+    constexpr const char* text = deviceText<decltype(&DeviceManager::AudioSettingsChanged), "AudioSettingsChanged">;
+    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
+        if (name == "micEnabled" && type == "b")
+        {
+            SetMicEnabled(std::any_cast<bool>(value));
+        }
+        else if (name == "speakerEnabled" && type == "b")
+        {
+            SetSpkrEnabled(std::any_cast<bool>(value));
+        }
+        else if (name == "speakerVolume" && type == "i")
+        {
+            SetSpkrVolume(std::any_cast<int32_t>(value));
+        }
+    });
+}
+
+void DeviceManager::SondeSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
+{
+    constexpr const char* text = deviceText<decltype(&DeviceManager::SondeSettingsChanged), "SondeSettingsChanged">;
+    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
+        if (name == "enabled" && type == "b")
+        {
+            SwitchSonde(std::any_cast<bool>(value));
+        }
+    });
+}
+
+void DeviceManager::KeyBeepSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
+{
+    constexpr const char* text = deviceText<decltype(&DeviceManager::KeyBeepSettingsChanged), "KeyBeepSettingsChanged">;
+    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
+        if (name == "enabled" && type == "b")
+        {
+            deviceState.keypadBeepEnabled = std::any_cast<bool>(value);
+        }
+        else if (name == "duration" && type == "u")
+        {
+            deviceState.duration = std::any_cast<uint32_t>(value);
+        }
+        else if (name == "period" && type == "u")
+        {
+            deviceState.period = std::any_cast<uint32_t>(value);
+        }
+        else if (name == "beeps" && type == "u")
+        {
+            deviceState.beeps = std::any_cast<uint32_t>(value);
+        }
+    });
+}
+
+} // namespace ControllerDaemon

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "clients/SettingsDaemonDbusHandler.h"
+#include "dbus_helper/PropertyMap.h"
+#include "device/KeyInput.h"
+
+#include <sigc++/trackable.h>
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace ControllerDaemon
+{
+
+using Settingsd::SettingsHandler;
+
+/// Microphone, speaker, sounds, the camera's sonde and the keypad's beep: serves their members of our interface, shows
+/// switches on the front panel's LEDs, follows the sections "audio", "sonde" and "keyBeep" of the settings daemon, and
+/// beeps when a key is pressed. Everything runs on the loop's thread and blocks on amixer, the hardware daemon and the
+/// video daemon. What it knows is kept by the class, since its handlers are plain functions: there is one manager.
+///
+/// Failures of LEDs, beeps and of the video daemon's muting are logged and change nothing else.
+class DeviceManager : public sigc::trackable
+{
+  public:
+    /// Initialises the sound, follows the three sections, and listens to the keypad on the loop. Without sound or
+    /// keypad it does the rest; settings may be null.
+    DeviceManager(sd_event* event, const SettingsHandler& settings);
+
+    /// The connection on which property changes are emitted; null: nothing is emitted.
+    static void SetBus(sd_bus* bus);
+
+    /// Reads what the settings daemon keeps and applies it, value by value. A value that cannot be read, or not be
+    /// applied, is logged and leaves what holds. 0, or -1 when a read has failed.
+    [[nodiscard]] int32_t SetDefaultSettings();
+
+    /// Switches the microphone, shows that on its LED, tells the video daemon, and emits the change. Negative when the
+    /// line cannot be set, with nothing of this done.
+    static int32_t SetMicEnabled(bool enabled);
+    /// Switches the speaker and emits the change. Negative as above.
+    static int32_t SetSpkrEnabled(bool enabled);
+    /// Sets the speaker's volume, in percent, and emits the change. Negative when no shell could be run for amixer.
+    static int32_t SetSpkrVolume(int percent);
+    /// Switches the camera's sonde, and when that is done shows it on its LED: which is to show what holds. Negative
+    /// when the hardware daemon fails.
+    static int32_t SwitchSonde(bool enabled);
+    /// Emits the change of one property of our interface, with its value. Negative errno-style on failure.
+    static int32_t EmitPropertyChanged(const std::string& name);
+    /// Shows a switch (see SwitchLedValue) or a capture (see CaptureLedValue) on an LED of the front panel. Negative
+    /// when the hardware daemon fails.
+    static int32_t HandleLED(int led, int value);
+    static int32_t CaptureLED(int led, int value);
+
+    /// A key of the keypad changed: `state` 1 pressed, 0 released. Beeps for a press while that is enabled.
+    static void KeyPress(uint32_t keyCode, uint32_t time, int state);
+
+    /// Settings of a section changed. A key that is unknown, or of another type than it should be, is passed over.
+    void AudioSettingsChanged(sdbus_utils::TypedPropertyMap& properties);
+    void SondeSettingsChanged(sdbus_utils::TypedPropertyMap& properties);
+    void KeyBeepSettingsChanged(sdbus_utils::TypedPropertyMap& properties);
+
+    /// Property handlers. An access that fails is answered with "org.freedesktop.DBus.Error.Failed" and the words of
+    /// its log line, save reading the sonde, which is false when the hardware daemon does not say.
+    static int GetKeypadBeepEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                                    sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int SetKeypadBeepEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                                    sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetSonde(sd_bus* bus, const char* path, const char* interface, const char* property,
+                        sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    /// Emits no change: the hardware daemon, whose property it is, tells of it.
+    static int SetSonde(sd_bus* bus, const char* path, const char* interface, const char* property,
+                        sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetMicEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int SetMicEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                             sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetSpkrEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                              sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int SetSpkrEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
+                              sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetSpkrVolume(sd_bus* bus, const char* path, const char* interface, const char* property,
+                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int SetSpkrVolume(sd_bus* bus, const char* path, const char* interface, const char* property,
+                             sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetAudioFiles(sd_bus* bus, const char* path, const char* interface, const char* property,
+                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+
+    /// Method handler: plays a sound file, by its name in "AudioFiles"; answers before it is heard.
+    static int PlayAudio(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+
+  private:
+    SettingsHandler settings_;
+    std::optional<KeyInput> keyInput_;
+};
+
+} // namespace ControllerDaemon

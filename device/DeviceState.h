@@ -1,0 +1,38 @@
+#pragma once
+
+#include "dbus_helper/OperationText.h"
+#include "device/SoundManager.h"
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+
+/// What the parts of the device manager share.
+namespace ControllerDaemon
+{
+
+/// Class-level state: handlers are plain functions.
+struct DeviceState
+{
+    sd_bus* bus = nullptr; ///< on which changes are emitted
+    SoundManager sound;
+    bool keypadBeepEnabled = false;
+    uint32_t beeps = 0;
+    uint32_t period = 0; ///< in the hardware daemon's unit, as is the duration
+    uint32_t duration = 0;
+};
+
+/// The one state, made before main runs.
+extern DeviceState deviceState;
+
+/// Failures that are told to a client in the words of their line.
+inline constexpr const char* setMicFailed = "SoundManager::SetMicEnabled failed";
+inline constexpr const char* setSpkrFailed = "SoundManager::SetSpkrEnabled failed";
+inline constexpr const char* setVolumeFailed = "SoundManager::SetSpkrVolume failed";
+
+inline constexpr DbusHelper::FixedString deviceManagerName{"ControllerDaemon::DeviceManager::"};
+/// The signature text of an operation of the device manager.
+template <typename Type, DbusHelper::FixedString operation>
+inline constexpr const char* deviceText = DbusHelper::operationText<Type, Concat(deviceManagerName, operation)>.c_str();
+
+} // namespace ControllerDaemon

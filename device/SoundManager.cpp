@@ -1,0 +1,245 @@
+#include "device/SoundManager.h"
+
+#include "dbus_helper/Log.h"
+#include "dbus_helper/OperationText.h"
+#include "device/MixerOutput.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+constexpr const char* chipName = "gpiochip4";
+constexpr const char* consumer = "controller";
+constexpr unsigned int micOffset = 14;
+constexpr unsigned int spkrOffset = 13;
+constexpr const char* soundFolder = "/usr/share/sounds/";
+constexpr const char* soundExtension = ".wav";
+constexpr const char* speakerControl = "'HP DAC'"; // quoted for the shell: its name has a blank
+constexpr const char* dacControl = "PCM";
+
+#define SIGNATURE_OF(operation)                                                                                        \
+    (DbusHelper::operationText<decltype(&SoundManager::operation), "ControllerDaemon::SoundManager::" #operation>      \
+         .c_str())
+
+struct ChipCloser
+{
+    void operator()(gpiod_chip* chip) const { gpiod_chip_close(chip); }
+};
+using ChipHandle = std::unique_ptr<gpiod_chip, ChipCloser>;
+
+struct PipeCloser
+{
+    void operator()(std::FILE* pipe) const { pclose(pipe); }
+};
+using PipeHandle = std::unique_ptr<std::FILE, PipeCloser>;
+
+/// A line that was never obtained fails like one that libgpiod cannot use.
+int32_t WriteLine(const char* text, gpiod_line* line, bool enabled)
+{
+    const int result = line == nullptr ? -1 : gpiod_line_set_value(line, enabled ? 1 : 0);
+    if (result < 0)
+    {
+        Log::Error("%s: gpiod_line_set_value returned: %d", text, result);
+    }
+    return result;
+}
+
+int32_t ReadLine(const char* text, gpiod_line* line, bool& enabled)
+{
+    const int result = line == nullptr ? -1 : gpiod_line_get_value(line);
+    if (result < 0)
+    {
+        Log::Error("%s: gpiod_line_get_value returned: %d", text, result);
+        return result;
+    }
+    enabled = result != 0;
+    return result;
+}
+
+int32_t SetControl(const char* control, int percent)
+{
+    return std::system(("amixer set " + std::string(control) + " " + std::to_string(percent) + "%").c_str());
+}
+
+/// Reads a line of a program's output, with its newline. False at the end.
+bool ReadOutput(std::FILE* pipe, std::string& line)
+{
+    line.clear();
+    int character = 0;
+    while (character != '\n' && (character = std::fgetc(pipe)) != EOF)
+    {
+        line.push_back(static_cast<char>(character));
+    }
+    return !line.empty();
+}
+
+int32_t GetControl(const char* control, const char* key, std::string& text)
+{
+    const PipeHandle pipe(popen(("amixer get " + std::string(control)).c_str(), "re"));
+    std::string line;
+    while (pipe != nullptr && ReadOutput(pipe.get(), line))
+    {
+        if (IsMixerLine(line, key))
+        {
+            text = MixerText(line);
+            return 0;
+        }
+    }
+    return -1;
+}
+
+/// Runs the player and reaps it. Without a shell in between: whatever characters a file's name has, it is one file.
+void RunPlayer(std::string path)
+{
+    std::string program = "aplay";
+    const std::array<char*, 3> arguments{program.data(), path.data(), nullptr};
+    pid_t player = 0;
+    if (posix_spawnp(&player, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0)
+    {
+        return;
+    }
+    while (waitpid(player, nullptr, 0) < 0 && errno == EINTR)
+    {}
+}
+
+} // namespace
+
+SoundManager::SoundManager() noexcept
+{
+    // What comes of it is nobody's: without a mixer the daemon has other things to do.
+    [[maybe_unused]] const int status = std::system("amixer set PGA 3");
+}
+
+int32_t SoundManager::Init()
+{
+    constexpr const char* text = SIGNATURE_OF(Init);
+    ChipHandle chip(gpiod_chip_open_by_name(chipName));
+    if (chip == nullptr)
+    {
+        Log::Error("%s: Failed to open GPIO chip", text);
+        return -1;
+    }
+    gpiod_line* mic = gpiod_chip_get_line(chip.get(), micOffset);
+    gpiod_line* spkr = gpiod_chip_get_line(chip.get(), spkrOffset);
+    if (mic == nullptr || spkr == nullptr)
+    {
+        Log::Error("%s: Failed to get MIC or SPKR lines", text);
+        return -2;
+    }
+    const int micRequest = gpiod_line_request_output(mic, consumer, 1);
+    const int spkrRequest = gpiod_line_request_output(spkr, consumer, 0);
+    if (micRequest < 0 || spkrRequest < 0)
+    {
+        Log::Error("%s: Failed to request GPIO output for MIC or SPKR lines", text);
+        gpiod_line_release(mic);
+        gpiod_line_release(spkr);
+        return -3;
+    }
+    chip_ = chip.release(); // for the life of the process, as its lines
+    micLine_ = mic;
+    spkrLine_ = spkr;
+    if (SetControl(dacControl, 100) < 0)
+    {
+        Log::Error("%s: Failed to configure volume of DAC device", text);
+    }
+    ListAudioFiles();
+    return 0;
+}
+
+int32_t SoundManager::SetMicEnabled(bool enabled)
+{
+    constexpr const char* text = SIGNATURE_OF(SetMicEnabled);
+    Log::Info("%s: Set Microphone enabled - gpiod_line_set_value: %d", text, enabled ? 1 : 0);
+    return WriteLine(text, micLine_, enabled);
+}
+
+int32_t SoundManager::GetMicEnabled(bool& enabled)
+{
+    constexpr const char* text = SIGNATURE_OF(GetMicEnabled);
+    const int32_t result = ReadLine(text, micLine_, enabled);
+    if (result >= 0)
+    {
+        Log::Info("%s: Get Microphone - gpiod_line_get_value: %d", text, enabled ? 1 : 0);
+    }
+    return result;
+}
+
+int32_t SoundManager::SetSpkrEnabled(bool enabled)
+{
+    constexpr const char* text = SIGNATURE_OF(SetSpkrEnabled);
+    Log::Info("%s: Set Spkr enabled - gpiod_line_set_value: %d", text, enabled ? 1 : 0);
+    return WriteLine(text, spkrLine_, enabled);
+}
+
+int32_t SoundManager::GetSpkrEnabled(bool& enabled)
+{
+    constexpr const char* text = SIGNATURE_OF(GetSpkrEnabled);
+    const int32_t result = ReadLine(text, spkrLine_, enabled);
+    if (result >= 0)
+    {
+        Log::Info("%s: Get Spkr enabled - gpiod_line_get_value: %d", text, enabled ? 1 : 0);
+    }
+    return result;
+}
+
+int32_t SoundManager::SetSpkrVolume(int percent) { return SetControl(speakerControl, percent); }
+
+int32_t SoundManager::GetSpkrVolume(int& raw, int& percent, float& decibels)
+{
+    std::string text;
+    return GetControl(speakerControl, "Front Left", text) == 0 && ParseVolume(text, raw, percent, decibels) ? 0 : -1;
+}
+
+int32_t SoundManager::GetSpkrVolumeLimits(int& minimum, int& maximum)
+{
+    std::string text;
+    return GetControl(dacControl, "Limits", text) == 0 && ParseLimits(text, minimum, maximum) ? 0 : -1;
+}
+
+int32_t SoundManager::Play(const std::string& name) const
+{
+    if (std::find(audioFiles_.begin(), audioFiles_.end(), name) == audioFiles_.end())
+    {
+        return -1;
+    }
+    try
+    {
+        std::thread(&RunPlayer, soundFolder + name).detach();
+    }
+    catch (const std::system_error&) // no thread to be had
+    {
+        return -1;
+    }
+    return 0;
+}
+
+void SoundManager::ListAudioFiles()
+{
+    audioFiles_.clear();
+    std::error_code error;
+    std::filesystem::directory_iterator entry(soundFolder, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+    {
+        if (entry->path().extension() == soundExtension)
+        {
+            audioFiles_.push_back(entry->path().filename());
+        }
+    }
+}
+
+} // namespace ControllerDaemon

@@ -1,0 +1,162 @@
+"""The unit's panel as text, and the keys that are pressed from another terminal."""
+
+import contextlib
+import io
+import os
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+
+import pytest
+
+from virtual_unit import VirtualUnit
+from virtual_unit.key import mark_for_keys
+from virtual_unit.panel import Panel, Screen
+
+_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+_HALVEX = ("com.tavilon.common.Halvex1", "/com/tavilon/common/Halvex1", "com.tavilon.common.Halvex1.Control")
+_AT_FIRST = "microphone off | speaker off, 79% | LEDs mic off, sonde off | beeps 0 | plays nothing"
+
+
+def test_the_panel_shows_what_there_is(unit, client_of):
+    """Every part of the front is where it is looked for."""
+    panel = Panel(unit)
+    assert panel.text() == _AT_FIRST
+    hardware = client_of(*_HALVEX)
+    for number, state in ((0, 1), (3, 3), (1, 0)):
+        hardware.call("SetLedState", "uu", number, state)
+    hardware.call("BeepBuzzer", "uuu", 100, 200, 1)
+    unit.gpio.mic.value = 1
+    unit.gpio.speaker.remove()
+    unit.audio.set_control("HP DAC", 127)
+    unit.audio.hold("aplay")
+    environment = {**os.environ, **unit.audio.environment}
+    with subprocess.Popen(["aplay", "/usr/share/sounds/beep.wav"], env=environment) as player:
+        unit.audio.wait_played(ended=False)
+        assert panel.text() == ("microphone on | speaker gone, 100% | LEDs mic on, LED 1 off, sonde 3 | beeps 1 | "
+                                "plays beep.wav")
+        unit.audio.release("aplay")
+        assert player.wait(20) == 0
+    assert panel.text().endswith("| plays nothing")
+
+
+def test_the_panel_is_followed():
+    """Every change is told once, and the panel of a unit without hardware is told too."""
+    with VirtualUnit(daemon=False, siblings=()) as unit:
+        shown, told, stop = [], threading.Semaphore(0), threading.Event()
+
+        def show(text):
+            shown.append(text)
+            told.release()
+
+        follower = threading.Thread(target=Panel(unit).follow, args=(show, stop, 0.001))
+        follower.start()
+        try:
+            assert told.acquire(timeout=10)
+            unit.gpio.mic.value = 1
+            assert told.acquire(timeout=10)
+        finally:
+            stop.set()
+            follower.join()
+        assert [text.partition(" |")[0] for text in shown] == ["microphone off", "microphone on"]
+
+
+def test_the_screen_of_a_pipe():
+    """Every status is a line among the others."""
+    stream = io.StringIO()
+    screen = Screen(stream)
+    screen.line("one")
+    screen.status("mic on")
+    screen.line("two")
+    screen.close()
+    assert stream.getvalue() == "one\n  panel mic on\ntwo\n"
+
+
+def test_the_screen_of_a_terminal():
+    """The status stays beneath the lines that go by."""
+    stream = io.StringIO()
+    stream.isatty = lambda: True
+    screen = Screen(stream)
+    screen.status("mic on")
+    screen.line("one")
+    screen.close()
+    clear, status = "\r\x1b[K", "\x1b[?7lmic on\x1b[?7h"
+    assert stream.getvalue() == f"{clear}{status}{clear}one\n{status}{clear}"
+
+
+# Keys -----------------------------------------------------------------------------------------------------------------
+
+@pytest.fixture
+def home():
+    """A folder for units that no other test has any in."""
+    folder = tempfile.mkdtemp(prefix="k-", dir="/tmp")
+    yield folder
+    shutil.rmtree(folder)
+
+
+@contextlib.contextmanager
+def _listened_to(home, marked=True):
+    """A unit whose keypad somebody has open, and a function that reads the codes and states of the keys."""
+    with VirtualUnit(daemon=False, directory=home, siblings=()) as unit:
+        if marked:
+            mark_for_keys(unit.directory)
+        reader = os.open(unit.keypad.node, os.O_RDONLY | os.O_NONBLOCK)
+
+        def keys():
+            try:
+                events = struct.iter_unpack("@qqHHi", os.read(reader, 4096))
+            except BlockingIOError:
+                return []
+            return [event[3:] for event in events if event[2] == 1]
+
+        try:
+            yield unit, keys
+        finally:
+            os.close(reader)
+
+
+def _key(home, *arguments, unit=None):
+    environment = {name: value for name, value in os.environ.items() if name != "CCU_UNIT"}
+    environment.update({"TMPDIR": home, **({"CCU_UNIT": unit} if unit else {})})
+    return subprocess.run([sys.executable, "-m", "virtual_unit", "key", *arguments], cwd=_ROOT, env=environment,
+                          text=True, capture_output=True, check=False)
+
+
+@pytest.mark.parametrize("arguments, keys", [
+    (("30",), [(30, 1), (30, 0)]), (("30", "press"), [(30, 1)]), (("30", "release"), [(30, 0)]),
+    (("248", "repeat"), [(248, 2)]),
+])
+def test_a_key_of_the_one_unit(home, arguments, keys):
+    """The only unit that is there for people is found."""
+    with _listened_to(home) as (_, typed), _listened_to(home, marked=False) as (_, others):
+        assert _key(home, *arguments).returncode == 0
+        assert typed() == keys and others() == []
+
+
+def test_a_key_of_one_of_several_units(home):
+    """Of several units one has to be named."""
+    with _listened_to(home) as (unit, typed), _listened_to(home) as (_, others):
+        done = _key(home, "30")
+        assert done.returncode == 1 and "several units are running: set CCU_UNIT to one of" in done.stderr
+        assert _key(home, "30", "press", unit=unit.directory).returncode == 0
+        assert typed() == [(30, 1)] and others() == []
+
+
+def test_a_key_of_no_unit(home):
+    """A key that nobody would hear of is told."""
+    assert "no unit is running" in _key(home, "30").stderr
+    with VirtualUnit(daemon=False, directory=home, siblings=()) as unit:
+        mark_for_keys(unit.directory)
+        assert "no unit is running" in _key(home, "30").stderr
+        done = _key(home, "30", unit=unit.directory)
+        assert done.returncode == 1 and "nobody listens to the keypad" in done.stderr
+
+
+@pytest.mark.parametrize("arguments", [("F1",), ("30", "hit"), ()])
+def test_keys_that_make_no_sense(home, arguments):
+    """A command that is not understood says how it is written."""
+    done = _key(home, *arguments)
+    assert done.returncode == 2 and "usage:" in done.stderr
