@@ -6,7 +6,6 @@
 #include "capture/SnapshotCapture.h"
 #include "capture/VideoCapture.h"
 #include "capture/VideoPlayback.h"
-#include "daemon/UnavailableMember.h"
 #include "device/DeviceManager.h"
 #include "time/TimeManager.h"
 
@@ -58,9 +57,6 @@ constexpr Member ReadOnly(const char* name, const char* signature, sd_bus_proper
             .flags = emitsChange,
             .getter = getter};
 }
-
-constexpr auto noMethod = &UnavailableMember::Call;
-constexpr auto noGetter = &UnavailableMember::Get;
 
 // One line a member, as clients see it.
 // clang-format off

@@ -1,12 +1,12 @@
 // The device manager as clients of our interface reach it.
 #include "clients/HalvexDaemonDbusHandler.h"
 #include "dbus_helper/Codec.h"
+#include "dbus_helper/FileNames.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/PropertyReply.h"
 #include "device/DeviceManager.h"
 #include "device/DeviceState.h"
 
-#include <cerrno>
 #include <tuple>
 
 namespace ControllerDaemon
@@ -172,14 +172,7 @@ int DeviceManager::GetAudioFiles(sd_bus* /*bus*/, const char* /*path*/, const ch
                                  const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
                                  sd_bus_error* /*error*/) noexcept
 {
-    int result = sd_bus_message_open_container(reply, 'a', "s");
-    for (const std::string& name : deviceState.sound.GetAudioFiles())
-    {
-        const int appended = Codec<std::string>::Append(reply, name);
-        // A name that is no text (-EINVAL) cannot be told, nor asked for: the others can.
-        result = result < 0 || appended == -EINVAL ? result : appended;
-    }
-    return result < 0 ? result : sd_bus_message_close_container(reply);
+    return DbusHelper::AppendFileNames(reply, deviceState.sound.GetAudioFiles());
 }
 
 int DeviceManager::PlayAudio(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept

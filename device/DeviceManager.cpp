@@ -1,40 +1,37 @@
 #include "device/DeviceManager.h"
 
 #include "clients/HalvexDaemonDbusHandler.h"
+#include "clients/SettingsChanges.h"
 #include "clients/VideoDaemonDbusHandler.h"
+#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
 #include "device/DeviceState.h"
 #include "device/LedValues.h"
 
 #include <sigc++/functors/mem_fun.h>
 
-#include <any>
-#include <string_view>
-
 namespace ControllerDaemon
 {
 namespace
 {
 
+using DbusHelper::controllerEndpoint;
 using Halvexd::HalvexDaemonDbusHandler;
 using Settingsd::SettingsDaemonDbusHandler;
+using Settingsd::VisitChanges;
 using Videod::VideoDaemonDbusHandler;
-
-constexpr const char* objectPath = "/com/tavilon/common/Controller1";
-constexpr const char* objectInterface = "com.tavilon.common.Controller1.Control";
 
 constexpr int pressed = 1;
 
-/// Says what has changed, and shows it to the visitor, in the order of the names: name, D-Bus type and value.
-template <typename Visitor>
-void VisitChanges(const char* text, const sdbus_utils::TypedPropertyMap& properties, const Visitor& visit)
+using Setting = sdbus_utils::TypedPropertyMap::value_type;
+
+/// Applies a changed setting if it is the one of this name and has the right type.
+template <typename T, typename Operation>
+void ApplyChange(const Setting& setting, const char* name, Operation apply)
 {
-    Log::Info("%s", text);
-    for (const auto& [name, typedValue] : properties)
+    if (const T* value = sdbus_utils::ValueOf<T>(setting, name); value != nullptr)
     {
-        Log::Info("name: %s", name.c_str());
-        const auto& [type, value] = typedValue;
-        visit(std::string_view(name), std::string_view(type), value);
+        apply(*value);
     }
 }
 
@@ -167,7 +164,8 @@ int32_t DeviceManager::SwitchSonde(bool enabled)
 
 int32_t DeviceManager::EmitPropertyChanged(const std::string& name)
 {
-    return sd_bus_emit_properties_changed(deviceState.bus, objectPath, objectInterface, name.c_str(), nullptr);
+    return sd_bus_emit_properties_changed(deviceState.bus, controllerEndpoint.path, controllerEndpoint.interface,
+                                          name.c_str(), nullptr);
 }
 
 int32_t DeviceManager::HandleLED(int led, int value)
@@ -205,53 +203,29 @@ void DeviceManager::KeyPress(uint32_t keyCode, uint32_t /*time*/, int keyState)
 void DeviceManager::AudioSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
     constexpr const char* text = deviceText<decltype(&DeviceManager::AudioSettingsChanged), "AudioSettingsChanged">;
-    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
-        if (name == "micEnabled" && type == "b")
-        {
-            SetMicEnabled(std::any_cast<bool>(value));
-        }
-        else if (name == "speakerEnabled" && type == "b")
-        {
-            SetSpkrEnabled(std::any_cast<bool>(value));
-        }
-        else if (name == "speakerVolume" && type == "i")
-        {
-            SetSpkrVolume(std::any_cast<int32_t>(value));
-        }
+    VisitChanges(text, properties, [](const Setting& setting) {
+        ApplyChange<bool>(setting, "micEnabled", [](bool enabled) { SetMicEnabled(enabled); });
+        ApplyChange<bool>(setting, "speakerEnabled", [](bool enabled) { SetSpkrEnabled(enabled); });
+        ApplyChange<int32_t>(setting, "speakerVolume", [](int32_t percent) { SetSpkrVolume(percent); });
     });
 }
 
 void DeviceManager::SondeSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
     constexpr const char* text = deviceText<decltype(&DeviceManager::SondeSettingsChanged), "SondeSettingsChanged">;
-    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
-        if (name == "enabled" && type == "b")
-        {
-            SwitchSonde(std::any_cast<bool>(value));
-        }
+    VisitChanges(text, properties, [](const Setting& setting) {
+        ApplyChange<bool>(setting, "enabled", [](bool enabled) { SwitchSonde(enabled); });
     });
 }
 
 void DeviceManager::KeyBeepSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
     constexpr const char* text = deviceText<decltype(&DeviceManager::KeyBeepSettingsChanged), "KeyBeepSettingsChanged">;
-    VisitChanges(text, properties, [](std::string_view name, std::string_view type, const std::any& value) {
-        if (name == "enabled" && type == "b")
-        {
-            deviceState.keypadBeepEnabled = std::any_cast<bool>(value);
-        }
-        else if (name == "duration" && type == "u")
-        {
-            deviceState.duration = std::any_cast<uint32_t>(value);
-        }
-        else if (name == "period" && type == "u")
-        {
-            deviceState.period = std::any_cast<uint32_t>(value);
-        }
-        else if (name == "beeps" && type == "u")
-        {
-            deviceState.beeps = std::any_cast<uint32_t>(value);
-        }
+    VisitChanges(text, properties, [](const Setting& setting) {
+        ApplyChange<bool>(setting, "enabled", [](bool enabled) { deviceState.keypadBeepEnabled = enabled; });
+        ApplyChange<uint32_t>(setting, "duration", [](uint32_t duration) { deviceState.duration = duration; });
+        ApplyChange<uint32_t>(setting, "period", [](uint32_t period) { deviceState.period = period; });
+        ApplyChange<uint32_t>(setting, "beeps", [](uint32_t beeps) { deviceState.beeps = beeps; });
     });
 }
 

@@ -48,9 +48,19 @@ struct PipeCloser
 };
 using PipeHandle = std::unique_ptr<std::FILE, PipeCloser>;
 
-/// A line that was never obtained fails like one that libgpiod cannot use.
-int32_t WriteLine(const char* text, gpiod_line* line, bool enabled)
+/// A line as it appears in the log.
+struct Line
 {
+    const char* text; ///< signature text of the operation
+    const char* what;
+    gpiod_line* line;
+};
+
+/// A line that was never obtained fails like one that libgpiod cannot use.
+int32_t WriteLine(const Line& target, bool enabled)
+{
+    const auto& [text, what, line] = target;
+    Log::Info("%s: %s - gpiod_line_set_value: %d", text, what, enabled ? 1 : 0);
     const int result = line == nullptr ? -1 : gpiod_line_set_value(line, enabled ? 1 : 0);
     if (result < 0)
     {
@@ -59,8 +69,9 @@ int32_t WriteLine(const char* text, gpiod_line* line, bool enabled)
     return result;
 }
 
-int32_t ReadLine(const char* text, gpiod_line* line, bool& enabled)
+int32_t ReadLine(const Line& source, bool& enabled)
 {
+    const auto& [text, what, line] = source;
     const int result = line == nullptr ? -1 : gpiod_line_get_value(line);
     if (result < 0)
     {
@@ -68,6 +79,7 @@ int32_t ReadLine(const char* text, gpiod_line* line, bool& enabled)
         return result;
     }
     enabled = result != 0;
+    Log::Info("%s: %s - gpiod_line_get_value: %d", text, what, enabled ? 1 : 0);
     return result;
 }
 
@@ -163,38 +175,19 @@ int32_t SoundManager::Init()
 
 int32_t SoundManager::SetMicEnabled(bool enabled)
 {
-    constexpr const char* text = SIGNATURE_OF(SetMicEnabled);
-    Log::Info("%s: Set Microphone enabled - gpiod_line_set_value: %d", text, enabled ? 1 : 0);
-    return WriteLine(text, micLine_, enabled);
+    return WriteLine({SIGNATURE_OF(SetMicEnabled), "Set Microphone enabled", micLine_}, enabled);
 }
-
 int32_t SoundManager::GetMicEnabled(bool& enabled)
 {
-    constexpr const char* text = SIGNATURE_OF(GetMicEnabled);
-    const int32_t result = ReadLine(text, micLine_, enabled);
-    if (result >= 0)
-    {
-        Log::Info("%s: Get Microphone - gpiod_line_get_value: %d", text, enabled ? 1 : 0);
-    }
-    return result;
+    return ReadLine({SIGNATURE_OF(GetMicEnabled), "Get Microphone", micLine_}, enabled);
 }
-
 int32_t SoundManager::SetSpkrEnabled(bool enabled)
 {
-    constexpr const char* text = SIGNATURE_OF(SetSpkrEnabled);
-    Log::Info("%s: Set Spkr enabled - gpiod_line_set_value: %d", text, enabled ? 1 : 0);
-    return WriteLine(text, spkrLine_, enabled);
+    return WriteLine({SIGNATURE_OF(SetSpkrEnabled), "Set Spkr enabled", spkrLine_}, enabled);
 }
-
 int32_t SoundManager::GetSpkrEnabled(bool& enabled)
 {
-    constexpr const char* text = SIGNATURE_OF(GetSpkrEnabled);
-    const int32_t result = ReadLine(text, spkrLine_, enabled);
-    if (result >= 0)
-    {
-        Log::Info("%s: Get Spkr enabled - gpiod_line_get_value: %d", text, enabled ? 1 : 0);
-    }
-    return result;
+    return ReadLine({SIGNATURE_OF(GetSpkrEnabled), "Get Spkr enabled", spkrLine_}, enabled);
 }
 
 int32_t SoundManager::SetSpkrVolume(int percent) { return SetControl(speakerControl, percent); }

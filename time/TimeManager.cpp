@@ -1,5 +1,6 @@
 #include "time/TimeManager.h"
 
+#include "clients/SettingsChanges.h"
 #include "clients/SystemdDateTime.h"
 #include "dbus_helper/Log.h"
 #include "time/ClockOperations.h"
@@ -62,15 +63,14 @@ int32_t TimeManager::SetDefaultSettings()
 
 void TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap& settings)
 {
-    Log::Info("%s", "void ControllerDaemon::TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap&)");
+    constexpr const char* text =
+        "void ControllerDaemon::TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap&)";
     bool changed = false;
-    for (const auto& setting : settings)
-    {
-        Log::Info("name: %s", setting.first.c_str());
+    Settingsd::VisitChanges(text, settings, [&](const auto& setting) {
         const bool dstChanged = Store(sdbus_utils::ValueOf<bool>(setting, "dst"), dst_);
         const bool zoneChanged = Store(sdbus_utils::ValueOf<std::string>(setting, "zone"), zone_);
         changed = changed || dstChanged || zoneChanged;
-    }
+    });
     if (changed)
     {
         UpdateTimezone();

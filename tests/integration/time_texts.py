@@ -46,6 +46,17 @@ def second():
     return int(time.clock_gettime(_CLOCK_REALTIME_COARSE))
 
 
+def is_of_the_start(text):
+    """Whether a line is of what clock and zone do at the start, or fail to do."""
+    return text == LIST_LINE[1] or any(word in text for word in (
+        "SystemdDateTime", "TimeManager::SetDefaultSettings", "UpdateTimezone", "GetProperty zone ", "GetProperty dst "))
+
+
+def without_clock(lines):
+    """The lines of a start that are others' business."""
+    return [(priority, text) for priority, text in lines if not is_of_the_start(text)]
+
+
 def zone_set(old, new):
     """The line of a zone that the settings have changed."""
     return info(f"UpdateTimezone: Setting Timezone from {old} -> {new}")
