@@ -139,6 +139,12 @@ class Client:
 
     # Signals ----------------------------------------------------------------------------------------------------------
 
+    @property
+    def announced(self):
+        """The signals of the interface itself: all but changes of properties, some of which come with every start."""
+        with self._changed:
+            return [signal for signal in self.signals if signal.interface == self.interface]
+
     def wait_signal(self, member, count=1, timeout=10):
         """Waits until that many signals of the name have come since the last `clear`; returns the count-th of them."""
 

@@ -3,7 +3,7 @@
 import difflib
 from dataclasses import dataclass, field
 
-from .client import INTERFACE, DbusFailure
+from .client import DbusFailure
 
 #: Texts of the codes that a capture is answered with.
 ANSWERS = {
@@ -153,10 +153,19 @@ class Stage:
         """The daemon's signals since the last time, as (member, *arguments), whatever connection they came from."""
         return [(signal.member, *signal.args) for signal in self._receive()]
 
+    def take_changes(self):
+        """The changes of the daemon's properties since the last time, a dictionary a signal."""
+        self.unit.settle()
+        changes = [signal.args[1] for signal in self.unit.client.signals if signal.member == "PropertiesChanged"]
+        self.unit.client.clear()
+        for change in changes:
+            self.show.signal(f"PropertiesChanged ({', '.join(f'{name} {describe(change[name])}' for name in change)})")
+        return changes
+
     def _receive(self):
         client = self.unit.client
         self.unit.settle()
-        signals = [signal for signal in client.signals if signal.interface == INTERFACE]
+        signals = client.announced
         client.clear()
         for signal in signals:
             self.show.signal(f"{signal.member} ({describe(signal.args)})")

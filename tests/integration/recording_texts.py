@@ -339,7 +339,7 @@ class Watch:
 def signals_of(unit):
     """The daemon's own signals as (member, arguments)."""
     unit.settle()
-    return [(signal.member, tuple(signal.args)) for signal in unit.client.signals]
+    return [(signal.member, tuple(signal.args)) for signal in unit.client.announced]
 
 
 def left_over(unit):

@@ -26,7 +26,7 @@ def test_a_start_passes_name_and_rate_on(unit, rate):
     unit.settle()
     assert watch.lines == start_lines(path, rate) + state_lines(1)
     assert unit.video.get("PlaybackFilename") == path
-    assert unit.client.signals == []
+    assert unit.client.announced == []
 
 
 def test_the_reply_is_code_and_message(unit):
@@ -181,7 +181,7 @@ def check_order(unit, order):
     assert watch.calls == [("video", name)]
     assert unit.calls.of("video", name)[-1].arguments == arguments
     assert watch.lines == [*before, done, played(0), *(state_lines(state) if state is not None else [])]
-    assert unit.client.signals == []
+    assert unit.client.announced == []
 
 
 @pytest.mark.parametrize("name", ORDERS)
@@ -247,7 +247,7 @@ def test_the_rate_is_written_to_the_video_daemon_and_announced_by_it_alone(unit,
     assert watch.calls == [("video", "Set PlaybackRate")]
     assert watch.lines == [info(f"{SET_RATE} called"),
                            info(f"{SET_RATE} SetVideoPlaybackRate playback_rate = {rate:f}")]
-    assert unit.client.signals == []
+    assert unit.client.announced == []
 
 
 @pytest.mark.parametrize("kind", [ABSENT, REFUSE, DIE, SILENT], ids=lambda fault: fault.kind)

@@ -38,7 +38,7 @@ def test_a_snapshot_asks_in_order_registers_the_picture_and_tells_each_step(unit
     assert (item.path, item.type) == (path, "snapshot")
     assert (item.angles, item.reel) == ((True, 12, True, -3), (True, 1234, 234))
     assert left_over(unit) == ["0001.jpeg"]
-    assert unit.client.signals == []
+    assert unit.client.announced == []
 
 
 def test_the_reply_is_path_code_and_message(unit):

@@ -14,8 +14,15 @@ _PURPOSES = {
 }
 
 
-#: The start brings clock and zone in line with the settings.
-_ASKED = [("timedate", "SetNTP"), ("settings", "Get zone"), ("settings", "Get dst"), ("timedate", "Get Timezone")]
+#: The start brings clock, zone and devices in line with the settings.
+_ASKED = (
+    ("timedate", "SetNTP"), ("settings", "Get zone, Get dst"), ("timedate", "Get Timezone"),
+    ("settings", "Get micEnabled"), ("hardware", "SetLedState"), ("video", "Set SystemMicMute"),
+    ("settings", "Get speakerEnabled, Get speakerVolume, Get enabled"),
+    ("hardware", "Get RemoteIP, Get RemoteDBusAddress, Set Sonde, SetLedState"),
+    ("settings", "Get enabled, Get duration, Get period, Get beeps"),
+)
+_APPLIED = ["Mic state: 1", "Speaker state: 0", "Speaker volume: 50", "Sonde state: 0", "keypad beep setting 0 100 200 1"]
 
 
 def _names(address):
@@ -43,8 +50,13 @@ def play(stage):
                 f"READY=1, {stage.daemon_ms:.0f} ms after its start")
     stage.check("... and owns its name", unit.client.service in names[unit.session_address], True, unit.client.service)
     zones = unit.client.get("GetTimezoneList")
-    stage.check("... and has logged", unit.log.texts(),
+    texts = unit.log.texts()
+    stage.check("... and has logged", texts[:3],
                 ["syslog controller daemon started", "The controller is enabled", ", ".join(zones)],
-                f"its start, and the {len(zones)} time zones of the unit")
-    stage.check("... and has asked its siblings", unit.calls.members(), _ASKED, f"{len(_ASKED)} calls, in this order:")
+                f"its start, and the {len(zones)} time zones of the unit,")
+    applied = [text.partition("Got default ")[2] for text in texts if "Got default " in text]
+    stage.check("... what it has applied", applied, _APPLIED, ", ".join(_APPLIED))
+    stage.check("... and has asked its siblings", unit.calls.members(),
+                [(sibling, member) for sibling, members in _ASKED for member in members.split(", ")],
+                "in this order:")
     stage.show.table(_ASKED)
