@@ -31,6 +31,18 @@ int AppendBySignature(sd_bus_message* message, const char* signature)
     return result;
 }
 
+int AppendAccess(sd_bus_message* message, const Operation& access)
+{
+    int result = sd_bus_message_append(message, "ss", access.interface.c_str(), access.property.c_str());
+    if (result < 0 || access.signature.empty())
+    {
+        return result;
+    }
+    result = sd_bus_message_open_container(message, 'v', access.signature.c_str());
+    result = result < 0 ? result : AppendBySignature(message, access.signature.c_str());
+    return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
 int Send(sd_bus* bus, sd_bus_message* message)
 {
     sd_bus_error error = SD_BUS_ERROR_NULL;
@@ -88,6 +100,19 @@ int BareStopRecording(int32_t* answer)
     return result;
 }
 
+int BareEmitTimeChanged()
+{
+    sd_bus* bus = nullptr;
+    int result = sd_bus_open_user(&bus);
+    if (result >= 0)
+    {
+        result = sd_bus_emit_signal(bus, "/com/tavilon/common/BareServer1", "com.tavilon.common.BareServer1.Control",
+                                    "TimeChanged", "iiiiiib", 2026, 3, 1, 12, 30, 0, 0);
+    }
+    sd_bus_flush_close_unref(bus);
+    return result;
+}
+
 int BareCall(const Operation& operation)
 {
     sd_bus* bus = nullptr;
@@ -101,9 +126,8 @@ int BareCall(const Operation& operation)
             onProperty ? "org.freedesktop.DBus.Properties" : operation.interface.c_str(), operation.member.c_str());
         if (result >= 0)
         {
-            result = onProperty
-                         ? sd_bus_message_append(message, "ss", operation.interface.c_str(), operation.property.c_str())
-                         : AppendBySignature(message, operation.signature.c_str());
+            result =
+                onProperty ? AppendAccess(message, operation) : AppendBySignature(message, operation.signature.c_str());
         }
     }
     if (result >= 0)

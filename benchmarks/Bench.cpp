@@ -94,6 +94,7 @@ bool Measure(const std::string& build, const Bench::Sizes& sizes)
     isComplete = Try("property Get", [&] { Bench::MeasureGet(unit, sizes, table); }) && isComplete;
     isComplete = Try("client operations", [&] { Bench::MeasureClient(unit, sizes, table); }) && isComplete;
     isComplete = Try("VideoRecordStart", [&] { Bench::MeasureRecordStart(unit, sizes, table); }) && isComplete;
+    isComplete = Try("GetTime and SetTime", [&] { Bench::MeasureClock(unit, sizes, table); }) && isComplete;
     table.Print();
     std::printf("\n");
     isComplete = Try("endurance", [&] { Bench::MeasureEndurance(unit, sizes); }) && isComplete;

@@ -36,6 +36,11 @@ constexpr const char* busConfiguration =
 </busconfig>
 )";
 
+/// Stands in for the machine's mixer, which is none of the benchmark's business: says nothing but how loud it is.
+constexpr const char* mixer = R"(#!/bin/sh
+[ "$1" != get ] || echo "  Front Left: Playback 100 [79%] [-13.50dB] [on]"
+)";
+
 constexpr std::string_view socketMark = "@socket@";
 constexpr int patienceMilliseconds = 10000;
 /// Longer than a batch of signals takes on a slow machine.
@@ -181,6 +186,7 @@ BenchUnit::BenchUnit(const std::filesystem::path& build)
     : build_(build), ready_(folder_.Path() / "ready"), busDaemon_(StartBus())
 {
     std::filesystem::create_directory(Media());
+    MakeDevices();
     const int result = DbusHelper::OpenUserBus(bus_);
     if (result < 0)
     {
@@ -232,21 +238,54 @@ Service BenchUnit::Start(const Command& command, const DbusHelper::Endpoint& end
     return {std::move(process), taken.count()};
 }
 
-Environment BenchUnit::LogToFile() const
+void BenchUnit::MakeDevices() const
 {
-    return {{"LD_PRELOAD", (build_ / "virtual_unit" / "preload" / "libsyslog_capture.so").string()},
-            {"CCU_SYSLOG_FILE", (folder_.Path() / "syslog").string()}};
+    std::filesystem::create_directory(Mixer());
+    const std::filesystem::path program = Mixer() / "amixer";
+    std::ofstream(program) << mixer;
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    std::filesystem::create_symlink("/bin/true", Mixer() / "aplay");
+    for (const char* line : {"13", "14"})
+    {
+        const std::filesystem::path folder = Chips() / "gpiochip4" / line;
+        std::filesystem::create_directories(folder);
+        std::ofstream(folder / "value") << "0\n";
+    }
 }
 
-Service BenchUnit::StartDaemon(const Environment& environment) const
+Environment BenchUnit::Shielded(LogTarget log) const
 {
-    return Start({{DaemonProgram()}, environment}, daemonEndpoint);
+    const std::filesystem::path ofTheUnit = build_ / "virtual_unit" / "preload";
+    std::vector<std::filesystem::path> libraries{ofTheUnit / "libgpio.so",
+                                                 build_ / "benchmarks" / "libinput_shield.so"};
+    if (log == LogTarget::File)
+    {
+        libraries.push_back(ofTheUnit / "libsyslog_capture.so");
+    }
+    std::string preload;
+    for (const std::filesystem::path& library : libraries)
+    {
+        preload.append(library).append(" ");
+    }
+    return {{"PATH", Mixer().string()},
+            {"CCU_GPIO", Chips().string()},
+            {"CCU_SYSLOG_FILE", log == LogTarget::File ? (folder_.Path() / "syslog").string() : ""},
+            {"LD_PRELOAD", preload}};
 }
 
-Service BenchUnit::StartBareServer(const std::vector<std::string>& arguments) const
+Service BenchUnit::StartDaemon(LogTarget log) const
 {
-    Command command{{BareServerProgram()}};
-    command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+    return Start({{DaemonProgram()}, Shielded(log)}, daemonEndpoint);
+}
+
+Service BenchUnit::StartBareServer(const std::vector<Operation>& calls, LogTarget log) const
+{
+    Command command{{BareServerProgram()}, Shielded(log)};
+    for (const Operation& call : calls)
+    {
+        const auto texts = {call.service, call.path, call.interface, call.member, call.property, call.signature};
+        command.arguments.insert(command.arguments.end(), texts);
+    }
     return Start(command, bareEndpoint);
 }
 
@@ -270,8 +309,8 @@ std::vector<Operation> BenchUnit::TakeLog() const
     std::vector<Operation> operations;
     std::array<const char*, 6> texts{};
     int result = sd_bus_message_enter_container(message, 'a', "(ssssss)");
-    while (result >= 0 && (result = sd_bus_message_read(message, "(ssssss)", &texts[0], &texts[1], &texts[2], &texts[3],
-                                                        &texts[4], &texts[5])) > 0)
+    while (result >= 0 && (result = sd_bus_message_read(message, "(ssssss)", texts.data(), &texts[1], &texts[2],
+                                                        &texts[3], &texts[4], &texts[5])) > 0)
     {
         operations.push_back({texts[0], texts[1], texts[2], texts[3], texts[4], texts[5]});
     }
@@ -306,8 +345,9 @@ std::vector<std::string> BenchUnit::ConnectionsOf(pid_t pid) const
 
 void BenchUnit::Emit(const char* signal, uint32_t count, pid_t receiver) const
 {
-    std::vector<char*> connections;
     const std::vector<std::string> names = ConnectionsOf(receiver);
+    std::vector<char*> connections;
+    connections.reserve(names.size() + 1);
     for (const std::string& name : names)
     {
         connections.push_back(const_cast<char*>(name.c_str()));

@@ -63,6 +63,13 @@ struct Service
     double startSeconds; ///< from exec(3) to READY=1
 };
 
+/// Where the log of what is started goes.
+enum class LogTarget
+{
+    Syslog, ///< where syslog(3) leads on this machine
+    File,   ///< to a file of the unit, by a preloaded library
+};
+
 /// A private bus with the responder on it, and the benchmark's own connection to it. Everything ends with it.
 class BenchUnit
 {
@@ -73,12 +80,11 @@ class BenchUnit
     [[nodiscard]] sd_bus* Bus() const { return bus_.get(); }
     /// The folder of the job's media.
     [[nodiscard]] std::filesystem::path Media() const { return folder_.Path() / "media"; }
-    /// What the daemon's environment needs for its log to go to a file instead of syslog.
-    [[nodiscard]] Environment LogToFile() const;
 
-    [[nodiscard]] Service StartDaemon(const Environment& environment = {}) const;
-    /// The arguments are the bare server's.
-    [[nodiscard]] Service StartBareServer(const std::vector<std::string>& arguments) const;
+    [[nodiscard]] Service StartDaemon(LogTarget log = LogTarget::Syslog) const;
+    /// With calls, it does first what the daemon does at its start, and makes them.
+    [[nodiscard]] Service StartBareServer(const std::vector<Operation>& calls = {},
+                                          LogTarget log = LogTarget::Syslog) const;
 
     /// Calls a member of the daemon that answers "is". Throws Failure when it answers anything but success.
     void Order(const char* member, const char* signature = "", uint32_t first = 0, uint32_t second = 0,
@@ -93,6 +99,11 @@ class BenchUnit
   private:
     [[nodiscard]] std::string DaemonProgram() const { return build_ / "daemon" / "controllerd"; }
     [[nodiscard]] std::string BareServerProgram() const { return build_ / "benchmarks" / "bench_bare_server"; }
+    [[nodiscard]] std::filesystem::path Mixer() const { return folder_.Path() / "bin"; }
+    [[nodiscard]] std::filesystem::path Chips() const { return folder_.Path() / "gpio"; }
+    void MakeDevices() const;
+    /// What keeps the programs that are measured, and theirs, from the machine's own devices.
+    [[nodiscard]] Environment Shielded(LogTarget log) const;
     [[nodiscard]] Service Start(const Command& command, const DbusHelper::Endpoint& endpoint) const;
     [[nodiscard]] ChildProcess StartBus();
     [[nodiscard]] std::vector<std::string> ConnectionsOf(pid_t pid) const;

@@ -1,6 +1,6 @@
 #include "benchmarks/CannedAnswers.h"
 
-#include <type_traits>
+#include <array>
 
 namespace Bench
 {
@@ -9,54 +9,28 @@ namespace
 
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-struct Basic
+/// In the order of Value's types.
+constexpr std::array signatures{"b", "i", "u", "s", "as"};
+static_assert(signatures.size() == std::variant_size_v<Value>);
+
+const char* SignatureOf(const Value& value) { return signatures.at(value.index()); }
+
+struct Appender
 {
-    char type;
-    const void* value;
+    sd_bus_message* message;
+
+    int operator()(bool value) const { return sd_bus_message_append(message, "b", value ? 1 : 0); }
+    int operator()(int32_t value) const { return sd_bus_message_append(message, "i", value); }
+    int operator()(uint32_t value) const { return sd_bus_message_append(message, "u", value); }
+    int operator()(const std::string& value) const { return sd_bus_message_append(message, "s", value.c_str()); }
+    int operator()(NoTexts /*value*/) const { return sd_bus_message_append(message, "as", 0); }
 };
 
-template <typename Visitor>
-int VisitBasic(const Value& value, Visitor visitor)
-{
-    return std::visit(
-        [&](const auto& held) {
-            using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::string>)
-            {
-                return visitor(Basic{'s', held.c_str()});
-            }
-            else if constexpr (std::is_same_v<Held, bool>)
-            {
-                const int flag = held ? 1 : 0; // what sd-bus takes for a boolean
-                return visitor(Basic{'b', &flag});
-            }
-            else
-            {
-                return visitor(Basic{std::is_same_v<Held, int32_t> ? 'i' : 'u', &held});
-            }
-        },
-        value);
-}
-
-std::string SignatureOf(const Value& value)
-{
-    std::string signature;
-    VisitBasic(value, [&](Basic basic) {
-        signature = basic.type;
-        return 0;
-    });
-    return signature;
-}
-
-int Append(sd_bus_message* message, const Value& value)
-{
-    return VisitBasic(value,
-                      [&](Basic basic) { return sd_bus_message_append_basic(message, basic.type, basic.value); });
-}
+int Append(sd_bus_message* message, const Value& value) { return std::visit(Appender{message}, value); }
 
 int AppendVariant(sd_bus_message* message, const Value& value)
 {
-    int result = sd_bus_message_open_container(message, 'v', SignatureOf(value).c_str());
+    int result = sd_bus_message_open_container(message, 'v', SignatureOf(value));
     result = result < 0 ? result : Append(message, value);
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
@@ -111,7 +85,10 @@ CannedAnswers::CannedAnswers(const std::string& media)
                     {"AutoRotateCapable", true},
                     {"CameraRollAngleRaw", 12},
                     {"TiltsenseCapable", true},
-                    {"CameraPitchAngle", -7}}},
+                    {"CameraPitchAngle", -7},
+                    {"ActiveCaptures", NoTexts{}}}},
+                  {"com.tavilon.common.SyncDaemon1", {{"HasActiveSyncs", false}}},
+                  {"org.freedesktop.timedate1", {{"Timezone", "CCU/London"}}},
                   {"com.tavilon.common.Halvex1.Control", {{"RemoteIP", ""}, {"RemoteDBusAddress", ""}}},
                   {"com.tavilon.common.Halvex1.reel",
                    {{"Connected", true}, {"Mode", "relative"}, {"Absolute", 1234}, {"Relative", 234}}},
@@ -125,7 +102,9 @@ CannedAnswers::CannedAnswers(const std::string& media)
                    {{"micEnabled", true},
                     {"speakerEnabled", true},
                     {"speakerVolume", 50},
-                    {"enabled", false},
+                    {"zone", "London"},
+                    {"dst", false},
+                    {"enabled", true},
                     {"duration", 100U},
                     {"period", 100U},
                     {"beeps", 1U}}}},
@@ -133,6 +112,9 @@ CannedAnswers::CannedAnswers(const std::string& media)
                {"AddVideoMedia", {{0}}},
                {"UpdateMediaFileSizes", {{0}}},
                {"GetPowerSufficientForAction", {{1}}},
+               {"SetNTP", {}},
+               {"SetTimezone", {}},
+               {"SetTime", {}},
                {"SetLedState", {}},
                {"BeepBuzzer", {{true}}},
                {"StartRecording", {{0}}},

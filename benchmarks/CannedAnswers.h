@@ -13,7 +13,9 @@
 namespace Bench
 {
 
-using Value = std::variant<bool, int32_t, uint32_t, std::string>;
+struct NoTexts ///< an empty list
+{};
+using Value = std::variant<bool, int32_t, uint32_t, std::string, NoTexts>;
 using Properties = std::map<std::string, Value, std::less<>>;
 
 struct Reply
@@ -24,7 +26,7 @@ struct Reply
 
 /// What the responder answers in the place of the sibling daemons: a unit that is ready to record into a job on a
 /// mounted card, with a camera that knows its angles and a reel in relative mode, so that a start asks for everything
-/// it can ask for. Unknown members are left to sd-bus, which refuses them.
+/// it can ask for, and whose settings and clock agree. Unknown members are left to sd-bus, which refuses them.
 class CannedAnswers
 {
   public:

@@ -50,7 +50,8 @@ inline constexpr Sizes quickSizes{.startRounds = 15,
 /// Each measures one thing and adds its rows to the table; each starts the processes that it needs. They throw Failure
 /// when something cannot be measured.
 
-/// Start-up, and the memory of the idle process.
+/// Start-up, beside a server that does the same work as it starts and beside one that only serves; and the memory of
+/// the idle process.
 void MeasureStart(const BenchUnit& unit, const Sizes& sizes, Table& table);
 /// A property Get: time, and the server's processor time.
 void MeasureGet(const BenchUnit& unit, const Sizes& sizes, Table& table);
@@ -58,6 +59,8 @@ void MeasureGet(const BenchUnit& unit, const Sizes& sizes, Table& table);
 void MeasureClient(const BenchUnit& unit, const Sizes& sizes, Table& table);
 /// "VideoRecordStart" against the calls that it makes, with the log where the machine has it and in a file.
 void MeasureRecordStart(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// "GetTime" and "SetTime" against a round trip, the calls that they make, and the signal that the second emits.
+void MeasureClock(const BenchUnit& unit, const Sizes& sizes, Table& table);
 /// Memory and descriptors over many calls and signals; a table of its own, printed.
 void MeasureEndurance(const BenchUnit& unit, const Sizes& sizes);
 

@@ -13,7 +13,7 @@ struct Operation
     std::string interface; ///< the property's, where one was read or written
     std::string member;
     std::string property;  ///< empty for a plain method
-    std::string signature; ///< of a plain method's arguments; basic types
+    std::string signature; ///< of a plain method's arguments, or of what a property is set to; basic types
 };
 
 /// Where the responder takes the benchmark's own orders: "StartLog", "TakeLog" (the calls since then, "a(ssssss)" in

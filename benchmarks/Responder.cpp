@@ -50,6 +50,13 @@ struct State
 
 State& StateOf(void* userData) { return *static_cast<State*>(userData); }
 
+/// Of what a property is set to, which is next in the message; empty when there is nothing.
+const char* SignatureOfValue(sd_bus_message* call)
+{
+    const char* signature = nullptr;
+    return sd_bus_message_peek_type(call, nullptr, &signature) > 0 ? signature : "";
+}
+
 int Log(State& state, sd_bus_message* call)
 {
     Operation operation{.service = sd_bus_message_get_destination(call),
@@ -66,6 +73,7 @@ int Log(State& state, sd_bus_message* call)
         result = sd_bus_message_read(call, "ss", &interface, &property);
         operation.interface = interface;
         operation.property = property;
+        operation.signature = SignatureOfValue(call);
         result = result < 0 ? result : sd_bus_message_rewind(call, 1);
     }
     state.log.push_back(std::move(operation));

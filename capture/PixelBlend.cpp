@@ -9,8 +9,9 @@ namespace
 
 // The layers do not have the same number of bytes a pixel, which defeats a compiler's own vectorising: so the shuffles
 // that bring each interface byte and its alpha to the place of the video byte are spelled out. They need the byte
-// shuffles that plain x86-64 lacks, hence the variants, chosen when the daemon is loaded.
-#if defined(__x86_64__) && defined(__has_attribute)
+// shuffles that plain x86-64 lacks, hence the variants, chosen when the daemon is loaded: before
+// the thread sanitizer is ready for that, so under it there are none.
+#if defined(__x86_64__) && defined(__has_attribute) && !defined(__SANITIZE_THREAD__)
 #if __has_attribute(target_clones)
 #define CCU_SHUFFLING_VARIANTS [[gnu::target_clones("avx2", "sse4.1", "default")]]
 #endif

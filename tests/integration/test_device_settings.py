@@ -35,7 +35,9 @@ LINES = [
 # The start ------------------------------------------------------------------------------------------------------------
 
 
-def test_the_defaults_are_read_and_applied_one_by_one_and_told(unit):
+def test_the_defaults_are_read_and_applied_one_by_one_and_told(make_unit):
+    unit = make_unit(daemon=False)
+    unit.start_daemon()
     unit.settle()
     assert without_clock(texts.lines_of(unit)) == [*STARTED, *texts.default_lines()]
     calls = unit.calls.members()
