@@ -36,6 +36,7 @@ class Case:
     blind      True when the reply is not read, so that a reply of another type goes unnoticed
     prepare    brings the sibling into the state that the case speaks of
     answer     how the sibling answers instead of doing what it is asked
+    program    the driver program that has the operation
     """
     operation: str
     call: tuple
@@ -50,6 +51,7 @@ class Case:
     blind: bool = False
     prepare: Callable = lambda unit: None
     answer: Optional[Fault] = None
+    program: str = "client_driver"
 
     def __str__(self):
         return f"{self.operation}{self.inputs}".replace("\n", " ")
@@ -141,7 +143,7 @@ def check_gone(unit, cases):
     """Runs the cases while their sibling is not there at all."""
     sibling = getattr(unit, cases[0].sibling)
     sibling.die()
-    with ClientDriver(unit) as driver:
+    with ClientDriver(unit, program=cases[0].program) as driver:
         for case in cases:
             assert_failure(case, GONE, sibling.service, driver.run(case.operation, *case.inputs))
     sibling.revive()
@@ -150,7 +152,7 @@ def check_gone(unit, cases):
 def check_no_bus(unit, cases):
     """Runs the cases while there is no bus to connect to."""
     address = f"unix:path={unit.directory}/no-bus"
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": address}) as driver:
+    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": address}, cases[0].program) as driver:
         for case in cases:
             assert_failure(case, NO_BUS, "", driver.run(case.operation, *case.inputs))
 
@@ -160,7 +162,7 @@ def check_silent(unit, cases):
     rule = unit.faults.on(cases[0].sibling, kind=SILENT)
 
     def run(part):
-        with ClientDriver(unit, {"SYSTEMD_BUS_TIMEOUT": _SILENT_SECONDS}) as driver:
+        with ClientDriver(unit, {"SYSTEMD_BUS_TIMEOUT": _SILENT_SECONDS}, cases[0].program) as driver:
             for case in part:
                 assert_failure(case, NO_ANSWER, "", driver.run(case.operation, *case.inputs))
 
