@@ -1,5 +1,6 @@
 #include "capture/CaptureErrors.h"
 
+#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
 
 #include <array>
@@ -81,7 +82,7 @@ template <typename Code>
 void Emit(sd_bus* bus, const char* signal, Code code, const char* text)
 {
     const int result =
-        sd_bus_emit_signal(bus, "/com/tavilon/common/Controller1", "com.tavilon.common.Controller1.Control", signal,
+        sd_bus_emit_signal(bus, DbusHelper::controllerEndpoint.path, DbusHelper::controllerEndpoint.interface, signal,
                            "is", static_cast<int32_t>(code), text);
     if (result < 0)
     {

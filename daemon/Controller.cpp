@@ -1,6 +1,7 @@
 #include "daemon/Controller.h"
 
 #include "daemon/ControllerMembers.h"
+#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
 
 namespace ControllerDaemon
@@ -22,11 +23,12 @@ void ReportSubscription(int32_t result, const char* sibling)
 } // namespace
 
 Controller::Controller(ControllerDbusListener& listener, sd_event* event)
-    : DbusServer("com.tavilon.common.Controller1", "/com/tavilon/common/Controller1",
-                 "com.tavilon.common.Controller1.Control", false, false, event),
+    : DbusServer(DbusHelper::controllerEndpoint.service, DbusHelper::controllerEndpoint.path,
+                 DbusHelper::controllerEndpoint.interface, false, false, event),
       listener_(listener), video_(event), jobs_(event), storage_(event), event_(event)
 {
     FollowSiblings();
+    timeManager_ = std::make_shared<TimeManager>(settings_);
     autoLogCapture_ = std::make_shared<AutoLogCapture>(video_, storage_);
     videoCapture_ = std::make_shared<VideoCapture>(video_, storage_);
     videoPlayback_ = std::make_shared<VideoPlayback>(video_, storage_);

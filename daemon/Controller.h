@@ -12,6 +12,7 @@
 #include "clients/VideoDaemonDbusHandler.h"
 #include "daemon/ControllerDbusListener.h"
 #include "dbus_helper/DbusServer.h"
+#include "time/TimeManager.h"
 
 #include <systemd/sd-event.h>
 
@@ -53,6 +54,7 @@ class Controller : public DbusHelper::DbusServer
     std::shared_ptr<VideoPlayback> videoPlayback_;
     std::shared_ptr<PhotoTalkCapture> photoTalkCapture_;
     std::shared_ptr<AutoLogCapture> autoLogCapture_;
+    std::shared_ptr<TimeManager> timeManager_;
     Settingsd::SettingsHandler settings_;
     sd_event* event_;
 };

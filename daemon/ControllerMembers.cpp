@@ -7,6 +7,7 @@
 #include "capture/VideoCapture.h"
 #include "capture/VideoPlayback.h"
 #include "daemon/UnavailableMember.h"
+#include "time/TimeManager.h"
 
 #include <array>
 
@@ -96,21 +97,21 @@ constexpr std::array members{
     Property("SpkrVolume", "i", emitsChange, noGetter, noSetter),
     ReadOnly("AudioFiles", "as", noGetter),
     Method("PlayAudio", "s", "name", "", "", noMethod),
-    Method("SetTime", "iiiiiibb", "year month day hour minute second dst local", "", "", noMethod),
-    Method("SetTimeSecs", "ib", "seconds local", "", "", noMethod),
-    Method("GetTime", "b", "local", "iiiiiib", "year month day hour minute second dst", noMethod),
-    Method("GetTimeSecs", "b", "local", "ib", "seconds dst", noMethod),
-    Method("SetDst", "b", "dst", "", "", noMethod),
-    Method("SetTimezone", "s", "timezone", "", "", noMethod),
-    Method("SetTimeGPS", "", "", "", "", noMethod),
-    Method("SetTimezoneGPS", "", "", "", "", noMethod),
-    Method("SetTimezoneUTC", "ib", "offsetSeconds dst", "", "", noMethod),
-    Method("GetTimezoneFromUTC", "ib", "offsetSeconds dst", "s", "timezone", noMethod),
+    Method("SetTime", "iiiiiibb", "year month day hour minute second dst local", "", "", &TimeManager::SetTime),
+    Method("SetTimeSecs", "ib", "seconds local", "", "", &TimeManager::SetTimeSecs),
+    Method("GetTime", "b", "local", "iiiiiib", "year month day hour minute second dst", &TimeManager::GetTime),
+    Method("GetTimeSecs", "b", "local", "ib", "seconds dst", &TimeManager::GetTimeSecs),
+    Method("SetDst", "b", "dst", "", "", &TimeManager::SetDst),
+    Method("SetTimezone", "s", "timezone", "", "", &TimeManager::SetTimezone),
+    Method("SetTimeGPS", "", "", "", "", &TimeManager::SetTimeGPS),
+    Method("SetTimezoneGPS", "", "", "", "", &TimeManager::SetTimezoneGPS),
+    Method("SetTimezoneUTC", "ib", "offsetSeconds dst", "", "", &TimeManager::SetTimezoneUTC),
+    Method("GetTimezoneFromUTC", "ib", "offsetSeconds dst", "s", "timezone", &TimeManager::GetTimezoneFromUTC),
     // Properties, although their names begin with a verb: clients read them as such.
-    ReadOnly("GetDst", "b", noGetter),
-    ReadOnly("GetTimezone", "s", noGetter),
-    ReadOnly("GetTimezoneList", "as", noGetter),
-    ReadOnly("GetTimeSourceAvailable", "i", noGetter),
+    ReadOnly("GetDst", "b", &TimeManager::GetDst),
+    ReadOnly("GetTimezone", "s", &TimeManager::GetTimezone),
+    ReadOnly("GetTimezoneList", "as", &TimeManager::GetTimezoneList),
+    ReadOnly("GetTimeSourceAvailable", "i", &TimeManager::GetTimeSourceAvailable),
     Signal("TimeChanged", "iiiiiib", "year month day hour minute second dst"),
     Signal("TimezoneChanged", "s", "timezone"),
 };

@@ -65,7 +65,11 @@ Outcome Invoke(sd_bus* bus, const Endpoint& endpoint, const char* member, Body a
     int result = sd_bus_message_new_method_call(connection.bus, &raw, endpoint.service, endpoint.path,
                                                 endpoint.interface, member);
     const MessageHandle message(raw);
-    result = result < 0 ? result : arguments.transfer(raw, arguments.values);
+    if (result < 0)
+    {
+        return Failure(Step::Create, result);
+    }
+    result = arguments.transfer(raw, arguments.values);
     return result < 0 ? Failure(Step::Write, result) : Send(connection.bus, raw, reply);
 }
 
@@ -100,7 +104,11 @@ Outcome WriteProperty(sd_bus* bus, const Endpoint& endpoint, const char* propert
     int result = sd_bus_message_new_method_call(connection.bus, &raw, endpoint.service, endpoint.path,
                                                 propertiesInterface, "Set");
     const MessageHandle message(raw);
-    result = result < 0 ? result : sd_bus_message_append(raw, "ss", endpoint.interface, property);
+    if (result < 0)
+    {
+        return Failure(Step::Create, result);
+    }
+    result = sd_bus_message_append(raw, "ss", endpoint.interface, property);
     result = result < 0 ? result : AppendVariant(raw, signature, value);
     return result < 0 ? Failure(Step::Write, result) : Send(connection.bus, raw, {});
 }

@@ -11,4 +11,12 @@ int OpenUserBus(BusHandle& bus)
     return result;
 }
 
+int OpenSystemBus(BusHandle& bus)
+{
+    sd_bus* opened = nullptr;
+    const int result = sd_bus_open_system(&opened);
+    bus.reset(opened);
+    return result;
+}
+
 } // namespace DbusHelper

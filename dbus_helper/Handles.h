@@ -46,5 +46,7 @@ class BusError
 
 /// Opens a new private connection to the user bus. Returns what sd-bus returns, negative errno-style on failure.
 [[nodiscard]] int OpenUserBus(BusHandle& bus);
+/// The same to the system bus, where the system's own services are.
+[[nodiscard]] int OpenSystemBus(BusHandle& bus);
 
 } // namespace DbusHelper

@@ -9,10 +9,11 @@ namespace DbusHelper
 /// The step of a bus operation at which it ended.
 enum class Step : uint8_t
 {
-    Open,  ///< no connection could be opened
-    Write, ///< the arguments could not be put into the message
-    Call,  ///< the peer is missing, refused, or did not answer in time
-    Read,  ///< the reply did not hold what was expected
+    Open,   ///< no connection could be opened
+    Create, ///< the message could not be made, as for an object that has no valid path
+    Write,  ///< the arguments could not be put into the message
+    Call,   ///< the peer is missing, refused, or did not answer in time
+    Read,   ///< the reply did not hold what was expected
     Done,
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "dbus_helper/Codec.h"
+
 #include <systemd/sd-bus.h>
 
 #include <any>
@@ -7,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 
 /// Maps of changed properties, as the other daemons announce them in "PropertiesChanged". Both are ordered by name, so
@@ -39,5 +42,16 @@ using DictionaryVisitor =
 /// walk goes on. Returns 0 at the end, negative errno-style when the message does not hold such a dictionary. An empty
 /// visitor raises std::bad_function_call at the first entry.
 int32_t WalkDictionary(sd_bus_message* message, const DictionaryVisitor& visitor, void* userData);
+
+/// The value of a changed property if it has this name and is of type T's signature, else null. A value that
+/// contradicts its signature raises std::bad_any_cast.
+template <typename T>
+[[nodiscard]] const T* ValueOf(const TypedPropertyMap::value_type& property, std::string_view name)
+{
+    const auto& [signature, value] = property.second;
+    return property.first == name && signature == DbusHelper::Codec<T>::signature.View()
+               ? &std::any_cast<const T&>(value)
+               : nullptr;
+}
 
 } // namespace sdbus_utils

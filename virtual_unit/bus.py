@@ -1,4 +1,4 @@
-"""A private message bus: our own configuration, a socket in the unit's folder, no service activation."""
+"""A private message bus: our own configuration, a socket in the unit's folder, no service activation but our own."""
 
 import os
 import select
@@ -19,7 +19,7 @@ _CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Co
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
   </policy>
-{limits}
+{services}{limits}
 </busconfig>
 """
 
@@ -39,15 +39,21 @@ _LIMITS = {
 
 
 class PrivateBus:
-    """One dbus-daemon of type "session" or "system"; `address` is valid once `wait_ready` has returned."""
+    """One dbus-daemon of type "session" or "system"; `address` is valid once `wait_ready` has returned.
 
-    def __init__(self, directory, kind):
+    launcher  command that the dbus-daemon is started by
+    services  folder of the service files of what the bus starts itself; nothing is started when None
+    """
+
+    def __init__(self, directory, kind, launcher=(), services=None):
         self.kind = kind
         self.address = f"unix:path={directory}/{kind}.socket"
         limits = "\n".join(f'  <limit name="{name}">{value}</limit>' for name, value in _LIMITS.items())
         configuration = os.path.join(directory, f"{kind}.conf")
         with open(configuration, "w", encoding="utf-8") as file:
-            file.write(_CONFIGURATION.format(kind=kind, socket=f"{directory}/{kind}.socket", limits=limits))
+            file.write(_CONFIGURATION.format(
+                kind=kind, socket=f"{directory}/{kind}.socket", limits=limits,
+                services=f"  <servicedir>{services}</servicedir>\n" if services else ""))
         self._complaints = os.path.join(directory, f"{kind}.stderr")
         reader, writer = os.pipe()
         self._ready = reader
@@ -55,7 +61,7 @@ class PrivateBus:
         try:
             with open(self._complaints, "wb") as complaints:
                 self._process = spawn(
-                    ["dbus-daemon", "--nofork", "--nopidfile", f"--print-address={writer}",
+                    [*launcher, "dbus-daemon", "--nofork", "--nopidfile", f"--print-address={writer}",
                      f"--config-file={configuration}"],
                     pass_fds=(writer,), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=complaints)
         except BaseException:

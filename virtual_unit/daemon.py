@@ -17,6 +17,9 @@ _PASSED_ON = ("ASAN_", "UBSAN_", "LSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_")
 #: and coverage is written; otherwise as systemd does it.
 _ORDERLY = "CCU_ORDERLY_END"
 
+#: What leak checkers are not to report.
+_LEAK_SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "leak_suppressions.txt")
+
 #: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
 END_SECONDS = (0.5, 20)
 
@@ -32,9 +35,10 @@ class Daemon:
         self.directory = directory
         self.binary = os.path.join(build_dir, "daemon", "controllerd")
         self.preloads = [os.path.join(build_dir, "virtual_unit", "preload", f"lib{name}.so")
-                         for name in ("syslog_capture", "daemon_probe", "framebuffer")]
+                         for name in ("syslog_capture", "daemon_probe", "places", "framebuffer", "local_time")]
         self.log_path = os.path.join(directory, "syslog")
         self.error_path = os.path.join(directory, "stderr")
+        self.launcher = []  # command that the daemon is started by
         self.notifications = []
         self.unexpected_end = False
         self._environment = environment
@@ -49,15 +53,22 @@ class Daemon:
         own = os.environ.get(name, "")
         return f"{own}:{first}{reports}" if own else first + reports
 
+    @staticmethod
+    def _leak_options():
+        options = f"suppressions={_LEAK_SUPPRESSIONS}:print_suppressions=0"
+        own = os.environ.get("LSAN_OPTIONS", "")
+        return f"{own}:{options}" if own else options
+
     def environment(self):
         """The daemon's whole environment."""
         passed = {name: value for name, value in os.environ.items() if name.startswith(_PASSED_ON)}
         own = {
-            "PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "TZ": "UTC",
+            "PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C",
             "XDG_RUNTIME_DIR": self.directory, "NOTIFY_SOCKET": self._notify_path(),
             "LD_PRELOAD": " ".join(self.preloads), "CCU_SYSLOG_FILE": self.log_path,
             "ASAN_OPTIONS": self._sanitizer_options("ASAN_OPTIONS"),
             "UBSAN_OPTIONS": self._sanitizer_options("UBSAN_OPTIONS"),
+            "LSAN_OPTIONS": self._leak_options(),
         }
         if _ORDERLY in os.environ:
             own["CCU_LOOP_ENDS_ON_SIGUSR1"] = "1"
@@ -80,8 +91,8 @@ class Daemon:
         self.notifications.clear()
         self.unexpected_end = False
         with open(self.error_path, "ab") as errors:
-            self._process = spawn([self.binary], cwd=self.directory, env=self.environment(), stdin=subprocess.DEVNULL,
-                                  stdout=errors, stderr=errors)
+            self._process = spawn([*self.launcher, self.binary], cwd=self.directory, env=self.environment(),
+                                  stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
         if wait:
             self.wait_ready(timeout)
 

@@ -143,12 +143,21 @@ class Stage:
     def check_signals(self, *expected):
         """Compares the daemon's signals since the last time, which are (member, code, text), and who has sent them."""
         client = self.unit.client
-        self.unit.settle()
         owner = client.call_bus("GetNameOwner", "s", client.service)
+        signals = self._receive()
+        self.check("signals", [(signal.member, *signal.args, signal.sender) for signal in signals],
+                   [(*signal, owner) for signal in expected],
+                   f"{len(signals)}, sent by the daemon" if signals else "none")
+
+    def take_signals(self):
+        """The daemon's signals since the last time, as (member, *arguments), whatever connection they came from."""
+        return [(signal.member, *signal.args) for signal in self._receive()]
+
+    def _receive(self):
+        client = self.unit.client
+        self.unit.settle()
         signals = [signal for signal in client.signals if signal.interface == INTERFACE]
         client.clear()
         for signal in signals:
             self.show.signal(f"{signal.member} ({describe(signal.args)})")
-        self.check("signals", [(signal.member, *signal.args, signal.sender) for signal in signals],
-                   [(*signal, owner) for signal in expected],
-                   f"{len(signals)}, sent by the daemon" if signals else "none")
+        return signals

@@ -2,6 +2,8 @@
 
 import time
 
+from . import zones
+from .loop import on_loop
 from .sibling import Refusal, Sibling
 
 _PATH = "/org/freedesktop/timedate1"
@@ -21,32 +23,40 @@ class Timedate(Sibling):
 
     def initial_values(self, path):
         now = time.time_ns() // 1000
-        return {"Timezone": "CCU/London", "CanNTP": True, "NTP": True, "NTPSynchronized": True, "TimeUSec": now,
+        return {"Timezone": zones.INITIAL, "CanNTP": True, "NTP": True, "NTPSynchronized": True, "TimeUSec": now,
                 "RTCTimeUSec": now}
 
     @property
     def timezone(self):
-        """The zone in force."""
+        """The zone in force; the daemon's local time follows it."""
         return self.get_property(_PATH, "Timezone")
 
     @timezone.setter
     def timezone(self, zone):
         self.set_property(_PATH, "Timezone", zone)
 
+    @on_loop
+    def set_properties(self, path, changes, emit=True):
+        if "Timezone" in changes:
+            self.unit.point_local_time(changes["Timezone"])
+        super().set_properties(path, changes, emit)
+
     # Behaviours -------------------------------------------------------------------------------------------------------
 
     def on_SetTime(self, path, usec, relative, _interactive):
-        """Sets the clock, which is refused while it is kept by the network."""
+        """Sets the clock, unless it is kept by the network; not to the epoch or before."""
         if self.get_property(path, "NTP"):
             raise Refusal("org.freedesktop.timedate1.AutomaticTimeSyncEnabled",
                           "Automatic time synchronization is enabled")
+        if not relative and usec <= 0:
+            raise Refusal("InvalidArgs", "Invalid absolute time")
         self.times.append(usec)
         base = self.get_property(path, "TimeUSec") if relative else 0
         self.set_properties(path, {"TimeUSec": base + usec, "RTCTimeUSec": base + usec}, emit=False)
 
     def on_SetTimezone(self, path, zone, _interactive):
-        """Sets the zone."""
-        if not zone or zone.startswith("/") or ".." in zone:
+        """Sets the zone, which must have a zone file."""
+        if not zones.is_installed(self.unit.zones_folder, zone):
             raise Refusal("InvalidArgs", f"Invalid or not installed time zone '{zone}'")
         self.timezones.append(zone)
         self.set_property(path, "Timezone", zone)
@@ -61,5 +71,5 @@ class Timedate(Sibling):
         self.set_property(path, "LocalRTC", local)
 
     def on_ListTimezones(self, _path):
-        """The zones that were set, and UTC."""
-        return ["UTC", *sorted(set(self.timezones) - {"UTC"})]
+        """The zones that can be set."""
+        return zones.installed(self.unit.zones_folder)

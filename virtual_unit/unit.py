@@ -9,11 +9,13 @@ import tempfile
 import threading
 import time
 
+from . import zones as zone_files
 from .bus import PrivateBus
 from .client import Client
 from .daemon import Daemon, DaemonFailure
 from .faults import CallLog, Faults
 from .framebuffers import Framebuffers
+from .gps import Gps
 from .hardware import Hardware
 from .jobs import Jobs
 from .loop import shared_loop
@@ -70,13 +72,14 @@ class VirtualUnit:
     siblings     names of what is simulated
     bus          False gives a unit whose session bus address leads nowhere
     bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT
+    zones        folder of the zone files, which need not exist; the build tree's, which all units share, when None
 
     `stop`, and so the end of the `with` block, raises DaemonFailure when the daemon has ended by itself, could not be
     ended or a sanitizer has reported something, and RuntimeError when the simulation itself has failed.
     """
 
     def __init__(self, build_dir=None, daemon=True, environment=None, directory=None, siblings=ALL_SIBLINGS, bus=True,
-                 bus_timeout=None):
+                 bus_timeout=None, zones=None):
         self._build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
         self._with_daemon = daemon
         self._environment = dict(environment or {})
@@ -87,11 +90,12 @@ class VirtualUnit:
         self._with_bus = bus
         self._siblings = {}
         self._buses = {}
+        self.zones_folder = os.path.abspath(zones or os.path.join(self._build_dir, "zones"))
         self.directory = None
         self.calls = CallLog()
         self.faults = Faults(self.calls)
         self.errors = []
-        self.client = self.log = self.daemon = self.framebuffers = None
+        self.client = self.log = self.daemon = self.framebuffers = self.gps = None
         self.video = self.storage = self.jobs = self.settings = self.hardware = self.sync = self.timedate = None
 
     # Life -------------------------------------------------------------------------------------------------------------
@@ -125,14 +129,17 @@ class VirtualUnit:
         if len(self.directory) > _LONGEST_FOLDER:
             raise ValueError(f"{self.directory} is too long for the sockets in it")
         for kind in (("session",) if self._with_bus else ()) + ("system",):
-            self._buses[kind] = PrivateBus(self.directory, kind)
+            self._buses[kind] = self._make_bus(kind)
         for bus in self._buses.values():
             bus.wait_ready()
         self.framebuffers = Framebuffers(self.directory)
+        self.gps = Gps(self._build_dir, self.directory)
         os.mkdir(self.logs_folder)
+        self.point_local_time(zone_files.INITIAL)
         self.daemon = Daemon(self._build_dir, self.directory, {
             "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
-            **self.framebuffers.environment, "CCU_LOGS": self.logs_folder,
+            **self.framebuffers.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,
+            "CCU_ZONES": self.zones_folder, "CCU_LOCALTIME": self.local_time_link,
             **self._environment})
         self.log = SyslogReader(self.daemon.log_path)
         shared_loop().call(self._start_siblings)
@@ -140,6 +147,9 @@ class VirtualUnit:
             self.client = Client(self.session_address)
         if self._with_daemon:
             self.daemon.start()
+
+    def _make_bus(self, kind):
+        return PrivateBus(self.directory, kind)
 
     def _start_siblings(self):
         for kind in _SIBLINGS:
@@ -171,6 +181,8 @@ class VirtualUnit:
             if self.client is not None:
                 self.client.close()
         finally:
+            if self.gps is not None:
+                self.gps.stop()
             for bus in self._buses.values():
                 bus.stop()
             if self.directory is not None:
@@ -238,6 +250,15 @@ class VirtualUnit:
     def logs_folder(self):
         """The folder that is /mnt/ccu-data/logs to the daemon."""
         return os.path.join(self.directory, "logs")
+
+    @property
+    def local_time_link(self):
+        """The link that is /etc/localtime to the daemon."""
+        return os.path.join(self.directory, "localtime")
+
+    def point_local_time(self, zone):
+        """Has the daemon's local time be that of a zone like "CCU/London"; UTC when the zone has no file."""
+        zone_files.point(self.local_time_link, zone_files.file_of(self.zones_folder, zone))
 
     def mount_point(self, device):
         """Mount point of a storage device, also of a unit without a storage daemon; None without such a device."""

@@ -7,4 +7,6 @@ void AddOperations(Driver::OperationTable& table)
     AddSettingsOperations(table);
     AddJobsOperations(table);
     AddHardwareOperations(table);
+    AddSyncOperations(table);
+    AddTimedateOperations(table);
 }

@@ -7,3 +7,5 @@ void AddStorageOperations(Driver::OperationTable& table);
 void AddSettingsOperations(Driver::OperationTable& table);
 void AddJobsOperations(Driver::OperationTable& table);
 void AddHardwareOperations(Driver::OperationTable& table);
+void AddSyncOperations(Driver::OperationTable& table);
+void AddTimedateOperations(Driver::OperationTable& table);

@@ -1,8 +1,10 @@
 """What a client operation should do, as data, and what holds each case against a simulated sibling and its faults."""
 
+import contextlib
 import errno
 import functools
 import os
+import subprocess
 from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass, field
 from typing import Callable, Optional
@@ -12,9 +14,13 @@ import pytest
 from tests.integration.client_driver import UNTOUCHED, ClientDriver, Outcome
 from virtual_unit import ABSENT, DIE, REFUSE, SILENT, WRONG_TYPE, declaration
 from virtual_unit.faults import Fault
+from virtual_unit.loop import spawn
 
 #: Where an operation fails.
 OPEN, CALL, READ = "open", "call", "read"
+
+#: What names the address of a bus.
+USER_BUS, SYSTEM_BUS = "DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"
 
 _SILENT_SECONDS = "300ms"
 _SILENT_DRIVERS = 8
@@ -149,12 +155,41 @@ def check_gone(unit, cases):
     sibling.revive()
 
 
-def check_no_bus(unit, cases):
+def without_bus(unit, bus=USER_BUS):
+    """The environment of a driver that finds the other bus, but not this one."""
+    return {bus: f"unix:path={unit.directory}/no-bus"}
+
+
+def check_no_bus(unit, cases, bus):
     """Runs the cases while there is no bus to connect to."""
-    address = f"unix:path={unit.directory}/no-bus"
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": address}, cases[0].program) as driver:
+    with ClientDriver(unit, without_bus(unit, bus), cases[0].program) as driver:
         for case in cases:
             assert_failure(case, NO_BUS, "", driver.run(case.operation, *case.inputs))
+
+
+_REFUSING_BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig><type>session</type><listen>unix:dir={directory}</listen><auth>EXTERNAL</auth>
+<policy context="default">
+ <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
+</policy>
+<limit name="max_match_rules_per_connection">0</limit></busconfig>
+"""
+
+
+@contextlib.contextmanager
+def refusing_bus(unit):
+    """A bus of its own that refuses every subscription; gives its address."""
+    configuration = os.path.join(unit.directory, "refusing-bus.conf")
+    with open(configuration, "w", encoding="utf-8") as file:
+        file.write(_REFUSING_BUS.format(directory=unit.directory))
+    bus = spawn(["dbus-daemon", "--nofork", "--nopidfile", "--print-address", f"--config-file={configuration}"],
+                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    try:
+        yield bus.stdout.readline().strip()
+    finally:
+        bus.kill()
+        bus.communicate()
 
 
 def check_silent(unit, cases):
@@ -222,10 +257,12 @@ class FailureTests:
     """What the operations of every client go through; a test file names its cases in a subclass.
 
     STAYS_OPEN  the cases whose descriptors are counted, CASES unless told otherwise
+    BUS         the bus on which the daemon is
     """
 
     CASES = ()
     STAYS_OPEN = None
+    BUS = USER_BUS
 
     @pytest.mark.parametrize("column", COLUMNS, ids=str)
     def test_fault(self, unit, driver, case, column):
@@ -238,7 +275,7 @@ class FailureTests:
 
     def test_there_is_no_bus(self, unit):
         """No connection can be opened."""
-        check_no_bus(unit, self.CASES)
+        check_no_bus(unit, self.CASES, self.BUS)
 
     def test_the_daemon_never_answers(self, unit):
         """Every call ends with the bus library's time-out."""

@@ -25,7 +25,7 @@ def error_lines(unit, mark):
 def recover(unit):
     """Ends all faults and brings back every sibling that has died of one."""
     unit.faults.clear()
-    for sibling in (unit.video, unit.storage, unit.jobs, unit.hardware, unit.settings):
+    for sibling in (unit.video, unit.storage, unit.jobs, unit.hardware, unit.settings, unit.sync, unit.timedate):
         if not sibling.alive:
             sibling.revive()
     unit.settle()

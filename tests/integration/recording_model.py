@@ -36,7 +36,7 @@ def _client_line(sibling, member, misread):
     if member in PROPERTY_LINES:
         operation, constant = PROPERTY_LINES[member]
         return re.escape(f"{operation}: sdbus_utils::GetProperty {constant} failed ") + ".+"
-    if member.startswith(("Get ", "Set ")) or member == "GetManagedObjects":
+    if member.startswith(("Get ", "Set ")) or member == "GetManagedObjects" or sibling == "timedate":
         return None
     if sibling == "video":
         return r"sd_bus_message_read failed \(r = -\d+\)" if misread else \

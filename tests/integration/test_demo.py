@@ -114,12 +114,14 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
     ("A recording that is refused", [
         '-8 "Not in correct state to perform record action"', '-3 "Storage is too low - unable to record"',
         '-2 "Power is too low - unable to record"', '-7 "No current job - unable to record"',
-        '-10 "Failed to add media item to job"', '-1 "Unknown error"', "org.freedesktop.DBus.Error.InvalidArgs",
-        "is not available in this build"]),
+        '-10 "Failed to add media item to job"', '-1 "Unknown error"', "org.freedesktop.DBus.Error.InvalidArgs"]),
     ("A recording that must end early", [
         '<-  CaptureError (-3 "Storage is too low - unable to continue recording")',
         '<-  CaptureError (-4 "Storage was removed - unable to continue recording")',
         '<-  CaptureSizeLimitReached (2 "Video file size limit reached.")', ".0004-recActive, 0004.mp4"]),
+    ("Clock and time zone", [
+        "<-  TimezoneChanged (CCU/DST/Auckland)", "<-  TimeChanged (2026, 1, 15, 12, 0, 0, yes)", '"No GPS Fix"',
+        '"Cannot set time now"', '"Cannot set time right now"', "<-  TimezoneChanged (CCU/Paris)"]),
     ("A sibling that fails in the middle of a call", [
         '-1 "Unknown error"', '-4 "Unable to create path for recording"', "the daemon goes on"]),
 ])

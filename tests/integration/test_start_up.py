@@ -5,6 +5,7 @@ import signal
 import pytest
 
 from tests.integration.recording_texts import error, info, lines_of
+from tests.integration.time_texts import LIST_LINE, NO_DEFAULTS
 from virtual_unit import Client
 
 CONTROLLER = "ControllerDaemon::Controller::Controller(ControllerDaemon::ControllerDbusListener&, sd_event*)"
@@ -19,15 +20,20 @@ NOTHING_CAME_UP = [
     error(f"{CONTROLLER}: Failed to register SettingsDaemon d-bus listener"),
     error(f"{CONTROLLER}: Failed to register VideoDaemon d-bus listener"),
     error(f"{CONTROLLER}: Failed to register StorageDaemon d-bus listener"),
-    error("Failed to DbusServer::Start();"),
 ]
+NO_SERVER = error("Failed to DbusServer::Start();")
 SERVICE = "com.tavilon.common.Controller1"
+
+
+def without_failed_reads(lines):
+    """The lines without those of settings that cannot be read, which have tests of their own."""
+    return [line for line in lines if "GetSetting(" not in line[1]]
 
 
 def test_a_good_start_says_so_and_nothing_else(unit):
     assert unit.ready
     unit.settle()
-    assert lines_of(unit) == [STARTED, ENABLED]
+    assert lines_of(unit) == [STARTED, ENABLED, LIST_LINE]
     assert SERVICE in unit.client.names()
 
 
@@ -36,7 +42,8 @@ def test_without_a_bus_the_controller_is_built_readiness_is_told_and_the_process
     unit.start_daemon(wait=False)
     assert unit.wait_exit() == 1
     assert unit.daemon.notifications == ["READY=1"]
-    assert lines_of(unit) == [STARTED, info("Failed to start listener"), ENABLED, *NOTHING_CAME_UP, EXITING]
+    assert without_failed_reads(lines_of(unit)) == [
+        STARTED, info("Failed to start listener"), ENABLED, *NOTHING_CAME_UP, LIST_LINE, NO_DEFAULTS, NO_SERVER, EXITING]
 
 
 def test_without_a_loop_the_controller_is_built_readiness_is_told_and_the_process_fails(make_unit):
@@ -44,7 +51,8 @@ def test_without_a_loop_the_controller_is_built_readiness_is_told_and_the_proces
     unit.start_daemon(wait=False)
     assert unit.wait_exit() == 1
     assert unit.daemon.notifications == ["READY=1"]
-    assert lines_of(unit) == [STARTED, info("Failed to create event loop"), ENABLED, *NOTHING_CAME_UP, EXITING]
+    assert lines_of(unit) == [
+        STARTED, info("Failed to create event loop"), ENABLED, *NOTHING_CAME_UP, LIST_LINE, NO_SERVER, EXITING]
 
 
 def test_a_loop_that_fails_ends_the_process_in_order(make_unit):
@@ -52,20 +60,20 @@ def test_a_loop_that_fails_ends_the_process_in_order(make_unit):
     unit.start_daemon(wait=False)
     assert unit.wait_exit() == 1
     assert unit.daemon.notifications == ["READY=1"]
-    assert lines_of(unit) == [STARTED, ENABLED, info("Failed to start main event loop"), EXITING]
+    assert lines_of(unit) == [STARTED, ENABLED, LIST_LINE, info("Failed to start main event loop"), EXITING]
     assert SERVICE not in unit.client.names()
 
 
 def test_a_loop_that_ends_normally_is_success(make_unit):
     unit = make_unit(environment={"CCU_LOOP_ENDS_ON_SIGUSR1": "1"})
     assert unit.stop_daemon(signal.SIGUSR1) == 0
-    assert lines_of(unit) == [STARTED, ENABLED, EXITING]
+    assert lines_of(unit) == [STARTED, ENABLED, LIST_LINE, EXITING]
     assert SERVICE not in unit.client.names()
 
 
 def test_the_daemon_handles_no_signals_of_its_own(unit):
     assert unit.stop_daemon(signal.SIGTERM) == -signal.SIGTERM
-    assert lines_of(unit) == [STARTED, ENABLED]
+    assert lines_of(unit) == [STARTED, ENABLED, LIST_LINE]
 
 
 def test_a_name_that_is_taken_is_told_and_the_daemon_runs_on(make_unit):
@@ -73,7 +81,7 @@ def test_a_name_that_is_taken_is_told_and_the_daemon_runs_on(make_unit):
     request_name(unit)
     unit.start_daemon()
     unit.settle()
-    assert lines_of(unit) == [STARTED, ENABLED, error("Failed to DbusServer::Start();")]
+    assert lines_of(unit) == [STARTED, ENABLED, LIST_LINE, NO_SERVER]
     assert unit.daemon_alive
 
 
@@ -93,11 +101,16 @@ def test_recordings_are_followed_although_the_name_is_taken(make_unit):
     assert info("Failed to emit signal, error code: -22\n") in lines_of(unit, mark)
 
 
+def is_about_time(line):
+    """The lines of what the clock's manager misses have tests of their own."""
+    return any(word in line[1] for word in ("SystemdDateTime", "GetSetting(", "TimeManager", "UpdateTimezone", "Adelaide"))
+
+
 @pytest.mark.parametrize("siblings", [(), ("video",), ("settings", "storage")])
 def test_siblings_that_are_absent_do_not_matter_to_the_start(make_unit, siblings):
     unit = make_unit(siblings=siblings)
     assert unit.ready
-    assert lines_of(unit) == [STARTED, ENABLED]
+    assert [line for line in lines_of(unit) if not is_about_time(line)] == [STARTED, ENABLED]
     client = Client(unit.session_address)
     try:
         assert client.call("VideoRecordStart", "uuu", 1, 1, 1)[0] in (-8, -4)

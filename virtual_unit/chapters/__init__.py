@@ -7,7 +7,7 @@ depends on another; what differs from an ordinary unit stands in its entry here.
 from dataclasses import dataclass, field
 from typing import Callable
 
-from . import failures, incidents, kinds, members, playback, recording, refusals, screenshot, snapshot, start
+from . import clock, failures, incidents, kinds, members, playback, recording, refusals, screenshot, snapshot, start
 
 
 @dataclass(frozen=True)
@@ -28,5 +28,6 @@ CHAPTERS = (
     Chapter("A snapshot into the job", snapshot.play),
     Chapter("A screenshot", screenshot.play),
     Chapter("Playback of a recording", playback.play),
+    Chapter("Clock and time zone", clock.play),
     Chapter("A sibling that fails in the middle of a call", failures.play, {"bus_timeout": failures.BUS_TIMEOUT}),
 )

@@ -1,12 +1,14 @@
 /*
  * Preloaded into the unmodified daemon to reach what cannot be reached from outside:
  *
- *   CCU_FAIL_CALLS=NAME[,NAME...]   these library calls fail with -EIO: sd_event_default, sd_event_loop
+ *   CCU_FAIL_CALLS=NAME[,NAME...]   these library calls fail with -EIO: sd_event_default, sd_event_loop,
+ *                                   sd_bus_emit_signal
  *   CCU_FULL_DISK=PATTERN           nothing new can be made at paths that match: "no space left on device"
  *   CCU_LOOP_ENDS_ON_SIGUSR1=1      the daemon's event loop ends normally on SIGUSR1, so that a test sees the orderly
  *                                   end, leak checkers run and coverage is written
  */
 #define _GNU_SOURCE
+#include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
 #include <dlfcn.h>
@@ -58,6 +60,20 @@ __attribute__((visibility("default"))) int sd_event_loop(sd_event* event)
         sd_event_add_signal(event, NULL, SIGUSR1, NULL, NULL);
     }
     return next(event);
+}
+
+__attribute__((visibility("default"))) int sd_bus_emit_signal(sd_bus* bus, const char* path, const char* interface,
+                                                              const char* member, const char* types, ...)
+{
+    va_list arguments;
+    if (fails("sd_bus_emit_signal"))
+    {
+        return -EIO;
+    }
+    va_start(arguments, types);
+    const int result = sd_bus_emit_signalv(bus, path, interface, member, types, arguments);
+    va_end(arguments);
+    return result;
 }
 
 static bool on_full_disk(const char* path)

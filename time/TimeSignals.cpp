@@ -1,0 +1,51 @@
+#include "time/TimeSignals.h"
+
+#include "dbus_helper/ControllerEndpoint.h"
+#include "dbus_helper/Handles.h"
+#include "dbus_helper/Log.h"
+#include "time/BrokenDownTime.h"
+#include "time/TimezoneCatalogue.h"
+
+#include <cerrno>
+
+namespace ControllerDaemon
+{
+namespace
+{
+
+using DbusHelper::controllerEndpoint;
+
+template <typename... Arguments>
+void Emit(const char* operation, const char* member, const char* signature, Arguments... arguments)
+{
+    DbusHelper::BusHandle bus;
+    int result = DbusHelper::OpenUserBus(bus);
+    if (result >= 0)
+    {
+        result = sd_bus_emit_signal(bus.get(), controllerEndpoint.path, controllerEndpoint.interface, member, signature,
+                                    arguments...);
+    }
+    if (result < 0)
+    {
+        Log::Info("%s: Failed to emit signal, error code: %d", operation, result);
+    }
+}
+
+} // namespace
+
+void EmitTimeChange(time_t seconds)
+{
+    constexpr const char* operation = "EmitTimeChange";
+    const auto time = BreakDown(seconds == -1 ? std::time(nullptr) : seconds, true, IsDstInForce());
+    if (!time.has_value())
+    {
+        Log::Info("%s: Failed to emit signal, error code: %d", operation, -EOVERFLOW);
+        return;
+    }
+    Emit(operation, "TimeChanged", "iiiiiib", time->year, time->month, time->day, time->hour, time->minute,
+         time->second, time->dst ? 1 : 0);
+}
+
+void EmitTimezoneChange(const std::string& zone) { Emit("EmitTimezoneChange", "TimezoneChanged", "s", zone.c_str()); }
+
+} // namespace ControllerDaemon
