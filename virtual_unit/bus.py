@@ -1,5 +1,6 @@
 """A private message bus: our own configuration, a socket in the unit's folder, no service activation but our own."""
 
+import contextlib
 import os
 import select
 import subprocess
@@ -100,6 +101,11 @@ class PrivateBus:
         reader, self._ready = self._ready, None
         if reader is not None:
             os.close(reader)
+
+    def wait(self, timeout):
+        """Gives a bus that is ending that many seconds for it."""
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            self._process.wait(timeout)
 
     def stop(self):
         """Ends the bus and reaps it; every connection to it is cut. Can be called again."""

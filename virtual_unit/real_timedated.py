@@ -14,6 +14,7 @@ import glob
 import os
 import select
 import shutil
+import signal
 import socket
 import struct
 import subprocess
@@ -100,10 +101,13 @@ class _NamespaceBus(PrivateBus):
     def stop(self):
         """Ends the bus and everything in its namespaces."""
         first = self._first_process()
-        super().stop()
         if first is not None:
-            select.select([first], [], [], _END_SECONDS)  # the kernel lets it go after all others
+            signal.pidfd_send_signal(first, signal.SIGKILL)
+            # The kernel lets it go after all others, and the process that waits for it takes its leave of it.
+            select.select([first], [], [], _END_SECONDS)
             os.close(first)
+            self.wait(_END_SECONDS)
+        super().stop()
 
     def _first_process(self):
         """A handle of the dbus-daemon itself; the process that we have started only waits for it."""

@@ -1,10 +1,10 @@
 """The time zones that are installed on a unit: their files, and the link that says which of them is in force.
 
-On a unit the files are in /usr/share/zoneinfo/CCU.  "London" is the zone at its standard time all year, "DST/London" the
-same zone with daylight saving: one hour more from the last Sunday of March to the last Sunday of October, changing at
-01:00 UTC, in the northern hemisphere; from the first Sunday of October to the first Sunday of April, changing at 02:00
-standard time, in the southern one.  The hemisphere is that of the table's latitude, the equator being northern.  "UTC"
-has no form with daylight saving.
+On a unit the files are in /usr/share/zoneinfo/CCU.  "London" is the zone at its standard time all year, "DST/London"
+the same zone with daylight saving: one hour more from the last Sunday of March to the last Sunday of October, changing
+at 01:00 UTC, in the northern hemisphere; from the first Sunday of October to the first Sunday of April, changing at
+02:00 standard time, in the southern one.  The hemisphere is that of the table's latitude, the equator being northern.
+"UTC" has no form with daylight saving.
 
 The table, zone_table.tsv, is also what the unit tests hold the daemon's own table against.  It says what the units
 know, which is not always what an atlas says: Lord Howe is 17 minutes and 10 seconds ahead, Alaska is in the south.

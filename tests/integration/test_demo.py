@@ -106,7 +106,7 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
 
 
 @pytest.mark.parametrize("chapter, expected", [
-    ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "syslog controller daemon started"]),
+    ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
     ("What the daemon offers", ["46: 30 methods, 11 properties, 5 signals", "46  signal    TimezoneChanged"]),
     ("A recording, from its start to its end", [
         "->  VideoRecordStart (1920, 1080, 90)", '0 "Ran successfully"', ".0001-recActive, .0001-recovery, 0001.mp4",

@@ -31,8 +31,9 @@ def folder_for_pictures(unit):
 
 def take(unit, folder):
     """Takes a screenshot; returns its answer and the new lines."""
-    mark = unit.log.mark()
+    mark, calls = unit.log.mark(), unit.calls.mark()
     answer = unit.client.call("Screenshot", "s", folder)
+    assert unit.calls.members(since=calls) == [], "no sibling is asked"
     return answer, [(line.priority, line.text) for line in unit.log.since(mark)]
 
 
@@ -42,7 +43,6 @@ def expect_refused(unit, folder, lines):
     assert answer[1:] == (-1, MESSAGES[-1])
     assert logged == failed(answer[0], lines)
     assert os.listdir(folder) == []
-    assert unit.calls.members() == [], "no sibling is asked"
 
 
 def read(path):

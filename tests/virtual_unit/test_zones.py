@@ -204,9 +204,10 @@ def test_the_zones_are_found_where_a_unit_has_them(ask, folder):
     os.symlink(folder / "Paris", folder / "Link")
     os.symlink(folder / "Atlantis", folder / "Dangling")
     listed = ask("list /usr/share/zoneinfo/CCU/").split()
+    links = [ask(f"islink /usr/share/zoneinfo/CCU/{name}") for name in ("Link", "Paris")]
     (folder / "Link").unlink()
     (folder / "Dangling").unlink()
-    assert listed == sorted([*_NAMES, "UTC", "Link"])
+    assert listed == sorted([*_NAMES, "UTC", "Link"]) and links == ["1", "0"]
     assert ask("list /usr/share/zoneinfo/CCU/DST").split() == _NAMES
 
 

@@ -1,6 +1,7 @@
 // Looks at time zones as the daemon does and answers each line on standard input with one on standard output:
 //
 //   list FOLDER         its entries that are regular files or links to them, sorted
+//   islink PATH         1 for a link, else 0
 //   localtime SECONDS   the local time, its seconds from UTC and its daylight saving flag
 //   localtime_r SECONDS the same by the call that does not look at the zone again
 //   mktime TIME         the seconds of a local time like 2026-03-01T12:00:00, standard or not
@@ -48,6 +49,10 @@ std::string Answer(const std::string& request, const std::string& argument)
     if (request == "list")
     {
         return List(argument);
+    }
+    if (request == "islink")
+    {
+        return std::to_string(static_cast<int>(std::filesystem::is_symlink(argument)));
     }
     std::tm local{};
     if (request == "mktime")

@@ -14,6 +14,10 @@ _PURPOSES = {
 }
 
 
+#: The start brings clock and zone in line with the settings.
+_ASKED = [("timedate", "SetNTP"), ("settings", "Get zone"), ("settings", "Get dst"), ("timedate", "Get Timezone")]
+
+
 def _names(address):
     client = Client(address)
     try:
@@ -38,6 +42,9 @@ def play(stage):
     stage.check("the daemon tells its supervisor", unit.daemon.notifications, ["READY=1"],
                 f"READY=1, {stage.daemon_ms:.0f} ms after its start")
     stage.check("... and owns its name", unit.client.service in names[unit.session_address], True, unit.client.service)
+    zones = unit.client.get("GetTimezoneList")
     stage.check("... and has logged", unit.log.texts(),
-                ["syslog controller daemon started", "The controller is enabled"])
-    stage.check("... and has asked its siblings", unit.calls.members(), [], "nothing")
+                ["syslog controller daemon started", "The controller is enabled", ", ".join(zones)],
+                f"its start, and the {len(zones)} time zones of the unit")
+    stage.check("... and has asked its siblings", unit.calls.members(), _ASKED, f"{len(_ASKED)} calls, in this order:")
+    stage.show.table(_ASKED)
