@@ -1,14 +1,62 @@
 #include "controller_client/ControllerCalls.h"
 
+#include "controller_client/ControllerFailure.h"
 #include "dbus_helper/Log.h"
+
+#include <cerrno>
 
 namespace Controllerd
 {
 
 using DbusHelper::Step;
 
+namespace
+{
+
+thread_local ControllerFailure last;
+
+ControllerFailure::Kind KindOf(const DbusHelper::Outcome& outcome)
+{
+    using Kind = ControllerFailure::Kind;
+    if (outcome.Ok())
+    {
+        return Kind::None;
+    }
+    if (outcome.step == Step::Open)
+    {
+        return Kind::Unreachable;
+    }
+    if (outcome.step == Step::Create || outcome.step == Step::Write)
+    {
+        return Kind::Invalid;
+    }
+    switch (-outcome.result)
+    {
+    case EHOSTUNREACH:
+    case ECONNRESET:
+    case ENOTCONN:
+    case EPIPE:
+        return Kind::Unreachable;
+    case ETIMEDOUT:
+        return Kind::Silent;
+    default: // sd-bus checks the type of a property while it fetches it
+        return outcome.step == Step::Read || outcome.result == -ENXIO ? Kind::Unreadable : Kind::Refused;
+    }
+}
+
+} // namespace
+
+ControllerFailure ControllerFailure::Last() { return last; }
+
+void Remember(const DbusHelper::Outcome& outcome)
+{
+    last.kind = KindOf(outcome);
+    last.message = outcome.errorText;
+}
+
 int Report(const Names& names, const DbusHelper::Outcome& outcome)
 {
+    Remember(outcome);
     if (outcome.step == Step::Open)
     {
         Log::Error("%s: Cannot open bus", names.signature);
@@ -29,13 +77,14 @@ int Report(const Names& names, const DbusHelper::Outcome& outcome)
     return outcome.result;
 }
 
-int ReportProperty(const char* signature, const char* access, int result, const std::string& errorText)
+int ReportProperty(const char* signature, const char* access, const DbusHelper::Outcome& outcome)
 {
-    if (result < 0)
+    Remember(outcome);
+    if (!outcome.Ok())
     {
-        Log::Error("%s: %s%sfailed %s", signature, access, *access == '\0' ? "" : " ", errorText.c_str());
+        Log::Error("%s: %s%sfailed %s", signature, access, *access == '\0' ? "" : " ", outcome.errorText.c_str());
     }
-    return result;
+    return outcome.result;
 }
 
 } // namespace Controllerd

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "controller_client/SignatureText.h"
-#include "dbus_helper/SdbusUtils.h"
+#include "dbus_helper/Call.h"
 
 #include <string>
 #include <tuple>
@@ -21,12 +21,15 @@ struct Names
     std::string call = {};
 };
 
+/// Keeps the outcome for `ControllerFailure::Last`; part of every report.
+void Remember(const DbusHelper::Outcome& outcome);
+
 /// The lines of a method that did not get through. Returns the outcome's result.
 int Report(const Names& names, const DbusHelper::Outcome& outcome);
 
 /// The line of a property that could not be accessed; `access` is what it says of the access, and may be empty. Returns
-/// the result.
-int ReportProperty(const char* signature, const char* access, int result, const std::string& errorText);
+/// the outcome's result.
+int ReportProperty(const char* signature, const char* access, const DbusHelper::Outcome& outcome);
 
 /// A call of a method; an empty `reply` leaves the reply's body unread.
 template <typename... Out, typename... In>
@@ -38,19 +41,13 @@ int Ask(const Names& names, const char* member, std::tuple<Out&...> reply, const
 template <typename T>
 int Get(const char* signature, const char* access, const char* property, T& value)
 {
-    std::string errorText;
-    const int result =
-        sdbus_utils::GetProperty(nullptr, control.service, control.path, control.interface, property, value, errorText);
-    return ReportProperty(signature, access, result, errorText);
+    return ReportProperty(signature, access, DbusHelper::GetPropertyOn(nullptr, control, property, value));
 }
 
 template <typename T>
 int Set(const char* signature, const char* access, const char* property, const T& value)
 {
-    std::string errorText;
-    const int result =
-        sdbus_utils::SetProperty(nullptr, control.service, control.path, control.interface, property, value, errorText);
-    return ReportProperty(signature, access, result, errorText);
+    return ReportProperty(signature, access, DbusHelper::SetPropertyOn(nullptr, control, property, value));
 }
 
 } // namespace Controllerd

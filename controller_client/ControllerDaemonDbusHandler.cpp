@@ -47,6 +47,19 @@ int Handler::GetAudioFiles(std::vector<string>& files)
     return Get(SIGNATURE_OF(GetAudioFiles), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SPKR_ENABLED",
                "AudioFiles", files);
 }
+// The volume and the playing of sounds came after the other operations.
+int Handler::GetSpeakerVolume(int& percent)
+{
+    return Get(SIGNATURE_OF(GetSpeakerVolume), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SPKR_VOLUME",
+               "SpkrVolume", percent);
+}
+int Handler::SetSpeakerVolume(int percent)
+{
+    return Set(SIGNATURE_OF(SetSpeakerVolume), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SPKR_VOLUME",
+               "SpkrVolume", percent);
+}
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as the other texts that operations take
+int Handler::PlayAudio(string name) { return Ask({SIGNATURE_OF(PlayAudio)}, "PlayAudio", tie(), name); }
 int Handler::GetSondeEnabled(bool& enabled)
 {
     return Get(SIGNATURE_OF(GetSondeEnabled), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SONDE", "Sonde",

@@ -20,7 +20,7 @@ namespace Controllerd
 /// Results are sd-bus's: 0 or positive on success, negative errno-style when the call failed: -EHOSTUNREACH without a
 /// controller, -ETIMEDOUT without an answer, -ENXIO for a reply of another type, -EACCES or another errno when the
 /// controller refused, that of the connection when there is no bus. A failure is logged to syslog, and leaves the
-/// out-arguments as they were.
+/// out-arguments as they were; `ControllerFailure::Last` has its words.
 ///
 /// Recordings, pictures and playback answer besides with a `code` and its `message`, in English. 0 is success, a
 /// negative code tells why the controller did not do what it was asked; the result tells only whether it was asked.
@@ -69,8 +69,13 @@ class CONTROLLER_CLIENT_API ControllerDaemonDbusHandler
     static int SetMicrophoneEnabled(bool enabled);
     static int GetSpeakerEnabled(bool& enabled);
     static int SetSpeakerEnabled(bool enabled);
+    /// Addition: the speaker's volume in percent.
+    static int GetSpeakerVolume(int& percent);
+    static int SetSpeakerVolume(int percent);
     /// The sounds that the controller can play.
     static int GetAudioFiles(std::vector<std::string>& files);
+    /// Addition: plays a sound by a name out of GetAudioFiles.
+    static int PlayAudio(std::string name);
     /// The sonde is the transmitter in the camera head.
     static int GetSondeEnabled(bool& enabled);
     static int SetSondeEnabled(bool enabled);

@@ -31,6 +31,7 @@ int ReportTime(const char* signature, const Outcome& outcome)
     {
         return Report({signature, "GetTime"}, outcome);
     }
+    Remember(outcome);
     Log::Error("Controllerd: ControllerDaemonDbusHandler::GetTime: Failed to read reply CODE: %d\n", outcome.result);
     return outcome.result;
 }
@@ -123,6 +124,7 @@ int Handler::GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool d
     {
         return Report({signature}, outcome);
     }
+    Remember(outcome);
     // Deliberately with a blank and without a newline, unlike its neighbours.
     Log::Error("%s: Failed to call method: %s", signature, outcome.errorText.c_str());
     return outcome.result;

@@ -109,7 +109,10 @@ void AddOperations(Driver::OperationTable& table)
     ADD(SetMicrophoneEnabled);
     ADD(GetSpeakerEnabled);
     ADD(SetSpeakerEnabled);
+    ADD(GetSpeakerVolume);
+    ADD(SetSpeakerVolume);
     ADD(GetAudioFiles);
+    ADD(PlayAudio);
     ADD(GetSondeEnabled);
     ADD(SetSondeEnabled);
     ADD(GetKeypadBeepEnabled);

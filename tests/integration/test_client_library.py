@@ -89,7 +89,7 @@ def getter(operation, parameters, name, kind, value, access=""):
 
 def setter(operation, name, kind, value, access):
     """The case of a property that is written."""
-    parameters = {"b": "bool", "d": "double"}[kind]
+    parameters = {"b": "bool", "i": "int", "d": "double"}[kind]
     return Case(f"controller.{operation}", (PATH, CONTROL, f"Set {name}", (value,)), kind, (value,), blind=True,
                 failed=property_failed(signature(operation, parameters), access), program=DRIVER)
 
@@ -101,7 +101,7 @@ def constant(access, name):
 
 def switch(operation, name, kind, text, values, get_access=None):
     """The cases of a property that is read and written."""
-    parameter = {"b": "bool&", "d": "double&"}[kind]
+    parameter = {"b": "bool&", "i": "int&", "d": "double&"}[kind]
     access = constant("Get", text) if get_access is None else get_access
     return [getter(f"Get{operation}", parameter, name, kind, value, access) for value in values] + \
         [setter(f"Set{operation}", name, kind, value, constant("Set", text)) for value in values]
@@ -143,6 +143,8 @@ CASES = [
           ["untouched"], line="{call}: Failed to call method: {text}"),
     *switch("MicrophoneEnabled", "MicEnabled", "b", "MIC_ENABLED", SEEN, get_access=""),
     *switch("SpeakerEnabled", "SpkrEnabled", "b", "SPKR_ENABLED", SEEN),
+    *switch("SpeakerVolume", "SpkrVolume", "i", "SPKR_VOLUME", [-5, 2147483647]),
+    order("PlayAudio", "std::string", "PlayAudio", "s", ("d\u00fcse %s.wav",), call=False),
     # In the words of the speaker's setter.
     *[getter("GetAudioFiles", LIST, "AudioFiles", "as", files, constant("Set", "SPKR_ENABLED")) for files in FILES],
     *switch("SondeEnabled", "Sonde", "b", "SONDE", SEEN),
