@@ -45,7 +45,7 @@ int AppendAccess(sd_bus_message* message, const Operation& access)
 
 int Send(sd_bus* bus, sd_bus_message* message)
 {
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message* reply = nullptr;
     int result = sd_bus_call(bus, message, 0, &error, &reply);
     if (result >= 0 && *sd_bus_message_get_signature(reply, 1) != '\0')
@@ -68,7 +68,7 @@ std::string Describe(const Operation& operation)
 int BareGetRecordingState(int32_t* state)
 {
     sd_bus* bus = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     int result = sd_bus_open_user(&bus);
     if (result >= 0)
     {
@@ -83,7 +83,7 @@ int BareGetRecordingState(int32_t* state)
 int BareStopRecording(int32_t* answer)
 {
     sd_bus* bus = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};
     sd_bus_message* reply = nullptr;
     int result = sd_bus_open_user(&bus);
     if (result >= 0)

@@ -42,6 +42,7 @@ class Case:
     blind      True when the reply is not read, so that a reply of another type goes unnoticed
     prepare    brings the sibling into the state that the case speaks of
     answer     how the sibling answers instead of doing what it is asked
+    program    the driver program that has the operation
     """
     operation: str
     call: tuple
@@ -56,6 +57,7 @@ class Case:
     blind: bool = False
     prepare: Callable = lambda unit: None
     answer: Optional[Fault] = None
+    program: str = "client_driver"
 
     def __str__(self):
         return f"{self.operation}{self.inputs}".replace("\n", " ")
@@ -147,7 +149,7 @@ def check_gone(unit, cases):
     """Runs the cases while their sibling is not there at all."""
     sibling = getattr(unit, cases[0].sibling)
     sibling.die()
-    with ClientDriver(unit) as driver:
+    with ClientDriver(unit, program=cases[0].program) as driver:
         for case in cases:
             assert_failure(case, GONE, sibling.service, driver.run(case.operation, *case.inputs))
     sibling.revive()
@@ -160,7 +162,7 @@ def without_bus(unit, bus=USER_BUS):
 
 def check_no_bus(unit, cases, bus=USER_BUS):
     """Runs the cases while there is no bus to connect to."""
-    with ClientDriver(unit, without_bus(unit, bus)) as driver:
+    with ClientDriver(unit, without_bus(unit, bus), cases[0].program) as driver:
         for case in cases:
             assert_failure(case, NO_BUS, "", driver.run(case.operation, *case.inputs))
 
@@ -195,7 +197,7 @@ def check_silent(unit, cases):
     rule = unit.faults.on(cases[0].sibling, kind=SILENT)
 
     def run(part):
-        with ClientDriver(unit, {"SYSTEMD_BUS_TIMEOUT": _SILENT_SECONDS}) as driver:
+        with ClientDriver(unit, {"SYSTEMD_BUS_TIMEOUT": _SILENT_SECONDS}, cases[0].program) as driver:
             for case in part:
                 assert_failure(case, NO_ANSWER, "", driver.run(case.operation, *case.inputs))
 

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "controller_client/SignatureText.h"
+#include "dbus_helper/Call.h"
+#include "dbus_helper/ControllerEndpoint.h"
+
+#include <string>
+#include <tuple>
+
+/// The shapes of the controller's members, for the operations of its client only.
+namespace Controllerd
+{
+
+using DbusHelper::controllerEndpoint;
+
+/// How an operation appears in its lines: its signature text, and what the line of a failed call calls it; the
+/// signature text again when that is empty.
+struct Names
+{
+    const char* signature;
+    std::string call = {};
+};
+
+/// Keeps the outcome for `ControllerFailure::Last`; part of every report.
+void Remember(const DbusHelper::Outcome& outcome);
+
+/// The lines of a method that did not get through. Returns the outcome's result.
+int Report(const Names& names, const DbusHelper::Outcome& outcome);
+
+/// The line of a property that could not be accessed; `access` is what it says of the access, and may be empty. Returns
+/// the outcome's result.
+int ReportProperty(const char* signature, const char* access, const DbusHelper::Outcome& outcome);
+
+/// A call of a method; an empty `reply` leaves the reply's body unread.
+template <typename... Out, typename... In>
+int Ask(const Names& names, const char* member, std::tuple<Out&...> reply, const In&... arguments)
+{
+    return Report(names, DbusHelper::Call(controllerEndpoint, member, reply, arguments...));
+}
+
+template <typename T>
+int Get(const char* signature, const char* access, const char* property, T& value)
+{
+    return ReportProperty(signature, access, DbusHelper::GetPropertyOn(nullptr, controllerEndpoint, property, value));
+}
+
+template <typename T>
+int Set(const char* signature, const char* access, const char* property, const T& value)
+{
+    return ReportProperty(signature, access, DbusHelper::SetPropertyOn(nullptr, controllerEndpoint, property, value));
+}
+
+} // namespace Controllerd
+
+#define SIGNATURE_OF(operation) (signatureText<decltype(ControllerDaemonDbusHandler::operation), #operation>.c_str())

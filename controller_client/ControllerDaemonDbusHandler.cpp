@@ -1,0 +1,183 @@
+#include "controller_client/ControllerDaemonDbusHandler.h"
+
+#include "controller_client/ControllerCalls.h"
+#include "dbus_helper/Log.h"
+
+namespace Controllerd
+{
+
+using std::string;
+using std::tie;
+using Handler = ControllerDaemonDbusHandler;
+
+namespace
+{
+
+/// An operation on a picture of this size, as the line of its failed call names it.
+string Sized(const char* operation, unsigned width, unsigned height, unsigned quality)
+{
+    return string(operation) + "(" + std::to_string(width) + ", " + std::to_string(height) + ") " +
+           std::to_string(quality);
+}
+
+} // namespace
+
+int Handler::GetMicrophoneEnabled(bool& enabled)
+{
+    return Get(SIGNATURE_OF(GetMicrophoneEnabled), "", "MicEnabled", enabled);
+}
+int Handler::SetMicrophoneEnabled(bool enabled)
+{
+    return Set(SIGNATURE_OF(SetMicrophoneEnabled), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_MIC_ENABLED",
+               "MicEnabled", enabled);
+}
+int Handler::GetSpeakerEnabled(bool& enabled)
+{
+    return Get(SIGNATURE_OF(GetSpeakerEnabled), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SPKR_ENABLED",
+               "SpkrEnabled", enabled);
+}
+int Handler::SetSpeakerEnabled(bool enabled)
+{
+    return Set(SIGNATURE_OF(SetSpeakerEnabled), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SPKR_ENABLED",
+               "SpkrEnabled", enabled);
+}
+int Handler::GetAudioFiles(std::vector<string>& files)
+{
+    // Deliberately in the words of the speaker's setter: its line is known by them.
+    return Get(SIGNATURE_OF(GetAudioFiles), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SPKR_ENABLED",
+               "AudioFiles", files);
+}
+// The volume and the playing of sounds came after the other operations.
+int Handler::GetSpeakerVolume(int& percent)
+{
+    return Get(SIGNATURE_OF(GetSpeakerVolume), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SPKR_VOLUME",
+               "SpkrVolume", percent);
+}
+int Handler::SetSpeakerVolume(int percent)
+{
+    return Set(SIGNATURE_OF(SetSpeakerVolume), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SPKR_VOLUME",
+               "SpkrVolume", percent);
+}
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as the other texts that operations take
+int Handler::PlayAudio(string name) { return Ask({SIGNATURE_OF(PlayAudio)}, "PlayAudio", tie(), name); }
+int Handler::GetSondeEnabled(bool& enabled)
+{
+    return Get(SIGNATURE_OF(GetSondeEnabled), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SONDE", "Sonde",
+               enabled);
+}
+int Handler::SetSondeEnabled(bool enabled)
+{
+    return Set(SIGNATURE_OF(SetSondeEnabled), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_SONDE", "Sonde",
+               enabled);
+}
+int Handler::GetKeypadBeepEnabled(bool& enabled)
+{
+    return Get(SIGNATURE_OF(GetKeypadBeepEnabled),
+               "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_KEYPAD_BEEP_ENABLED", "KeypadBeepEnabled", enabled);
+}
+int Handler::SetKeypadBeepEnabled(bool enabled)
+{
+    return Set(SIGNATURE_OF(SetKeypadBeepEnabled),
+               "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_KEYPAD_BEEP_ENABLED", "KeypadBeepEnabled", enabled);
+}
+
+int Handler::GetPlaybackRate(double& rate)
+{
+    return Get(SIGNATURE_OF(GetPlaybackRate), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_VIDEO_PLAYBACK_RATE",
+               "VideoPlaybackRate", rate);
+}
+int Handler::SetPlaybackRate(double rate)
+{
+    return Set(SIGNATURE_OF(SetPlaybackRate), "sdbus_utils::SetProperty CONTROLLER_DAEMON_PROP_VIDEO_PLAYBACK_RATE",
+               "VideoPlaybackRate", rate);
+}
+
+int Handler::StartPlayback(string& filename, double& rate, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StartPlayback), "StartPlayback"}, "VideoPlaybackStart", tie(code, message), filename,
+               rate);
+}
+int Handler::StopPlayback(bool restartLive, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StopPlayback), "StopPlayback"}, "VideoPlaybackStop", tie(code, message), restartLive);
+}
+int Handler::SeekPlayback(int& position, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(SeekPlayback), "SeekPlayback"}, "VideoPlaybackSeek", tie(code, message), position);
+}
+int Handler::PausePlayback(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(PausePlayback)}, "VideoPlaybackPause", tie(code, message));
+}
+int Handler::ResumePlayback(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(ResumePlayback)}, "VideoPlaybackResume", tie(code, message));
+}
+
+int Handler::StartRecording(unsigned width, unsigned height, unsigned quality, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StartRecording), Sized("StartRecording", width, height, quality)}, "VideoRecordStart",
+               tie(code, message), width, height, quality);
+}
+int Handler::StopRecording(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StopRecording), "StopRecording"}, "VideoRecordStop", tie(code, message));
+}
+int Handler::PauseRecording(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(PauseRecording)}, "VideoRecordPause", tie(code, message));
+}
+int Handler::ResumeRecording(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(ResumeRecording)}, "VideoRecordResume", tie(code, message));
+}
+
+int Handler::StartPhotoTalk(unsigned width, unsigned height, unsigned quality, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StartPhotoTalk), Sized("StartPhotoTalk", width, height, quality)}, "PhotoTalkRecordStart",
+               tie(code, message), width, height, quality);
+}
+int Handler::StopPhotoTalk(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StopPhotoTalk), "StopPhotoTalk"}, "PhotoTalkRecordStop", tie(code, message));
+}
+int Handler::PausePhotoTalk(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(PausePhotoTalk)}, "PhotoTalkRecordPause", tie(code, message));
+}
+int Handler::ResumePhotoTalk(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(ResumePhotoTalk)}, "PhotoTalkRecordResume", tie(code, message));
+}
+
+int Handler::StartAutoLog(unsigned width, unsigned height, unsigned quality, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StartAutoLog), Sized("StartAutoLog", width, height, quality)}, "AutoLogRecordStart",
+               tie(code, message), width, height, quality);
+}
+int Handler::StopAutoLog(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(StopAutoLog), "StopAutoLog"}, "AutoLogRecordStop", tie(code, message));
+}
+int Handler::PauseAutoLog(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(PauseAutoLog)}, "AutoLogRecordPause", tie(code, message));
+}
+int Handler::ResumeAutoLog(int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(ResumeAutoLog)}, "AutoLogRecordResume", tie(code, message));
+}
+
+int Handler::TakeSnapshot(unsigned width, unsigned height, unsigned quality, string& path, int& code, string& message)
+{
+    return Ask({SIGNATURE_OF(TakeSnapshot), Sized("TakeSnapshot", width, height, quality)}, "Snapshot",
+               tie(path, code, message), width, height, quality);
+}
+int Handler::TakeScreenshot(string& folder, string& path, int& code, string& message)
+{
+    const Names names{SIGNATURE_OF(TakeScreenshot), "TakeScreenshot"};
+    Log::Debug("%s called dirpath = %s", names.signature, folder.c_str());
+    return Ask(names, "Screenshot", tie(path, code, message), folder);
+}
+
+} // namespace Controllerd

@@ -1,0 +1,119 @@
+#pragma once
+
+#include "controller_client/Export.h"
+#include "controller_client/LocalDateTime.h"
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace Controllerd
+{
+
+/// Client of the controller daemon, "com.tavilon.common.Controller1", for the user interface and the other programs of
+/// a unit.
+///
+/// Every operation is one blocking call on a user-bus connection of its own; nothing is kept between calls, so any
+/// thread may call any operation at any time. A controller that does not answer costs the bus library's time-out: 25
+/// seconds, or `$SYSTEMD_BUS_TIMEOUT`.
+///
+/// Results are sd-bus's: 0 or positive on success, negative errno-style when the call failed: -EHOSTUNREACH without a
+/// controller, -ETIMEDOUT without an answer, -ENXIO for a reply of another type, -EACCES or another errno when the
+/// controller refused, that of the connection when there is no bus. A failure is logged to syslog, and leaves the
+/// out-arguments as they were; `ControllerFailure::Last` has its words.
+///
+/// Recordings, pictures and playback answer besides with a `code` and its `message`, in English. 0 is success, a
+/// negative code tells why the controller did not do what it was asked; the result tells only whether it was asked.
+/// Widths and heights are pixels of the picture that goes with a recording, `quality` is its JPEG quality in percent.
+///
+/// Arguments that are references but not named as answers (`filename`, `rate`, `position`, `folder`) are only read.
+class CONTROLLER_CLIENT_API ControllerDaemonDbusHandler
+{
+  public:
+    ControllerDaemonDbusHandler() = delete;
+
+    // Clock and time zone ---------------------------------------------------------------------------------------------
+
+    /// Sets the clock; refused while something is recorded or synced. `local`: the time is one of the unit's zone, not
+    /// UTC. `dateTime.dst` chooses between the zone's two forms.
+    static int SetTime(LocalDateTime dateTime, bool local);
+    /// The same in seconds since 1970. -ERANGE for a time that does not fit the 32 bits in which it travels.
+    static int SetTime(time_t seconds, bool local);
+    /// Sets the clock by GPS.
+    static int SetTimeGPS();
+    /// The unit's time, in its zone if `local`, else in UTC.
+    static int GetTime(LocalDateTime& dateTime, bool local);
+    /// The same in seconds since 1970, and whether the zone is one of daylight saving time.
+    static int GetTime(time_t& seconds, bool& dst, bool local);
+    /// Switches daylight saving time.
+    static int SetDST(bool dst);
+    static int GetDST(bool& dst);
+
+    /// Sets the time zone by a name out of GetTimezoneList.
+    static int SetTimezone(std::string timezone);
+    /// Sets the time zone by its offset from UTC in seconds, east of Greenwich positive.
+    static int SetTimezone(int offsetSeconds, bool dst);
+    /// Sets the time zone by the position that GPS gives.
+    static int SetTimezoneGPS();
+    static int GetTimezone(std::string& timezone);
+    /// The names of the zones that are installed.
+    static int GetTimezoneList(std::vector<std::string>& timezones);
+    /// What the clock can be set by.
+    static int GetTimeSourceAvailable(int& source);
+    /// The name of the zone with that offset from UTC in seconds.
+    static int GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool dst);
+
+    // Sound, sonde and keypad -----------------------------------------------------------------------------------------
+
+    static int GetMicrophoneEnabled(bool& enabled);
+    static int SetMicrophoneEnabled(bool enabled);
+    static int GetSpeakerEnabled(bool& enabled);
+    static int SetSpeakerEnabled(bool enabled);
+    /// Addition: the speaker's volume in percent.
+    static int GetSpeakerVolume(int& percent);
+    static int SetSpeakerVolume(int percent);
+    /// The sounds that the controller can play.
+    static int GetAudioFiles(std::vector<std::string>& files);
+    /// Addition: plays a sound by a name out of GetAudioFiles.
+    static int PlayAudio(std::string name);
+    /// The sonde is the transmitter in the camera head.
+    static int GetSondeEnabled(bool& enabled);
+    static int SetSondeEnabled(bool enabled);
+    static int GetKeypadBeepEnabled(bool& enabled);
+    static int SetKeypadBeepEnabled(bool enabled);
+
+    // Playback --------------------------------------------------------------------------------------------------------
+
+    /// 1.0 is the speed of the recording.
+    static int GetPlaybackRate(double& rate);
+    static int SetPlaybackRate(double rate);
+    static int StartPlayback(std::string& filename, double& rate, int& code, std::string& message);
+    /// `restartLive`: show the camera's picture again.
+    static int StopPlayback(bool restartLive, int& code, std::string& message);
+    /// `position` is that of the video daemon's "SeekPlayback".
+    static int SeekPlayback(int& position, int& code, std::string& message);
+    static int PausePlayback(int& code, std::string& message);
+    static int ResumePlayback(int& code, std::string& message);
+
+    // Recordings and pictures -----------------------------------------------------------------------------------------
+
+    static int StartRecording(unsigned width, unsigned height, unsigned quality, int& code, std::string& message);
+    static int StopRecording(int& code, std::string& message);
+    static int PauseRecording(int& code, std::string& message);
+    static int ResumeRecording(int& code, std::string& message);
+    static int StartPhotoTalk(unsigned width, unsigned height, unsigned quality, int& code, std::string& message);
+    static int StopPhotoTalk(int& code, std::string& message);
+    static int PausePhotoTalk(int& code, std::string& message);
+    static int ResumePhotoTalk(int& code, std::string& message);
+    static int StartAutoLog(unsigned width, unsigned height, unsigned quality, int& code, std::string& message);
+    static int StopAutoLog(int& code, std::string& message);
+    static int PauseAutoLog(int& code, std::string& message);
+    static int ResumeAutoLog(int& code, std::string& message);
+    /// A JPEG picture of the camera; `path` is the new file.
+    static int TakeSnapshot(unsigned width, unsigned height, unsigned quality, std::string& path, int& code,
+                            std::string& message);
+    /// What the display shows, as a PNG in `folder`; `path` is the new file.
+    static int TakeScreenshot(std::string& folder, std::string& path, int& code, std::string& message);
+};
+
+} // namespace Controllerd

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "controller_client/Export.h"
+
+#include <string>
+
+namespace Controllerd
+{
+
+/// How an operation of `ControllerDaemonDbusHandler` ended, for programs that tell their user more than its result.
+struct ControllerFailure
+{
+    enum class Kind : unsigned char
+    {
+        None,        ///< the controller has answered; its code may tell of a refusal all the same
+        Invalid,     ///< nothing was sent: an argument cannot be, as a text that is no UTF-8
+        Unreachable, ///< there is no bus, or no controller on it
+        Silent,      ///< the controller did not answer in time, or ended over the call
+        Refused,     ///< the controller answered with a D-Bus error
+        Unreadable,  ///< the controller answered with something else than declared
+    };
+
+    Kind kind = Kind::None;
+    /// The D-Bus error's text, or that of the errno in the result; empty when there was no failure.
+    std::string message;
+
+    /// That of the last operation of the calling thread; no failure before the first. Other threads' operations do not
+    /// change it.
+    CONTROLLER_CLIENT_API static ControllerFailure Last();
+};
+
+} // namespace Controllerd

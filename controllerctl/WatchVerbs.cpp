@@ -1,0 +1,286 @@
+#include "controller_client/ControllerSignals.h"
+#include "controllerctl/Properties.h"
+#include "controllerctl/Verb.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+namespace ControllerCtl
+{
+namespace
+{
+
+using Controllerd::ControllerEvent;
+using Controllerd::ControllerSignals;
+using EventKind = ControllerEvent::Kind;
+using std::string;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Events --------------------------------------------------------------------------------------------------------------
+
+/// The arguments of a signal by their names.
+Json NamedArguments(const ControllerEvent& event)
+{
+    const Signal* signal = FindSignal(event.name);
+    Json arguments = Json::object();
+    for (size_t index = 0; index < event.arguments.size(); ++index)
+    {
+        const bool known = signal != nullptr && index < signal->arguments.size() && signal->arguments[index] != nullptr;
+        const string name = known ? signal->arguments[index] : "argument" + std::to_string(index);
+        arguments[name] = FromController(event.arguments[index]);
+    }
+    return arguments;
+}
+
+Json FieldsOf(const ControllerEvent& event)
+{
+    switch (event.kind)
+    {
+    case EventKind::Signal:
+        return {{"event", "signal"}, {"name", event.name}, {"arguments", NamedArguments(event)}};
+    case EventKind::PropertyChanged:
+        return {{"event", "property"},
+                {"name", event.name},
+                {"value", event.arguments.empty() ? Json() : FromController(event.arguments.front())}};
+    case EventKind::Started:
+    case EventKind::Stopped:
+        break;
+    }
+    return {{"event", "controller"}, {"running", event.kind == EventKind::Started}};
+}
+
+/// One line: "CaptureError code=-4 message="..."", "MicEnabled=on", "controller started".
+string TextOf(const Json& fields)
+{
+    if (fields.at("event") == "controller")
+    {
+        return fields.at("running").get<bool>() ? "controller started" : "controller stopped";
+    }
+    string text = fields.at("name");
+    if (fields.at("event") == "property")
+    {
+        return text + "=" + Quoted(fields.at("value"));
+    }
+    for (const auto& [name, value] : fields.at("arguments").items())
+    {
+        text += " " + name + "=" + Quoted(value);
+    }
+    return text;
+}
+
+Answer BusIsGone(int result)
+{
+    return Failed(ExitStatus::Unreachable, string("the bus cannot be reached: ") + std::strerror(-result));
+}
+
+// Monitor -------------------------------------------------------------------------------------------------------------
+
+Answer Monitor(const Arguments& arguments)
+{
+    ControllerSignals signals;
+    int result = signals.Open();
+    if (result < 0)
+    {
+        return BusIsGone(result);
+    }
+    TellMessage("listening");
+    const bool limited = arguments.contains("count");
+    const unsigned limit = limited ? arguments.at("count").get<unsigned>() : 0;
+    ControllerEvent event;
+    for (unsigned told = 0; !limited || told < limit; ++told)
+    {
+        result = signals.Next(event, -1);
+        if (result < 0)
+        {
+            return BusIsGone(result);
+        }
+        const Json fields = FieldsOf(event);
+        if (!TellLine(arguments.at("json").get<bool>() ? OneLine(fields) : TextOf(fields)))
+        {
+            return {.status = ExitStatus::Refused, .fields = nullptr};
+        }
+    }
+    return {.fields = nullptr};
+}
+
+// Wait ----------------------------------------------------------------------------------------------------------------
+
+/// What is waited for: a signal, a change of a property, or a value of it.
+struct Aim
+{
+    string name;
+    const Property* property = nullptr;
+    std::optional<Json> value = {};
+    string complaint = {}; ///< why there is nothing to wait for
+};
+
+Aim AimOf(const Arguments& arguments)
+{
+    Aim aim{.name = arguments.at("name").get<string>()};
+    aim.property = FindProperty(aim.name);
+    const bool valued = arguments.contains("value");
+    if (aim.property == nullptr && FindSignal(aim.name) == nullptr)
+    {
+        aim.complaint = "name: there is no such signal or property";
+    }
+    else if (aim.property == nullptr && valued)
+    {
+        aim.complaint = "value: a signal has none";
+    }
+    else if (aim.property != nullptr && !aim.property->announced)
+    {
+        aim.complaint = "name: the changes of this property are not told";
+    }
+    else if (valued)
+    {
+        aim.value = Parse(aim.property->type, arguments.at("value").get<string>());
+        aim.complaint = aim.value ? "" : string("value: it must be ") + Describe(aim.property->type);
+    }
+    return aim;
+}
+
+/// What a property is now, if that ends the waiting. A controller that is not there may come, and one that ends over
+/// the question has not answered it.
+std::optional<Answer> LookAt(const Aim& aim)
+{
+    Json value;
+    if (!aim.value)
+    {
+        return std::nullopt;
+    }
+    if (aim.property->read(value) < 0)
+    {
+        Answer failed = Failed();
+        return failed.status == ExitStatus::Refused ? std::optional(std::move(failed)) : std::nullopt;
+    }
+    const Json fields = {{"event", "property"}, {"name", aim.name}, {"value", value}};
+    return value == *aim.value ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
+}
+
+/// Whether an event ends the waiting, and with what.
+std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event)
+{
+    const bool changedUnseen = event.kind == EventKind::PropertyChanged && event.arguments.empty();
+    if (event.kind == EventKind::Started || (changedUnseen && event.name == aim.name && aim.value))
+    {
+        return LookAt(aim);
+    }
+    const EventKind wanted = aim.property == nullptr ? EventKind::Signal : EventKind::PropertyChanged;
+    if (event.kind != wanted || event.name != aim.name)
+    {
+        return std::nullopt;
+    }
+    const Json fields = FieldsOf(event);
+    const bool met = !aim.value || fields.at("value") == *aim.value;
+    return met ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
+}
+
+/// The time that is left, as `ControllerSignals::Next` takes it.
+class Patience
+{
+  public:
+    explicit Patience(const Arguments& arguments) : limited_(arguments.contains("timeout"))
+    {
+        constexpr double longest = std::numeric_limits<int>::max() / 1000.0;
+        const double seconds = std::min(arguments.value("timeout", 0.0), longest);
+        deadline_ = steady_clock::now() + milliseconds(static_cast<int>(seconds * 1000));
+    }
+
+    /// Has the calls of the client library end when the time has passed, or a second later.
+    void LimitCalls() const
+    {
+        const int left = Left();
+        if (left > 0)
+        {
+            setenv("SYSTEMD_BUS_TIMEOUT", (std::to_string(std::max(left, 1000)) + "ms").c_str(), 1);
+        }
+    }
+
+    [[nodiscard]] int Left() const
+    {
+        const auto left = std::chrono::ceil<milliseconds>(deadline_ - steady_clock::now()).count();
+        return limited_ ? static_cast<int>(std::max<decltype(left)>(left, 0)) : -1;
+    }
+
+  private:
+    bool limited_;
+    steady_clock::time_point deadline_;
+};
+
+Answer WaitFor(const Aim& aim, const Patience& patience)
+{
+    ControllerSignals signals;
+    int result = signals.Open();
+    if (result < 0)
+    {
+        return BusIsGone(result);
+    }
+    TellMessage("waiting");
+    patience.LimitCalls();
+    std::optional<Answer> answer = LookAt(aim);
+    while (!answer)
+    {
+        ControllerEvent event;
+        result = signals.Next(event, patience.Left());
+        if (result <= 0)
+        {
+            return result == 0 ? Failed(ExitStatus::TimeOut, "the time has passed") : BusIsGone(result);
+        }
+        answer = Judge(aim, event);
+    }
+    return *answer;
+}
+
+Answer Wait(const Arguments& arguments)
+{
+    const Aim aim = AimOf(arguments);
+    if (arguments.value("timeout", 0.0) < 0)
+    {
+        return Failed(ExitStatus::Usage, "--timeout: it is less than 0");
+    }
+    if (!aim.complaint.empty())
+    {
+        return Failed(ExitStatus::Usage, aim.complaint);
+    }
+    return WaitFor(aim, Patience(arguments));
+}
+
+/// All names that can be waited for, for the help.
+string Names()
+{
+    string names;
+    for (const Signal& signal : Signals())
+    {
+        names += string(names.empty() ? "" : ", ") + signal.name;
+    }
+    for (const Property& property : Properties())
+    {
+        names += property.announced ? string(", ") + property.name : "";
+    }
+    return names;
+}
+
+} // namespace
+
+Verbs WatchVerbs()
+{
+    return {
+        {"monitor",
+         "Tell signals and changes as they come, one line each",
+         {{.name = "--count", .about = "End after so many lines", .type = Type::Natural}},
+         &Monitor},
+        {"wait",
+         "Wait for a signal, a change of a property, or a value of it",
+         {{.name = "name", .about = "One of " + Names(), .need = Parameter::Need::Required},
+          {.name = "value", .about = "Of the property; any change when it is not given"},
+          {.name = "--timeout", .about = "Seconds to wait; without end when it is not given", .type = Type::Real}},
+         &Wait},
+    };
+}
+
+} // namespace ControllerCtl

@@ -1,0 +1,211 @@
+"""The client library as other programs find it: what is installed, and what they are built and run with."""
+
+import os
+import re
+import subprocess
+from xml.etree import ElementTree
+
+import pytest
+
+from tests.integration.client_driver import error
+from virtual_unit import VirtualUnit, declaration
+from virtual_unit.controller import stand_in_controller
+
+BUILD = os.environ["CCU_BUILD_DIR"]
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+INTERFACE = "com.tavilon.common.Controller1.Control"
+CLASS = "Controllerd::ControllerDaemonDbusHandler::"
+HEADERS = {"ControllerDaemonDbusHandler.h", "ControllerFailure.h", "ControllerSignals.h", "Export.h", "LocalDateTime.h"}
+#: What the library gives away besides the operations.
+OTHERS = {"Controllerd::ControllerFailure::Last()", "Controllerd::ControllerSignals::Open()",
+          "Controllerd::ControllerSignals::Next(Controllerd::ControllerEvent&, int)",
+          "Controllerd::ControllerSignals::ControllerSignals()", "Controllerd::ControllerSignals::~ControllerSignals()"}
+
+
+def run(*command, **options):
+    """What a command prints; it must succeed."""
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
+    assert done.returncode == 0, f"{command}: {done.stdout}"
+    return done.stdout
+
+
+def cached(name):
+    """A value that the build was configured with."""
+    with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as file:
+        found = re.search(rf"^{name}:\w+=(.*)$", file.read(), re.MULTILINE)
+    return found.group(1) if found else ""
+
+
+def instrumentation():
+    """A program that loads an instrumented library is instrumented itself."""
+    return [f"-fsanitize={cached('CCU_SANITIZE')}"] if cached("CCU_SANITIZE") else []
+
+
+def install(folder, *components):
+    """Installs components; returns the files, relative to the folder."""
+    for component in components:
+        run("cmake", "--install", BUILD, "--prefix", str(folder), "--component", component)
+    return {os.path.relpath(os.path.join(parent, name), folder)
+            for parent, _, names in os.walk(folder) for name in names}
+
+
+@pytest.fixture(scope="module", name="prefix")
+def prefix_fixture(tmp_path_factory):
+    """Where the library is installed, moved after the installation: nothing depends on the place."""
+    folder = tmp_path_factory.mktemp("package") / "installed"
+    install(folder, "client", "client_dev")
+    return str(folder.rename(folder.with_name("moved")))
+
+
+@pytest.fixture(scope="module", name="library_folder")
+def library_folder_fixture(prefix):
+    """The installed library's folder."""
+    return os.path.join(prefix, cached("CMAKE_INSTALL_LIBDIR"))
+
+
+@pytest.fixture(scope="module", name="example")
+def example_fixture(tmp_path_factory):
+    """A folder with the example of the manual, file by file."""
+    with open(os.path.join(ROOT, "docs", "client-library.md"), encoding="utf-8") as file:
+        blocks = dict(re.findall(r"^```(\w+)\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL))
+    folder = tmp_path_factory.mktemp("example")
+    (folder / "snapshot.cpp").write_text(blocks["cpp"])
+    (folder / "CMakeLists.txt").write_text(blocks["cmake"])
+    (folder / "build.sh").write_text(blocks["sh"])
+    return folder
+
+
+@pytest.fixture(scope="module", name="unit")
+def unit_fixture():
+    """A unit with the controller's stand-in."""
+    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
+        yield started
+
+
+def check_program(unit, program, library_folder):
+    """The program takes a snapshot by the controller that is there, and tells of one that is not."""
+    environment = {**os.environ, **unit.daemon.environment(), "LD_LIBRARY_PATH": library_folder}
+    mark, log = unit.calls.mark(), unit.log.mark()
+    assert run(program, env=environment) == "/snapshot.jpeg\n"
+    assert [(call.member, call.arguments) for call in unit.calls.since(mark)] == [("Snapshot", (1920, 1080, 90))]
+    environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={unit.directory}/no-bus"
+    done = subprocess.run([program], env=environment, capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", "the controller cannot be reached\n")
+    assert unit.log.since(log) == [error(
+        "static int Controllerd::ControllerDaemonDbusHandler::TakeSnapshot(unsigned int, unsigned int, unsigned int, "
+        "std::string&, int&, std::string&): Cannot open bus")]
+
+
+def test_a_program_is_built_by_the_cmake_package(unit, prefix, library_folder, example):
+    """As the manual says."""
+    build = str(example / "build")
+    flags = " ".join(instrumentation())
+    run("cmake", "-S", str(example), "-B", build, f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_FLAGS={flags}",
+        f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}")
+    run("cmake", "--build", build)
+    check_program(unit, os.path.join(build, "snapshot"), library_folder)
+
+
+def test_a_program_is_built_by_pkg_config(unit, library_folder, example):
+    """As the manual says."""
+    script = (example / "build.sh").read_text().replace("c++", " ".join(['"$CXX"', *instrumentation()]), 1)
+    run("sh", "-e", "-c", script, cwd=example, env={**os.environ, "CXX": cached("CMAKE_CXX_COMPILER"),
+                                                    "PKG_CONFIG_PATH": os.path.join(library_folder, "pkgconfig")})
+    check_program(unit, str(example / "snapshot"), library_folder)
+
+
+@pytest.mark.parametrize("wanted, suits", [("1.0", True), ("1.0.0", True), ("1.1", False), ("2.0", False)])
+def test_the_version_is_told(prefix, library_folder, tmp_path, wanted, suits):
+    """Another main version does not suit, nor does a later one."""
+    script = tmp_path / "wanted.cmake"
+    script.write_text("set(CMAKE_SIZEOF_VOID_P 8)\nset(PACKAGE_FIND_VERSION {0})\n"
+                      "string(REPLACE . \";\" parts {0})\nlist(GET parts 0 PACKAGE_FIND_VERSION_MAJOR)\n"
+                      "include({1}/cmake/ControllerClient/ControllerClientConfigVersion.cmake)\n"
+                      "message(\"suits ${{PACKAGE_VERSION_COMPATIBLE}}\")\n".format(wanted, library_folder))
+    assert ("suits TRUE" in run("cmake", "-P", str(script))) == suits
+    environment = {**os.environ, "PKG_CONFIG_PATH": os.path.join(library_folder, "pkgconfig")}
+    assert run("pkg-config", "--modversion", "controller-client", env=environment) == "1.0.0\n"
+    assert prefix in run("pkg-config", "--cflags", "controller-client", env=environment)
+
+
+def test_each_component_has_its_files(tmp_path):
+    """A unit gets the library and the daemon alone; what programmers need comes apart."""
+    libraries = cached("CMAKE_INSTALL_LIBDIR")
+    client = install(tmp_path / "client", "client")
+    assert client == {f"{libraries}/libcontroller-client.so.1", f"{libraries}/libcontroller-client.so.1.0.0"}
+    development = install(tmp_path / "client_dev", "client_dev")
+    assert {name for name in development if name.startswith("include/")} == \
+        {f"include/controller_client/{name}" for name in HEADERS}
+    assert {f"{libraries}/libcontroller-client.so", f"{libraries}/pkgconfig/controller-client.pc",
+            f"share/dbus-1/interfaces/{INTERFACE}.xml"} < development
+    assert install(tmp_path / "daemon", "daemon") == {"bin/controllerd"}
+
+
+def test_the_headers_need_no_other_library(prefix):
+    """Nor do they speak of one: the standard library's and their own."""
+    for name in HEADERS:
+        path = os.path.join(prefix, "include", "controller_client", name)
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        assert "sd_" not in text and "sd-bus.h" not in text
+        for included in re.findall(r"^#include (.*)$", text, re.MULTILINE):
+            assert included[1:-1] in {f"controller_client/{header}" for header in HEADERS} or "." not in included
+        run(cached("CMAKE_CXX_COMPILER"), "-std=c++11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only",
+            "-I", os.path.join(prefix, "include"), "-include", path, "-x", "c++", "/dev/null")
+
+
+def test_the_library_exports_its_classes_alone(library_folder):
+    """Each operation once, under the version's name; neither the core nor the standard library's templates."""
+    library = os.path.join(library_folder, "libcontroller-client.so")
+    symbols = [line.split(" ", 2)[1:] for line in run("nm", "-DC", "--defined-only", library).splitlines()]
+    functions = [name for kind, name in symbols if kind != "A"]
+    assert all(kind == "T" for kind, _ in symbols if kind != "A")
+    assert all(name.endswith("@@CONTROLLER_CLIENT_1") for name in functions), functions
+    operations = [name for name in functions if name.startswith(CLASS)]
+    assert {name.partition("@@")[0] for name in set(functions) - set(operations)} == OTHERS
+    with open(os.path.join(ROOT, "controller_client", "ControllerDaemonDbusHandler.h"), encoding="utf-8") as file:
+        listed = re.findall(r"^    static int (\w+)\(", file.read(), re.MULTILINE)
+    assert sorted(name.removeprefix(CLASS).partition("(")[0] for name in operations) == sorted(listed)
+
+
+def test_the_library_says_what_it_is_and_needs(library_folder):
+    """Its soname, and of other libraries the bus's alone."""
+    dynamic = run("readelf", "-d", os.path.join(library_folder, "libcontroller-client.so"))
+    assert re.findall(r"\(SONAME\).*\[(.*)\]", dynamic) == ["libcontroller-client.so.1"]
+    needed = {name for name in re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)
+              if not re.match(r"(libstdc\+\+|libc|libm|libgcc_s|libasan|libubsan|ld-linux.*)\.so", name)}
+    assert needed == {"libsystemd.so.0"}
+    assert "RPATH" not in dynamic and "RUNPATH" not in dynamic
+
+
+# The interface as XML -------------------------------------------------------------------------------------------------
+
+
+def described(text):
+    """The members of the interface, in order, with all that is said of them."""
+    root = ElementTree.fromstring(text)
+    interface = next(item for item in root.iter("interface") if item.get("name") == INTERFACE)
+    return [(member.tag, sorted(member.attrib.items()),
+             [(item.tag, sorted(item.attrib.items())) for item in member]) for member in interface]
+
+
+@pytest.fixture(scope="module", name="installed_interface")
+def installed_interface_fixture(prefix):
+    """The text that is installed."""
+    with open(f"{prefix}/share/dbus-1/interfaces/{INTERFACE}.xml", encoding="utf-8") as file:
+        return file.read()
+
+
+def test_the_installed_interface_is_what_the_daemon_answers(installed_interface):
+    """Members, types, names and annotations, in order."""
+    with VirtualUnit() as unit:
+        answered = unit.client.introspect()
+    assert described(installed_interface) == described(answered)
+    assert len(described(answered)) == 46
+    assert ElementTree.fromstring(installed_interface).get("name") == "/com/tavilon/common/Controller1"
+
+
+def test_the_stand_in_declares_what_the_daemon_has(installed_interface):
+    """Or else tests of clients would be held against another interface."""
+    with open(declaration.interface_file("controller"), encoding="utf-8") as file:
+        assert described(file.read()) == described(installed_interface)

@@ -1,0 +1,271 @@
+"""What the command-line control shows of a controller that talks, ends and comes back; and an inspection by it."""
+
+import json
+import os
+import signal
+
+import pytest
+
+from tests.integration.controllerctl_cases import (
+    CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Running, run)
+from virtual_unit import DIE, REFUSE, SILENT, VirtualUnit
+from virtual_unit.controller import stand_in_controller
+from virtual_unit.values import Typed
+
+GONE = "the bus cannot be reached: "
+REMOVED = "Storage was removed - unable to continue recording"
+
+
+@pytest.fixture(scope="module", name="unit")
+def unit_fixture():
+    """A unit with nothing but the controller's stand-in."""
+    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
+        yield started
+
+
+@pytest.fixture(autouse=True)
+def no_faults(unit):
+    """Each test starts with a stand-in that serves and has nothing switched on."""
+    unit.faults.clear()
+    unit.controller.revive()
+    unit.controller.set_properties(PATH, {"MicEnabled": False, "SpkrVolume": 0, "GetTimezone": "UTC"}, emit=False)
+
+
+# Monitor --------------------------------------------------------------------------------------------------------------
+
+SIGNALS = [
+    ("CaptureError", (-4, REMOVED), f'CaptureError code=-4 message="{REMOVED}"'),
+    ("CaptureSizeLimitReached", (2, "d\u00fcse\n"), 'CaptureSizeLimitReached captureType=2 message="d\u00fcse\\n"'),
+    ("PlaybackError", (-1, ""), 'PlaybackError code=-1 message=""'),
+    ("TimeChanged", (2026, 1, 2, 3, 4, 5, True),
+     "TimeChanged year=2026 month=1 day=2 hour=3 minute=4 second=5 dst=on"),
+    ("TimezoneChanged", ("London",), 'TimezoneChanged timezone="London"'),
+]
+PROPERTIES = [
+    ("MicEnabled", True, "on"), ("SpkrEnabled", True, "on"), ("SpkrVolume", -5, "-5"), ("Sonde", True, "on"),
+    ("KeypadBeepEnabled", True, "on"), ("VideoPlaybackRate", 2.5, "2.5"), ("AudioFiles", ["a \"b\""], '["a \\"b\\""]'),
+    ("GetDst", True, "on"), ("GetTimezone", "Paris", '"Paris"'), ("GetTimezoneList", [], "[]"),
+    ("GetTimeSourceAvailable", 1, "1")]
+
+
+def test_signals_are_told(unit):
+    """Each in one line, with its arguments by their names, in words and as JSON."""
+    with Running(unit, "monitor --count 5") as monitor, Running(unit, "monitor --json --count 5") as as_json:
+        assert (monitor.said, as_json.said) == ("controllerctl: listening\n",) * 2
+        for member, arguments, text in SIGNALS:
+            unit.controller.emit(PATH, CONTROL, member, *arguments)
+            assert monitor.line() == text
+            told = run_line(as_json)
+            assert (told["event"], told["name"], tuple(told["arguments"].values())) == ("signal", member, arguments)
+            assert [f"{name}=" in text for name in told["arguments"]] == [True] * len(arguments)
+        for ended in monitor.end(), as_json.end():
+            assert (ended.status, ended.out, ended.errors) == (DONE, "", "")
+
+
+def run_line(running):
+    """The next line as an object, in the fields' order."""
+    return json.loads(running.line())
+
+
+def test_changes_are_told(unit):
+    """Of every property, also when the controller does not say what it has become."""
+    with Running(unit, "monitor") as monitor, Running(unit, "monitor --json") as as_json:
+        for name, value, text in PROPERTIES:
+            unit.controller.emit_changes(PATH, CONTROL, {name: value})
+            assert monitor.line() == f"{name}={text}"
+            assert run_line(as_json) == {"event": "property", "name": name, "value": value}
+        unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True, "SpkrVolume": 3}, ["Sonde"])
+        assert [monitor.line() for _ in range(3)] == ["MicEnabled=on", "SpkrVolume=3", "Sonde=null"]
+        assert [run_line(as_json)["value"] for _ in range(3)] == [True, 3, None]
+
+
+def test_what_others_tell_is_not_told(unit):
+    """Neither other objects' signals, nor other interfaces'; what a later controller tells is."""
+    with Running(unit, "monitor --json") as monitor:
+        unit.controller.emit("/elsewhere", CONTROL, "CaptureError", -1, "no", signature="is")
+        unit.controller.emit(PATH, "com.tavilon.common.Other", "CaptureError", -1, "no", signature="is")
+        unit.controller.emit(PATH, "org.freedesktop.DBus.Properties", "PropertiesChanged", "com.tavilon.common.Other",
+                             {"MicEnabled": Typed("b", True)}, [], signature="sa{sv}as")
+        unit.controller.emit(PATH, CONTROL, "Later", "yes", 2, {"a": 1}, True, signature="sia{si}b")
+        assert run_line(monitor) == {"event": "signal", "name": "Later",
+                                     "arguments": {"argument0": "yes", "argument1": 2, "argument2": None,
+                                                   "argument3": True}}
+
+
+def test_a_monitor_sees_the_controller_come_and_go(unit):
+    """And hears the next one."""
+    unit.controller.die()
+    with Running(unit, "monitor") as monitor:
+        for _ in range(2):
+            unit.controller.revive()
+            assert monitor.line() == "controller started"
+            unit.controller.emit(PATH, CONTROL, "TimezoneChanged", "London")
+            assert monitor.line() == 'TimezoneChanged timezone="London"'
+            unit.controller.die()
+            assert monitor.line() == "controller stopped"
+        monitor.close_output()
+        unit.controller.revive()
+        assert monitor.wait() == -signal.SIGPIPE
+
+
+@pytest.mark.parametrize("line", ["monitor", "wait CaptureError", "wait MicEnabled on"])
+def test_a_bus_that_goes(make_unit, line):
+    """Is told and ends it; so does one that is not there."""
+    own = make_unit(daemon=False, siblings=())
+    with Running(own, line) as watching:
+        own.stop_bus()
+        ended = watching.end()
+        assert (ended.status, ended.out) == (UNREACHABLE, "") and ended.errors.startswith(f"controllerctl: {GONE}")
+    told = run(own, line + " --json")
+    assert told.object == {"ok": False, "exit": UNREACHABLE, "code": None, "message": GONE + os.strerror(111)}
+    assert (told.status, told.errors) == (UNREACHABLE, f"controllerctl: {GONE}{os.strerror(111)}\n")
+
+
+# Wait -----------------------------------------------------------------------------------------------------------------
+
+
+def test_a_signal_is_waited_for(unit):
+    """Others go by."""
+    with Running(unit, "wait CaptureError") as waiting, Running(unit, "wait --json CaptureError") as as_json:
+        assert (waiting.said, as_json.said) == ("controllerctl: waiting\n",) * 2
+        unit.controller.emit(PATH, CONTROL, "PlaybackError", -1, "no")
+        unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True})
+        unit.controller.emit(PATH, CONTROL, "CaptureError", -4, REMOVED)
+        ended = waiting.end()
+        assert (ended.status, ended.out) == (DONE, f'CaptureError code=-4 message="{REMOVED}"\n')
+        assert as_json.end().object == {"ok": True, "exit": DONE, "event": "signal", "name": "CaptureError",
+                                        "arguments": {"code": -4, "message": REMOVED}}
+
+
+def test_a_change_is_waited_for(unit):
+    """Of that property, to whatever it is."""
+    with Running(unit, "wait MicEnabled --json") as waiting:
+        unit.controller.emit(PATH, CONTROL, "TimezoneChanged", "x")
+        unit.controller.emit_changes(PATH, CONTROL, {"Sonde": True})
+        unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": False})
+        assert waiting.end().object == {"ok": True, "exit": DONE, "event": "property", "name": "MicEnabled",
+                                        "value": False}
+
+
+@pytest.mark.parametrize("name, word, value, text", [("MicEnabled", "true", True, "on"), ("SpkrVolume", "70", 70, "70"),
+                                                     ("GetTimezone", "New York", "New York", '"New York"')])
+def test_a_value_is_waited_for(unit, name, word, value, text):
+    """Other values go by; a change that is told without its value is looked at; one that is there ends it at once."""
+    line = ["wait", name, word]
+    mark = unit.calls.mark()
+    with Running(unit, line) as waiting:
+        unit.controller.emit_changes(PATH, CONTROL, {name: type(value)()})
+        unit.controller.emit_changes(PATH, CONTROL, {}, [name])
+        unit.calls.wait_for("controller", f"Get {name}", count=2, since=mark)
+        unit.controller.set_property(PATH, name, value)
+        ended = waiting.end()
+        assert (ended.status, ended.out) == (DONE, f"{name}={text}\n")
+    told = run(unit, [*line, "--timeout", "0", "--json"])
+    assert told.object == {"ok": True, "exit": DONE, "event": "property", "name": name, "value": value}
+
+
+def test_a_value_is_waited_for_over_a_restart(unit):
+    """A controller may come back with it and say nothing of it."""
+    unit.controller.die()
+    mark = unit.calls.mark()
+    with Running(unit, "wait MicEnabled on") as waiting:
+        unit.faults.on("controller", "Get MicEnabled", kind=DIE, times=1)
+        unit.controller.revive()
+        unit.calls.wait_for("controller", "Get MicEnabled", since=mark)
+        unit.controller.set_properties(PATH, {"MicEnabled": True}, emit=False)
+        unit.controller.revive()
+        assert waiting.end().out == "MicEnabled=on\n"
+
+
+@pytest.mark.parametrize("line", ["wait CaptureError", "wait MicEnabled", "wait MicEnabled on"])
+@pytest.mark.parametrize("alive", [True, False])
+def test_the_time_of_waiting(unit, line, alive):
+    """Has an end, with a controller and without."""
+    if not alive:
+        unit.controller.die()
+    told = run(unit, line + " --timeout 0.01 --json")
+    assert told.object == {"ok": False, "exit": TIME_OUT, "code": None, "message": "the time has passed"}
+    assert (told.status, told.errors) == (TIME_OUT, "controllerctl: waiting\ncontrollerctl: the time has passed\n")
+
+
+@pytest.mark.parametrize("kind, status, message", [
+    (REFUSE, REFUSED, "refused: refused by the simulation"), (SILENT, TIME_OUT, "the time has passed")],
+    ids=["refused", "silent"])
+def test_a_value_that_cannot_be_told(unit, kind, status, message):
+    """Ends it when the unit refuses it; a controller that is silent has its time."""
+    unit.faults.on("controller", "Get MicEnabled", kind=kind)
+    told = run(unit, "wait MicEnabled on --timeout 0.1")
+    assert (told.status, told.out) == (status, "")
+    assert told.errors == f"controllerctl: waiting\ncontrollerctl: {message}\n"
+
+
+# The daemon -----------------------------------------------------------------------------------------------------------
+
+
+@pytest.fixture(scope="module", name="daemon_unit")
+def daemon_unit_fixture():
+    """A unit with the daemon."""
+    with VirtualUnit() as started:
+        yield started
+
+
+@pytest.mark.parametrize("kind", ["video", "photo-talk", "auto-log"])
+def test_a_recording_by_the_daemon(daemon_unit, kind):
+    """From its start to its end, and a second start that is refused."""
+    for step in "start", "pause", "resume", "stop":
+        told = run(daemon_unit, f"record {step} --kind {kind} --json")
+        assert told.object == {"ok": True, "exit": DONE, **SUCCESS}
+        daemon_unit.settle()
+        if step == "start":
+            again = run(daemon_unit, f"record start --kind {kind}")
+            assert (again.status, again.out) == (REFUSED, "")
+            assert again.errors == "controllerctl: refused with -8: Not in correct state to perform record action\n"
+
+
+def test_pictures_and_playback_by_the_daemon(daemon_unit):
+    """Paths come back, files are there and are played."""
+    picture = run(daemon_unit, "snapshot").out.removesuffix("\n")
+    screen = run(daemon_unit, "screenshot .").out.removesuffix("\n")
+    assert os.path.isfile(picture) and os.path.isfile(screen)
+    assert os.path.dirname(screen) == daemon_unit.directory + "/."
+    for line in f"play start {picture}", "play seek 5", "play pause", "play resume", "play rate 2.5", "play stop":
+        assert run(daemon_unit, line).status == DONE, line
+    assert run(daemon_unit, "play rate").out == "2.5\n"
+    told = run(daemon_unit, "play start nothing")
+    assert (told.status, told.errors) == (REFUSED, "controllerctl: refused with -2: Playback file doesn't exist\n")
+
+
+def test_clock_and_zone_by_the_daemon(daemon_unit):
+    """Are set, told, and refused while something is recorded. The zone's changes come from a connection of their own.
+    """
+    with Running(daemon_unit, "monitor") as monitor, Running(daemon_unit, "wait TimezoneChanged") as waiting:
+        assert run(daemon_unit, "timezone set New_York").status == DONE
+        assert waiting.end().out == 'TimezoneChanged timezone="CCU/New_York"\n'
+        lines = [monitor.line()]
+        while not lines[-1].startswith("TimezoneChanged"):
+            lines.append(monitor.line())
+    assert run(daemon_unit, "timezone get").out == "New_York\n"
+    assert "New_York" in run(daemon_unit, "timezone list").out.splitlines()
+    assert run(daemon_unit, "dst get").out == "off\n"
+    assert run(daemon_unit, "time set '2026-01-02 03:04:05'").status == DONE
+    assert daemon_unit.timedate.timezone.endswith("New_York")
+    assert run(daemon_unit, "time get --json").object["local"] is True
+    assert run(daemon_unit, "timezone from-utc 0").out == "CCU/Dublin\n"
+    run(daemon_unit, "record start")
+    assert run(daemon_unit, "time set @1").status == REFUSED
+    run(daemon_unit, "record stop")
+
+
+def test_the_daemon_is_restarted(make_unit):
+    """Between calls, under a monitor and under a wait: all go on."""
+    unit = make_unit()
+    with Running(unit, "monitor") as monitor, Running(unit, "wait CaptureError") as waiting:
+        unit.stop_daemon()
+        assert monitor.line() == "controller stopped"
+        assert run(unit, "record start").status == UNREACHABLE
+        unit.start_daemon()
+        assert monitor.line() == "controller started"
+        assert run(unit, "record start").status == DONE
+        unit.storage.remove_device("card")
+        assert waiting.end().out == f'CaptureError code=-4 message="{REMOVED}"\n'
+        assert monitor.line() == f'CaptureError code=-4 message="{REMOVED}"'

@@ -1,0 +1,134 @@
+"""The manual pages: well-formed, and of the interface, the service and the version that they speak of."""
+
+import glob
+import os
+import re
+import subprocess
+from xml.etree import ElementTree
+
+import pytest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+PAGES = sorted(glob.glob(os.path.join(ROOT, "packaging", "man", "*")))
+NAMES = [os.path.basename(page) for page in PAGES]
+INTERFACE = "com.tavilon.common.Controller1"
+EMITS = "org.freedesktop.DBus.Property.EmitsChangedSignal"
+
+
+def text_of(*path):
+    """A file of the tree, or of the build when its path is absolute."""
+    with open(os.path.join(ROOT, *path), encoding="utf-8") as file:
+        return file.read()
+
+
+def page(name):
+    """The source of a page without its fonts, with the signs that are spelled out."""
+    text = re.sub(r"\\f[BIR]", "", text_of("packaging", "man", name))
+    return text.replace(r"\(->", "->").replace(r"\-", "-")
+
+
+# Form -----------------------------------------------------------------------------------------------------------------
+
+
+def ran(*command):
+    """Status, output and complaints of a formatter."""
+    done = subprocess.run(command, capture_output=True, text=True, check=False,
+                          env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "80"})
+    return done.returncode, done.stdout, done.stderr
+
+
+def test_there_are_two_pages():
+    assert NAMES == [f"{INTERFACE}.5", "controllerd.8"]
+
+
+@pytest.mark.parametrize("path", PAGES, ids=NAMES)
+def test_formatters_have_nothing_to_complain_of(path):
+    """Neither of the two that are about, nor of style."""
+    assert ran("mandoc", "-Tlint", "-W", "all", path) == (0, "", "")
+    status, _, warnings = ran("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", path)
+    assert (status, warnings) == (0, "")
+
+
+@pytest.mark.parametrize("name", NAMES)
+def test_a_page_is_of_its_name_and_of_this_version(name):
+    title, section = name.rsplit(".", 1)
+    version = re.search(r"^project\(controllerd VERSION (\S+) ", text_of("CMakeLists.txt"), re.MULTILINE).group(1)
+    header = re.match(r'\.TH (\S+) (\d) \d{4}-\d\d-\d\d "controllerd (\S+)" ', page(name))
+    assert header.groups() == (title.upper(), section, version)
+    assert f"\n.SH NAME\n{title} - " in page(name)
+
+
+# The interface --------------------------------------------------------------------------------------------------------
+
+
+def arguments(member, direction):
+    """Types and names as in the page: "(is code message)"."""
+    found = [item for item in member.iter("arg") if item.get("direction", direction) == direction]
+    return "(" + " ".join(["".join(item.get("type") for item in found), *(item.get("name") for item in found)]) + ")"
+
+
+def declared(member):
+    """A member of the XML, as the page writes it."""
+    if member.tag == "method":
+        return f"{arguments(member, 'in')} -> {arguments(member, 'out')}"
+    if member.tag == "signal":
+        return arguments(member, "out")
+    access = {"readwrite": "read and write", "read": "read only"}[member.get("access")]
+    silent = any((item.get("name"), item.get("value")) == (EMITS, "false") for item in member.iter("annotation"))
+    return f"{member.get('type')}, {access}" + (", tells no changes" if silent else "")
+
+
+def interface_of_the_build():
+    """The members that the daemon's own table has, as the build has written it down."""
+    path = os.path.join(os.environ["CCU_BUILD_DIR"], "daemon", f"{INTERFACE}.Control.xml")
+    root = ElementTree.fromstring(text_of(path))
+    return {member.get("name"): (member.tag, declared(member)) for member in root.iter()
+            if member.tag in ("method", "property", "signal")}
+
+
+def interface_of_the_page():
+    """The members that the page describes, each under a heading of its kind."""
+    found = {}
+    for heading, section in re.findall(r"^\.SH (.*)\n((?:(?!\.SH ).*\n)*)", page(f"{INTERFACE}.5"), re.MULTILINE):
+        for name, rest in re.findall(r"^\.T[PQ]\n([A-Z]\w*) (.*)$", section, re.MULTILINE):
+            kind = "signal" if heading == "SIGNALS" else "method" if "->" in rest else "property"
+            assert name not in found, f"{name} is there twice"
+            found[name] = (kind, rest)
+    return found
+
+
+def test_the_page_has_the_members_of_the_daemon():
+    """All of them, with their types, names and access, and no others."""
+    described = interface_of_the_page()
+    assert described == interface_of_the_build()
+    assert len(described) == 46
+
+
+def test_the_page_has_the_codes_and_texts_of_the_interface():
+    """As the manual of the interface has them."""
+    listed = re.findall(r"^ *(-?\d+)  (.*)$", page(f"{INTERFACE}.5"), re.MULTILINE)
+    assert len(listed) == 11
+    manual = text_of("docs", "interface.md")
+    for code, words in listed:
+        row = rf'^\| [^|]*(?<!\d){code}\b[^|]*\| [^|]*"{re.escape(words)}'
+        assert re.search(row, manual, re.MULTILINE), (code, words)
+
+
+# The service ----------------------------------------------------------------------------------------------------------
+
+
+def test_the_daemons_page_names_what_the_service_gives_it():
+    """The devices, the user and the user's number."""
+    service, described = text_of("packaging", "systemd", "controllerd.service"), page("controllerd.8")
+    devices = re.findall(r"^DeviceAllow=(/dev/\S+)", service, re.MULTILINE)
+    assert len(devices) == 3
+    for device in devices:
+        assert re.search(rf'^\.IR? .*{device}\b', described, re.MULTILINE), device
+    user = re.search(r"^User=(\w+)$", service, re.MULTILINE).group(1)
+    number = re.search(r"^Requires=user@(\d+).service$", service, re.MULTILINE).group(1)
+    assert f"\n.BR {user} ,\nnumber {number}, " in described
+
+
+def test_the_daemons_page_names_the_bus_and_its_own_page():
+    assert f"\n.B {INTERFACE}\n" in page("controllerd.8") and f"\n.BR {INTERFACE} (5)" in page("controllerd.8")
+    assert "\n.BR controllerd (8)" in page(f"{INTERFACE}.5")
