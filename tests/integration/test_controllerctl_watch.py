@@ -265,6 +265,7 @@ def test_the_daemon_is_restarted(make_unit):
         assert run(unit, "record start").status == UNREACHABLE
         unit.start_daemon()
         assert monitor.line() == "controller started"
+        assert [monitor.line() for _ in range(3)] == ["MicEnabled=on", "SpkrEnabled=off", "SpkrVolume=50"]
         assert run(unit, "record start").status == DONE
         unit.storage.remove_device("card")
         assert waiting.end().out == f'CaptureError code=-4 message="{REMOVED}"\n'
