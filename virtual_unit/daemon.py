@@ -72,6 +72,7 @@ class Daemon:
             "LD_PRELOAD": " ".join([*self.preloads, UMOCKDEV]), "CCU_SYSLOG_FILE": self.log_path,
             "ASAN_OPTIONS": self._sanitizer_options("ASAN_OPTIONS"),
             "UBSAN_OPTIONS": self._sanitizer_options("UBSAN_OPTIONS"),
+            "TSAN_OPTIONS": self._sanitizer_options("TSAN_OPTIONS"),
             "LSAN_OPTIONS": self._leak_options(),
         }
         if _ORDERLY in os.environ:
