@@ -22,7 +22,8 @@ _EXPLANATION = ("The daemon is the one that runs on a unit. What stands around i
 
 _NEXT = (
     ("./ccu up", "a unit to try calls on, until Ctrl-C"),
-    ("./ccu up -- COMMAND", "a command inside a unit, for example busctl --user list"),
+    ("./ccu up -- bash", "a shell inside a unit, for every command above: controllerctl status"),
+    ("docs/controllerctl.md", "the commands, their status and their JSON"),
     ("docs/interface.md", "every member, with its arguments, codes and texts"),
 )
 

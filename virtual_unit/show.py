@@ -52,7 +52,7 @@ class Show:
         self._write(self._paint(text, "heading"))
         self._write(self._paint("=" * len(text), "heading"))
         self.tell(explanation, indent=0)
-        self.table([(_CALL, "a call that a client makes, with its arguments"),
+        self.table([(_CALL, "a command that a user types, or a call that a client makes"),
                     (_SIGNAL, "a signal of the daemon, as a client has received it"),
                     (_EVENT, "something that happens to the unit"),
                     (_GOOD, "a value that is as it should be"), (_BAD, "a value that is not")])

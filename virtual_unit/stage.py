@@ -4,6 +4,7 @@ import difflib
 from dataclasses import dataclass, field
 
 from .client import DbusFailure
+from .control import Control, command
 
 #: Texts of the codes that a capture is answered with.
 ANSWERS = {
@@ -75,6 +76,7 @@ class Stage:
         self.show, self.unit = show, unit
         self.unit_ms = self.daemon_ms = 0
         self._chapter, self._result = chapter, result
+        self._control = Control(unit.build_dir, unit)
         self._mark = unit.calls.mark()
         self._last = Failure.after
 
@@ -113,19 +115,28 @@ class Stage:
         action(*arguments, **named)
         self.unit.settle()
 
-    def call(self, member, signature="", *arguments):
-        """Calls a method as a client would; returns its reply, or the DbusFailure that it was answered with."""
+    def call(self, member, *arguments):
+        """Calls a method by the command that a user would type, or sets a property; returns the values of the reply,
+        or the DbusFailure by which it was refused."""
+        self.show.call(self._begin(command(member, arguments)))
+        return self._try(self._control.run, member, arguments)
+
+    def call_bus(self, member, signature="", *arguments):
+        """Calls a method over the bus, in ways that no command has; returns its reply, or its DbusFailure."""
         self.show.call(self._begin(f"{member} ({', '.join(map(describe, arguments))})"))
+        return self._try(self.unit.client.call, member, signature, *arguments)
+
+    def _try(self, call, *arguments):
         try:
-            return self.unit.client.call(member, signature, *arguments)
+            return call(*arguments)
         except DbusFailure as failure:
             return failure
         finally:
             self.unit.settle()
 
-    def order(self, code, member, signature="", *arguments):
+    def order(self, code, member, *arguments):
         """Calls a capture method that must answer with the code and its text; returns whether it did."""
-        return self.check("reply", self.call(member, signature, *arguments), (code, ANSWERS[code]))
+        return self.check("reply", self.call(member, *arguments), (code, ANSWERS[code]))
 
     # What came of it --------------------------------------------------------------------------------------------------
 

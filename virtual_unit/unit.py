@@ -84,7 +84,7 @@ class VirtualUnit:
 
     def __init__(self, build_dir=None, daemon=True, environment=None, directory=None, siblings=ALL_SIBLINGS, bus=True,
                  bus_timeout=None, zones=None):
-        self._build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
+        self.build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
         self._with_daemon = daemon
         self._environment = dict(environment or {})
         if bus_timeout is not None:
@@ -94,7 +94,7 @@ class VirtualUnit:
         self._with_bus = bus
         self._siblings = {}
         self._buses = {}
-        self.zones_folder = os.path.abspath(zones or os.path.join(self._build_dir, "zones"))
+        self.zones_folder = os.path.abspath(zones or os.path.join(self.build_dir, "zones"))
         self.directory = None
         self.calls = CallLog()
         self.faults = Faults(self.calls)
@@ -138,13 +138,13 @@ class VirtualUnit:
         for bus in self._buses.values():
             bus.wait_ready()
         self.framebuffers = Framebuffers(self.directory)
-        self.gps = Gps(self._build_dir, self.directory)
+        self.gps = Gps(self.build_dir, self.directory)
         self.gpio = Gpio(self.directory)
         self.audio = Audio(self.directory)
         self.input = InputDevices(self.directory)
         os.mkdir(self.logs_folder)
         self.point_local_time(zone_files.INITIAL)
-        self.daemon = Daemon(self._build_dir, self.directory, {
+        self.daemon = Daemon(self.build_dir, self.directory, {
             "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
             **self.framebuffers.environment, **self.gpio.environment, **self.audio.environment,
             **self.input.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,

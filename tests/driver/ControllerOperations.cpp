@@ -64,7 +64,8 @@ int TakeScreenshotsTogether(int threads, int calls)
     const auto work = [&](int thread) {
         for (int call = 0; call < calls; ++call)
         {
-            const string folder = "/" + std::to_string(thread) + "/" + std::to_string(call);
+            string folder = "/";
+            folder.append(std::to_string(thread)).append("/").append(std::to_string(call));
             string path;
             string message;
             int code = -1;

@@ -109,8 +109,9 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
     ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
     ("What the daemon offers", ["46: 30 methods, 11 properties, 5 signals", "46  signal    TimezoneChanged"]),
     ("A recording, from its start to its end", [
-        "->  VideoRecordStart (1920, 1080, 90)", '0 "Ran successfully"', ".0001-recActive, .0001-recovery, 0001.mp4",
-        "2750 cm absolute, 430 cm relative", "->  VideoRecordPause ()", "->  VideoRecordResume ()", "1119232 bytes"]),
+        "->  controllerctl record start --width 1920 --height 1080 --quality 90", '0 "Ran successfully"',
+        ".0001-recActive, .0001-recovery, 0001.mp4", "2750 cm absolute, 430 cm relative",
+        "->  controllerctl record pause", "->  controllerctl record resume", "1119232 bytes"]),
     ("A recording that is refused", [
         '-8 "Not in correct state to perform record action"', '-3 "Storage is too low - unable to record"',
         '-2 "Power is too low - unable to record"', '-7 "No current job - unable to record"',
@@ -163,7 +164,7 @@ def test_a_wrong_answer_is_told_with_the_log():
     status, output = play(_RECORDING, unit=tampered(on_PauseRecording=lambda _unit, _path: -1))
     assert status == 1
     assert "  NO  reply\n      expected  (0, 'Ran successfully')\n      got       (-1, 'Unknown error')\n" in output
-    assert "  NO  A recording, from its start to its end: reply, after VideoRecordPause ()\n" in output
+    assert "  NO  A recording, from its start to its end: reply, after controllerctl record pause\n" in output
     assert "What differed" in output and "Failed to pause video record" in output
     assert "Every step came out as it should" not in output
 
@@ -176,7 +177,7 @@ def test_a_call_that_is_missing_is_told_alone():
 
     status, output = play(
         Chapter("Resumed", lambda stage: (
-            stage.call("VideoRecordStart", "uuu", 1, 1, 1), stage.call("VideoRecordPause"),
+            stage.call("VideoRecordStart", 1, 1, 1), stage.call("VideoRecordPause"),
             stage.order(0, "VideoRecordResume"),
             stage.check_asked(("video", "ResumeRecording", ""), ("video", "Get RecordingFilename", "")))),
         unit=tampered(on_ResumeRecording=forget))
@@ -228,7 +229,7 @@ def test_an_interruption_ends_it_with_one_line(folder, number):
 def test_an_interruption_during_a_call_that_hangs_does_not_wait_for_it(folder):
     with running_demo(folder) as process:
         read_until(process, "The jobs manager hangs")
-        read_until(process, "VideoRecordStart")
+        read_until(process, "controllerctl record start")
         process.send_signal(signal.SIGINT)
         output, errors = process.communicate(timeout=60)
     assert (process.returncode, errors) == (130, "demo: interrupted\n")

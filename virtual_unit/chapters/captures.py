@@ -10,7 +10,7 @@ OFF, RECORDING, PAUSED = 0, 1, 2
 
 def start(stage, code=0):
     """Orders a recording, which must be answered with the code; returns whether it was."""
-    return stage.order(code, "VideoRecordStart", "uuu", *PICTURE)
+    return stage.order(code, "VideoRecordStart", *PICTURE)
 
 
 def stop(stage):

@@ -29,7 +29,7 @@ def play(stage):
 
 def _record(stage, members, name, file, media_type):
     unit = stage.unit
-    stage.order(0, f"{members}Start", "uuu", *PICTURE)
+    stage.order(0, f"{members}Start", *PICTURE)
     item = newest_item(stage)
     stage.check("item in the job", (item.type, item.path.rsplit("/", 1)[1]), (media_type, file),
                 f"{item.type} {item.path}")
@@ -45,7 +45,7 @@ def _fill(stage):
     stage.tell("All three can run at once. Each that nears its size limit is stopped and saved, and clients are told "
                "which it was.")
     for members, *_ in _KINDS:
-        stage.order(0, f"{members}Start", "uuu", *PICTURE)
+        stage.order(0, f"{members}Start", *PICTURE)
     for name, code, text in _LIMITS:
         stage.happen(f"the {name} file nears its limit", unit.video.grow, name, approaching_limit=True)
         stage.check_signals(("CaptureSizeLimitReached", code, text))

@@ -88,7 +88,7 @@ def play(stage):
 
 def _check_error(stage, call, error):
     before = _state(stage)
-    answer = stage.call(*call)
+    answer = stage.call_bus(*call)
     name = answer.name if isinstance(answer, DbusFailure) else answer
     stage.check("error", name, _ERROR + error)
     if isinstance(answer, DbusFailure):

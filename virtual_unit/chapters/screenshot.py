@@ -28,7 +28,7 @@ def _size(path):
 def _take(stage):
     stage.tell("Support asks for a picture of the display: the daemon reads the video layer and the interface layer from "
                "their framebuffers, lays one over the other and writes a PNG into the folder that the client names.")
-    reply = stage.call("Screenshot", "s", stage.unit.directory)
+    reply = stage.call("Screenshot", stage.unit.directory)
     path = reply[0] if isinstance(reply, tuple) else ""
     stage.check("reply", reply[1:] if path else reply, (0, ANSWERS[0]))
     stage.check("the file is a PNG of the display's size", path and _size(path), _SIZE,
@@ -43,11 +43,11 @@ def _refuse(stage):
     unit = stage.unit
     stage.tell("A folder that does not exist is refused, and so are layers that do not fit together; no file is left.")
     missing = os.path.join(unit.directory, "missing")
-    stage.check("reply", stage.call("Screenshot", "s", missing), (missing, -1, "Bad directory"),
+    stage.check("reply", stage.call("Screenshot", missing), ("", -1, "Bad directory"),
                 '-1 "Bad directory"')
     folder = os.path.join(unit.directory, "shots")
     os.mkdir(folder)
     stage.happen("the interface layer changes its size", unit.framebuffers.set, 1, 640, 480)
-    reply = stage.call("Screenshot", "s", folder)
+    reply = stage.call("Screenshot", folder)
     stage.check("reply", reply[1:] if isinstance(reply, tuple) else reply, (-1, ANSWERS[-1]))
     stage.check("files", os.listdir(folder), [], "none")

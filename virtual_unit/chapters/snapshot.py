@@ -23,7 +23,7 @@ def play(stage):
 def _snapshot(stage, name, code=0):
     """Orders a snapshot, which must be answered with the path of that name and the code."""
     path = os.path.join(stage.unit.media, "job1", "media", name) if name else ""
-    reply = stage.call("Snapshot", "uuu", *_ORDER)
+    reply = stage.call("Snapshot", *_ORDER)
     stage.check("reply", reply, (path, code, ANSWERS[code]), f'"{path}", {code} "{ANSWERS[code]}"')
 
 
@@ -50,8 +50,7 @@ def _without_job(stage):
 
 
 def _refuse(stage):
-    stage.tell("The video daemon breaks off in the middle of the file. The client gets the path that was meant, and "
-               "nothing is left there.")
+    stage.tell("The video daemon breaks off in the middle of the file, and nothing is left there.")
 
     def write_part(_object, path, *_order):
         with open(path, "wb") as file:
@@ -60,7 +59,7 @@ def _refuse(stage):
 
     before = files(stage)
     stage.unit.video.on_Snapshot = write_part
-    _snapshot(stage, "0002.jpeg", -1)
+    _snapshot(stage, "", -1)
     del stage.unit.video.on_Snapshot
     stage.check("files", files(stage), before)
 
@@ -71,7 +70,7 @@ def _without_record(stage):
                "capture; the log tells of it.")
     fault = unit.faults.on("jobs", "AddSnapshotMedia", CODE(3))
     items = list(unit.jobs.items)
-    reply = stage.call("Snapshot", "uuu", *_ORDER)
+    reply = stage.call("Snapshot", *_ORDER)
     fault.cancel()
     path = reply[0] if isinstance(reply, tuple) else ""
     stage.check("reply", reply, (path, 0, ANSWERS[0]), f'"{path}", 0 "{ANSWERS[0]}"')
