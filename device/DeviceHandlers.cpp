@@ -180,13 +180,13 @@ int DeviceManager::PlayAudio(sd_bus_message* message, void* /*userData*/, sd_bus
     std::string name;
     if (ReadValue(message, name) < 0)
     {
-        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, "Could not read message");
+        return DbusHelper::Refuse(error, "Could not read message");
     }
     if (deviceState.sound.Play(name) < 0)
     {
-        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, "Could not play file");
+        return DbusHelper::Refuse(error, "Could not play file");
     }
-    return sd_bus_reply_method_return(message, "");
+    return DbusHelper::ReplyEmpty(message);
 }
 
 } // namespace ControllerDaemon

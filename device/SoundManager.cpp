@@ -83,9 +83,29 @@ int32_t ReadLine(const Line& source, bool& enabled)
     return result;
 }
 
+/// Waits for a child's end; its status, as the C library's system() gives it.
+int Reap(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+    {}
+    return status;
+}
+
+/// Runs a command through the shell and returns its status, -1 when no shell can be run: system() of some C libraries
+/// would tell that as a shell that did not find the command.
+int RunShell(std::string command)
+{
+    std::string shell = "sh";
+    std::string option = "-c";
+    const std::array<char*, 4> arguments{shell.data(), option.data(), command.data(), nullptr};
+    pid_t child = 0;
+    return posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments.data(), environ) == 0 ? Reap(child) : -1;
+}
+
 int32_t SetControl(const char* control, int percent)
 {
-    return std::system(("amixer set " + std::string(control) + " " + std::to_string(percent) + "%").c_str());
+    return RunShell("amixer set " + std::string(control) + " " + std::to_string(percent) + "%");
 }
 
 /// Reads a line of a program's output, with its newline. False at the end.
@@ -121,12 +141,10 @@ void RunPlayer(std::string path)
     std::string program = "aplay";
     const std::array<char*, 3> arguments{program.data(), path.data(), nullptr};
     pid_t player = 0;
-    if (posix_spawnp(&player, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0)
+    if (posix_spawnp(&player, program.c_str(), nullptr, nullptr, arguments.data(), environ) == 0)
     {
-        return;
+        Reap(player);
     }
-    while (waitpid(player, nullptr, 0) < 0 && errno == EINTR)
-    {}
 }
 
 } // namespace
@@ -134,7 +152,7 @@ void RunPlayer(std::string path)
 SoundManager::SoundManager() noexcept
 {
     // What comes of it is nobody's: without a mixer the daemon has other things to do.
-    [[maybe_unused]] const int status = std::system("amixer set PGA 3");
+    RunShell("amixer set PGA 3");
 }
 
 int32_t SoundManager::Init()

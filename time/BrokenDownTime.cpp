@@ -1,5 +1,9 @@
 #include "time/BrokenDownTime.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 // Not the _r forms, which do not notice that timedated has re-pointed /etc/localtime while the daemon runs.
 
 namespace ControllerDaemon
@@ -46,6 +50,26 @@ std::optional<time_t> ToSeconds(const BrokenDownTime& fields, bool local)
     time.tm_wday = untouched;
     const time_t seconds = local ? std::mktime(&time) : timegm(&time);
     return time.tm_wday == untouched ? std::nullopt : std::optional(seconds);
+}
+
+int32_t ToWireSeconds(time_t seconds)
+{
+    return static_cast<int32_t>(
+        std::clamp<time_t>(seconds, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
+}
+
+int64_t WholeSeconds(double seconds)
+{
+    constexpr double beyond = 9223372036854775808.0; // 2^63: the first that does not fit
+    if (std::isnan(seconds))
+    {
+        return 0;
+    }
+    if (std::abs(seconds) >= beyond)
+    {
+        return seconds > 0 ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
+    }
+    return static_cast<int64_t>(seconds);
 }
 
 time_t FromUtcFields(time_t seconds)

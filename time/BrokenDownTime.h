@@ -28,6 +28,13 @@ struct BrokenDownTime
 /// Loop thread only.
 [[nodiscard]] std::optional<time_t> ToSeconds(const BrokenDownTime& fields, bool local);
 
+/// What seconds since the epoch become on the bus, where they travel as "i": those of a moment that does not fit stay
+/// at the last that does, 2038-01-19 03:14:07 UTC, or at the first.
+[[nodiscard]] int32_t ToWireSeconds(time_t seconds);
+
+/// The whole seconds of a time, at the ends of what can be expressed when it lies beyond; 0 for what is no number.
+[[nodiscard]] int64_t WholeSeconds(double seconds);
+
 /// The moment whose local standard time reads as the given moment's UTC does. Loop thread only.
 [[nodiscard]] time_t FromUtcFields(time_t seconds);
 

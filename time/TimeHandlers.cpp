@@ -1,13 +1,12 @@
 #include "clients/SystemdDateTime.h"
 #include "dbus_helper/Codec.h"
 #include "dbus_helper/FileNames.h"
+#include "dbus_helper/PropertyReply.h"
 #include "time/ClockOperations.h"
 #include "time/GpsFix.h"
 #include "time/TimeManager.h"
 #include "time/TimezoneCatalogue.h"
 
-#include <algorithm>
-#include <limits>
 #include <tuple>
 
 namespace ControllerDaemon
@@ -15,23 +14,14 @@ namespace ControllerDaemon
 namespace
 {
 
+using DbusHelper::Refuse;
+using DbusHelper::ReplyEmpty;
 using DbusHelper::Sequence;
 
 constexpr const char* cannotSetNow = "Cannot set time now";
 constexpr const char* cannotSetRightNow = "Cannot set time right now"; // only when the source is GPS
 constexpr const char* noFix = "No GPS Fix";
 constexpr const char* timezoneRefused = "Failed to set Timezone via systemd-datetimed";
-
-/// Refuses a method call or property access; returns what the handler then returns.
-int Refuse(sd_bus_error* error, const char* text) { return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, text); }
-
-int ReplyEmpty(sd_bus_message* message) { return sd_bus_reply_method_return(message, ""); }
-
-int32_t ClampToWire(time_t seconds)
-{
-    return static_cast<int32_t>(
-        std::clamp<time_t>(seconds, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()));
-}
 
 } // namespace
 
@@ -57,7 +47,7 @@ int TimeManager::GetTimeSecs(sd_bus_message* message, void* /*userData*/, sd_bus
         return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get 'local' parameter CODE: %d", result);
     }
     const time_t now = std::time(nullptr);
-    return sd_bus_reply_method_return(message, "ib", ClampToWire(std::get<0>(local) ? now : FromLocalFields(now)),
+    return sd_bus_reply_method_return(message, "ib", ToWireSeconds(std::get<0>(local) ? now : FromLocalFields(now)),
                                       IsDstInForce() ? 1 : 0);
 }
 
@@ -110,7 +100,7 @@ int TimeManager::SetTimeGPS(sd_bus_message* message, void* /*userData*/, sd_bus_
     {
         return Refuse(error, noFix);
     }
-    ChangeClock(static_cast<int64_t>(fix->time));
+    ChangeClock(WholeSeconds(fix->time));
     return ReplyEmpty(message);
 }
 

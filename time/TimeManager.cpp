@@ -57,7 +57,10 @@ int32_t TimeManager::SetDefaultSettings()
         Log::Error("%s: Failed to get default time settings",
                    "int ControllerDaemon::TimeManager::SetDefaultSettings()");
     }
-    settings_->SectionChanged("time").connect(sigc::mem_fun(*this, &TimeManager::TimeSettingsChanged));
+    if (settings_ != nullptr)
+    {
+        settings_->SectionChanged("time").connect(sigc::mem_fun(*this, &TimeManager::TimeSettingsChanged));
+    }
     return result;
 }
 

@@ -22,10 +22,11 @@ class TimeManager : public sigc::trackable
 {
   public:
     /// Lists the installed zones, takes the clock from the network's hands and brings the zone in line with the
-    /// settings, which are followed from then on.
+    /// settings, which are followed from then on. They may be null.
     explicit TimeManager(Settingsd::SettingsHandler settings);
 
-    /// Applies the stored zone. Negative when it cannot be read, which is logged.
+    /// Applies the stored zone and follows the settings from then on; once. Negative when the stored zone cannot be
+    /// read, which is logged.
     int32_t SetDefaultSettings();
     /// What the settings daemon tells of its section "time".
     void TimeSettingsChanged(sdbus_utils::TypedPropertyMap& settings);
@@ -46,7 +47,8 @@ class TimeManager : public sigc::trackable
     static int GetTimezoneFromUTC(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
     static int SetDst(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
 
-    /// Property handlers.
+    /// Property handlers. A failed one tells the client by a text of its own; in the log it is the line of the client
+    /// of timedated that says so.
     static int GetDst(sd_bus* bus, const char* path, const char* interface, const char* property, sd_bus_message* reply,
                       void* userData, sd_bus_error* error) noexcept;
     /// The zone's bare name, without prefix.

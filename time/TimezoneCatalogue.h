@@ -20,13 +20,15 @@ inline constexpr const char* dstPrefix = "CCU/DST/";
 /// Whether daylight saving is part of the zone: nothing else on the unit says so. True for a name with "DST" anywhere.
 [[nodiscard]] bool IsDst(std::string_view zone);
 
+/// Whether daylight saving is part of the zone in force, read from timedated; false when it cannot be read. Blocks on
+/// timedated.
+[[nodiscard]] bool IsDstInForce();
+
+/// The prefix of zones with daylight saving, or of those without.
 [[nodiscard]] const char* PrefixFor(bool dst);
 
 /// The text after the last "/", the whole name without one.
 [[nodiscard]] std::string_view BareName(std::string_view zone);
-
-/// The same of the zone in force, read from timedated; false when it cannot be read. Blocks on timedated.
-[[nodiscard]] bool IsDstInForce();
 
 /// The prefix of the zone in force, read from timedated; "CCU/" when it cannot be read. Blocks on timedated.
 [[nodiscard]] std::string GetTimezonePrefix();

@@ -6,6 +6,9 @@ from . import zones
 from .loop import on_loop
 from .sibling import Refusal, Sibling
 
+#: The kernel takes no clock from 2232 on: 30 years before its nanoseconds end.
+_KERNEL_END_USEC = (9223372036 - 30 * 365 * 86400) * 1_000_000
+
 _PATH = "/org/freedesktop/timedate1"
 
 
@@ -44,12 +47,14 @@ class Timedate(Sibling):
     # Behaviours -------------------------------------------------------------------------------------------------------
 
     def on_SetTime(self, path, usec, relative, _interactive):
-        """Sets the clock, unless it is kept by the network; not to the epoch or before."""
+        """Sets the clock, unless it is kept by the network; not to the epoch or before, nor to 2232 or later."""
         if self.get_property(path, "NTP"):
             raise Refusal("org.freedesktop.timedate1.AutomaticTimeSyncEnabled",
                           "Automatic time synchronization is enabled")
         if not relative and usec <= 0:
             raise Refusal("InvalidArgs", "Invalid absolute time")
+        if usec >= _KERNEL_END_USEC:
+            raise Refusal("InvalidArgs", "Failed to set local time: Invalid argument")
         self.times.append(usec)
         base = self.get_property(path, "TimeUSec") if relative else 0
         self.set_properties(path, {"TimeUSec": base + usec, "RTCTimeUSec": base + usec}, emit=False)

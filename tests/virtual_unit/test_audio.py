@@ -182,7 +182,7 @@ libc = ctypes.CDLL(None, use_errno=True)
 libc.popen.restype = ctypes.c_void_p
 pid, nothing = ctypes.c_int(), (ctypes.c_char_p * 1)()
 arguments = (ctypes.c_char_p * 2)(b"true")
-print(libc.system(b"true"), libc.popen(b"true", b"r") is not None,
+print(libc.popen(b"true", b"r") is not None,
       [getattr(libc, name)(ctypes.byref(pid), b"/bin/true", None, None, arguments, nothing) == errno.EAGAIN
        for name in ("posix_spawn", "posix_spawnp")], sep=";")
 try:
@@ -202,9 +202,9 @@ def test_no_process_at_all(audio, build_dir):
         return subprocess.run(["/usr/bin/python3", "-c", _SPAWNS], env=environment, text=True, capture_output=True,
                               check=True).stdout.split("\n")[:2]
 
-    assert spawns() == ["0;True;[False, False]", "forked"]
+    assert spawns() == ["True;[False, False]", "forked"]
     audio.refuse_processes()
-    assert spawns() == ["-1;False;[True, True]", "no fork"]
+    assert spawns() == ["False;[True, True]", "no fork"]
 
 
 def test_the_sounds_are_the_units(audio, build_dir):

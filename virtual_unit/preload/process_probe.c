@@ -1,8 +1,8 @@
 /*
  * Preloaded into the unmodified daemon to give it a machine on which no process can be started:
  *
- *   CCU_NO_PROCESSES=FILE   while that file exists, system(3), popen(3), posix_spawn(3) and fork(2) fail as with too
- *                           many processes
+ *   CCU_NO_PROCESSES=FILE   while that file exists, popen(3), posix_spawn(3) and fork(2) fail as with too many
+ *                           processes; system(3) is not used
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -29,12 +29,6 @@ static bool full(void)
     }
     errno = EAGAIN;
     return true;
-}
-
-EXPORT int system(const char* command)
-{
-    int (*next)(const char*) = real("system");
-    return full() ? -1 : next(command);
 }
 
 EXPORT FILE* popen(const char* command, const char* mode)

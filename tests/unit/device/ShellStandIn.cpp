@@ -1,5 +1,9 @@
 #include "tests/unit/device/ShellStandIn.h"
 
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -31,10 +35,20 @@ void Print(const std::string& text) { State().output = text; }
 
 } // namespace ShellStandIn
 
-extern "C" int system(const char* command)
+// The shell's child, which ends at once.
+extern "C" int posix_spawn(pid_t* child, const char* /*path*/, const posix_spawn_file_actions_t* /*actions*/,
+                           const posix_spawnattr_t* /*attributes*/, char* const arguments[],
+                           char* const /*environment*/[])
 {
-    State().commands.emplace_back(command);
-    return State().status;
+    State().commands.emplace_back(arguments[2]);
+    *child = 1;
+    return State().status < 0 ? EAGAIN : 0;
+}
+
+extern "C" pid_t waitpid(pid_t child, int* status, int /*options*/)
+{
+    *status = State().status;
+    return child;
 }
 
 extern "C" FILE* popen(const char* command, const char* /*mode*/)

@@ -64,6 +64,23 @@ TEST_F(BrokenDownTimeTest, TakesTheFlagForDaylightSaving)
     EXPECT_EQ(noon(true, false), utcNoon);
 }
 
+TEST_F(BrokenDownTimeTest, StaysAtTheEndsOfTheWire)
+{
+    EXPECT_EQ(ToWireSeconds(time_t{highest}), highest);
+    EXPECT_EQ(ToWireSeconds(time_t{highest} + 1), highest);
+    EXPECT_EQ(ToWireSeconds(time_t{lowest} - 1), lowest);
+    EXPECT_EQ(ToWireSeconds(-1), -1);
+}
+
+TEST_F(BrokenDownTimeTest, TakesWholeSeconds)
+{
+    EXPECT_EQ(WholeSeconds(1767225600.999), 1767225600);
+    EXPECT_EQ(WholeSeconds(-1.5), -1);
+    EXPECT_EQ(WholeSeconds(1e19), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(WholeSeconds(-1e19), std::numeric_limits<int64_t>::min());
+    EXPECT_EQ(WholeSeconds(std::numeric_limits<double>::quiet_NaN()), 0);
+}
+
 TEST_F(BrokenDownTimeTest, GoesByWayOfFields)
 {
     for (const time_t seconds : {time_t{0}, time_t{1'750'000'000}, time_t{1'743'296'400}, time_t{1'761'440'400}})
