@@ -7,6 +7,7 @@ import shlex
 import subprocess
 
 from .client import DbusFailure
+from .loop import spawn
 
 _KINDS = {"Video": [], "PhotoTalk": ["--kind", "photo-talk"], "AutoLog": ["--kind", "auto-log"]}
 _RECORD = re.compile("(Video|PhotoTalk|AutoLog)Record(Start|Stop|Pause|Resume)")
@@ -98,12 +99,14 @@ class Control:
         """The tuple of the reply's values; raises DbusFailure, which has no name here, when the unit refuses."""
         variables = {**self._unit.daemon.environment(), "CCU_SYSLOG_FILE": f"{self._unit.directory}/control.log"}
         variables.pop("SYSTEMD_BUS_TIMEOUT", None)  # the daemon's own patience
-        done = subprocess.run([self._program, "--json", *words_of(member, arguments)], env=variables, check=False,
-                              cwd=self._unit.directory, stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                              timeout=_PATIENCE_SECONDS)
-        if not done.stdout:
-            raise RuntimeError(f"{command(member, arguments)}: status {done.returncode}, {done.stderr}")
-        told = json.loads(done.stdout)
+        # One of the daemon's group: when the user interrupts it ends with the daemon, wherever it is just then.
+        process = spawn([self._program, "--json", *words_of(member, arguments)], process_group=self._unit.pid or 0,
+                        env=variables, cwd=self._unit.directory, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                        stderr=subprocess.PIPE, text=True)
+        output, errors = process.communicate(timeout=_PATIENCE_SECONDS)
+        if not output:
+            raise RuntimeError(f"{command(member, arguments)}: status {process.returncode}, {errors}")
+        told = json.loads(output)
         if not told["ok"] and told["code"] is None:
             raise DbusFailure("", told["message"])
         names = _CODED if _RECORD.fullmatch(member) else _ANSWERS.get(member, ())

@@ -27,6 +27,8 @@ UMOCKDEV = "libumockdev-preload.so.0"
 
 #: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
 END_SECONDS = (0.5, 20)
+#: Patience for what the daemon leaves, which is killed.
+_REMAINS_SECONDS = 5
 
 
 class DaemonFailure(AssertionError):
@@ -183,9 +185,15 @@ class Daemon:
 
     def _end_remains(self):
         """Ends what the daemon has started and left, such as a sound that plays, as systemd does with a service."""
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(self._process.pid, signal.SIGKILL)
+        group = self._process.pid
         self._process = None
+        deadline = time.monotonic() + _REMAINS_SECONDS
+        with contextlib.suppress(ProcessLookupError):
+            while time.monotonic() < deadline:  # until nobody is left who could make a file in the unit's folder
+                os.killpg(group, signal.SIGKILL)
+                with contextlib.suppress(ChildProcessError):
+                    os.waitpid(-group, os.WNOHANG)
+                time.sleep(0.001)
 
     # End --------------------------------------------------------------------------------------------------------------
 

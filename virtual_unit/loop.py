@@ -86,12 +86,13 @@ def on_loop(method):
 
 
 @on_loop
-def spawn(command, **options):
+def spawn(command, process_group=0, **options):
     """Starts a child that cannot outlive this process, not even when this process is killed.
 
     The kernel sends the death signal when the starting *thread* ends, so every child is started by the loop thread.
     setpriv asks for that signal in the child itself, which keeps Python code out of a forked copy of a threaded
-    process.  A process group of its own keeps the terminal's Ctrl-C from the children: the unit ends them in order.
+    process.  A process group of its own, or that of another child, keeps the terminal's Ctrl-C from the children: the
+    unit ends them in order.
     """
     death_signal = ["setpriv", "--pdeathsig", "KILL", "--"]
-    return subprocess.Popen(death_signal + list(command), process_group=0, **options)
+    return subprocess.Popen(death_signal + list(command), process_group=process_group, **options)

@@ -182,6 +182,7 @@ def running_units():
 @pytest.mark.parametrize("fault", FAULTS)
 @pytest.mark.parametrize("name", STEPS)
 def test_every_call_that_fails(units, name, fault):
+    """By each fault: the answer and the failure lines are the model's, and the same step works again after it."""
     unit = units[FAULTS[fault] is SILENT]
     calls = run(unit, STEPS[name])
     assert calls

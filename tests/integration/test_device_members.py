@@ -35,6 +35,7 @@ def healthy_unit(running):
 
 @pytest.mark.parametrize("on", [True, False, False, True])
 def test_the_keypad_beep_is_stored_and_told(unit, on):
+    """Also when it was so before, and asks no sibling."""
     signature = texts.handler("SetKeypadBeepEnabled")
     assert [*write(unit, "KeypadBeepEnabled", on)] == [
         None, [info(signature), info(f"{signature} keypadBeepEnabled = {int(on)}")], [], [{"KeypadBeepEnabled": on}]]
@@ -43,6 +44,7 @@ def test_the_keypad_beep_is_stored_and_told(unit, on):
 
 @pytest.mark.parametrize("on", [True, False, False, True])
 def test_the_sonde_is_switched_and_shown_and_emits_nothing_of_its_own(unit, on):
+    """Wherever the hardware is, which is asked afresh each time."""
     signature = texts.handler("SetSonde")
     effect = write(unit, "Sonde", on)
     assert [*effect] == [None, [info(f"{signature} called"), info(f"{signature} SetSonde new_sonde_state = {int(on)}"),
@@ -54,6 +56,7 @@ def test_the_sonde_is_switched_and_shown_and_emits_nothing_of_its_own(unit, on):
 
 @pytest.mark.parametrize("on", [True, False, False, True])
 def test_the_microphone_is_switched_shown_muted_elsewhere_and_told(unit, on):
+    """In this order, by its line, its LED and the video daemon."""
     effect = write(unit, "MicEnabled", on)
     assert [*effect] == [None, texts.mic_lines(on), texts.MIC_CALLS, [{"MicEnabled": on}]]
     assert effect.arguments == [(texts.MIC_LED, int(on)), (not on,)]
@@ -63,6 +66,7 @@ def test_the_microphone_is_switched_shown_muted_elsewhere_and_told(unit, on):
 
 @pytest.mark.parametrize("on", [True, False, False, True])
 def test_the_speaker_is_switched_and_told_and_has_no_led(unit, on):
+    """By its line alone."""
     assert [*write(unit, "SpkrEnabled", on)] == [
         None, [info(f"{texts.handler('SetSpkrEnabled')}: spkr_enabled = {int(on)}"), *texts.speaker_lines(on)], [],
         [{"SpkrEnabled": on}]]
@@ -72,6 +76,7 @@ def test_the_speaker_is_switched_and_told_and_has_no_led(unit, on):
 
 @pytest.mark.parametrize("asked, heard", [(0, 0), (100, 100), (75, 76), (150, 100), (INT_MAX, 100)])
 def test_the_volume_goes_to_the_mixer_as_it_is_and_comes_back_as_the_mixer_says(unit, asked, heard):
+    """In percent, rounded and bounded by the mixer's steps."""
     before = len(unit.audio.commands)
     assert [*write(unit, "SpkrVolume", asked)] == [
         None, [info(f"{texts.handler('SetSpkrVolume')}: spkr_volume = {asked}")], [], [{"SpkrVolume": heard}]]
@@ -81,6 +86,7 @@ def test_the_volume_goes_to_the_mixer_as_it_is_and_comes_back_as_the_mixer_says(
 
 @pytest.mark.parametrize("asked", [-1, INT_MIN])
 def test_a_volume_that_the_mixer_takes_for_an_option_changes_nothing_and_is_no_failure(unit, asked):
+    """For clients, who read the one in force."""
     unit.client.set("SpkrVolume", "i", 40)
     held = unit.audio.volume
     assert write(unit, "SpkrVolume", asked).answer is None
@@ -89,6 +95,7 @@ def test_a_volume_that_the_mixer_takes_for_an_option_changes_nothing_and_is_no_f
 
 
 def test_values_that_somebody_else_has_changed_are_read_afresh(unit):
+    """From the lines, the mixer and the hardware daemon."""
     unit.gpio.mic.value, unit.gpio.speaker.value = 0, 1
     unit.audio.set_control("HP DAC", 0, 127)
     unit.hardware.set_property("/com/tavilon/common/Halvex1/camera", "Sonde", True)
@@ -111,6 +118,7 @@ def written_lines(name, on):
 
 @pytest.mark.parametrize("name, line", LINES)
 def test_a_line_that_cannot_be_written_is_a_failed_access_and_nothing_else_is_done(unit, name, line):
+    """Nothing is shown, muted or told."""
     getattr(unit.gpio, line).value = 0
     getattr(unit.gpio, line).fail("write", errno.ENODEV)
     assert [*write(unit, name, True)] == [(FAILED, f"SoundManager::Set{name} failed"),
@@ -120,12 +128,14 @@ def test_a_line_that_cannot_be_written_is_a_failed_access_and_nothing_else_is_do
 
 @pytest.mark.parametrize("name, line", LINES)
 def test_a_line_that_cannot_be_read_is_a_failed_access(unit, name, line):
+    """By a text of its own."""
     getattr(unit.gpio, line).fail("read")
     assert [*read(unit, name)] == [(FAILED, f"SoundManager::Get{name} failed"), texts.get_failed(name), [], []]
 
 
 @pytest.mark.parametrize("name, line", LINES)
 def test_a_change_whose_new_value_cannot_be_read_is_made_and_not_told(unit, name, line):
+    """For want of a value, and no failure for who made it."""
     getattr(unit.gpio, line).fail("read")
     effect = write(unit, name, True)
     assert (effect.answer, effect.changes) == (None, [])
@@ -164,6 +174,7 @@ NO_SOUND = {
 
 @pytest.mark.parametrize("name", NO_SOUND)
 def test_without_its_lines_the_daemon_goes_on_without_sound(make_unit, name):
+    """Whatever is the matter with the chip; the mixer's volume is what remains."""
     prepare, words, events = NO_SOUND[name]
     unit = make_unit(daemon=False)
     prepare(unit)
@@ -209,6 +220,7 @@ UNREADABLE = {
 
 @pytest.mark.parametrize("name", UNREADABLE)
 def test_a_mixer_that_does_not_say_the_volume_is_a_failed_read(unit, name):
+    """Whatever else it says, and however much."""
     unit.audio.say(UNREADABLE[name])
     assert [*read(unit, "SpkrVolume")] == [NO_VOLUME, NO_VOLUME_LINES, [], []]
 
@@ -223,6 +235,7 @@ READABLE = {
 
 @pytest.mark.parametrize("name", READABLE)
 def test_other_layouts_of_the_mixer_are_read(unit, name):
+    """As long as the first line of the left channel has the percents in their place."""
     output, percent = READABLE[name]
     unit.audio.say(output)
     assert read(unit, "SpkrVolume").answer == percent
@@ -231,6 +244,7 @@ def test_other_layouts_of_the_mixer_are_read(unit, name):
 @pytest.mark.parametrize("fail", [lambda audio: audio.remove("amixer"), lambda audio: audio.fail("amixer", 1),
                                   lambda audio: audio.remove_control("HP DAC")])
 def test_a_mixer_that_fails_is_no_failed_write_and_a_failed_read(make_unit, fail):
+    """Nobody looks at its exit code, and its output is missed."""
     unit = make_unit()
     fail(unit.audio)
     assert [*write(unit, "SpkrVolume", 20)] == [
@@ -239,12 +253,14 @@ def test_a_mixer_that_fails_is_no_failed_write_and_a_failed_read(make_unit, fail
 
 
 def test_a_mixer_that_prints_before_it_fails_is_read(unit):
+    """By what it printed."""
     unit.audio.say("  Front Left: Playback 100 [79%] [-13.50dB] [on]\n")
     unit.audio.fail("amixer", 1)
     assert read(unit, "SpkrVolume").answer == 79
 
 
 def test_without_a_shell_the_volume_can_be_neither_written_nor_read(unit):
+    """By texts of their own."""
     unit.audio.refuse_processes()
     assert [*write(unit, "SpkrVolume", 20)] == [
         (FAILED, "SoundManager::SetSpkrVolume failed"),
@@ -254,6 +270,7 @@ def test_without_a_shell_the_volume_can_be_neither_written_nor_read(unit):
 
 
 def test_a_slow_mixer_is_waited_for(unit):
+    """By all who have asked after it, whatever they asked for."""
     before = len(unit.audio.wait_commands("amixer"))
     unit.audio.hold("amixer")
     reading = unit.client.request(unit.client.service, unit.client.path, texts.PROPERTIES, "Get", "ss",
@@ -270,6 +287,7 @@ def test_a_slow_mixer_is_waited_for(unit):
     (lambda audio: audio.remove("amixer"), []), (lambda audio: audio.fail("amixer", 1), []),
     (lambda audio: audio.refuse_processes(), [error(f"{INIT}: Failed to configure volume of DAC device")])])
 def test_a_mixer_that_fails_at_the_start_is_not_fatal(make_unit, fail, lines):
+    """And told only when it could not even be run."""
     unit = make_unit(daemon=False)
     fail(unit.audio)
     unit.start_daemon()
@@ -278,6 +296,7 @@ def test_a_mixer_that_fails_at_the_start_is_not_fatal(make_unit, fail, lines):
 
 
 def test_the_amplifier_is_set_up_before_the_daemon_says_anything(make_unit):
+    """Or takes a line, and the volumes follow."""
     unit = make_unit(daemon=False)
     unit.audio.hold("amixer")
     unit.start_daemon(wait=False)
@@ -290,6 +309,7 @@ def test_the_amplifier_is_set_up_before_the_daemon_says_anything(make_unit):
 
 
 def test_the_lines_are_taken_for_the_life_of_the_process(make_unit):
+    """As outputs in its name, and its end is what gives them back."""
     unit = make_unit()
     assert unit.gpio.events == ["open", "request 14 controller 1", "request 13 controller 0", "set 14 1", "get 14",
                                 "set 13 0", "get 13"]
@@ -303,6 +323,7 @@ def test_the_lines_are_taken_for_the_life_of_the_process(make_unit):
 
 
 def test_a_microphone_without_led_and_video_daemon_is_switched_all_the_same(unit):
+    """And told, with a line for the LED."""
     unit.faults.on("hardware")
     unit.faults.on("video")
     effect = write(unit, "MicEnabled", False)
@@ -313,6 +334,7 @@ def test_a_microphone_without_led_and_video_daemon_is_switched_all_the_same(unit
 
 
 def test_a_sonde_that_the_hardware_daemon_refuses_is_a_failed_write_and_not_shown(unit):
+    """By its LED, which stays what it was."""
     unit.faults.on("hardware", "Set Sonde", kind=REFUSE)
     signature = texts.handler("SetSonde")
     effect = write(unit, "Sonde", True)
@@ -324,6 +346,7 @@ def test_a_sonde_that_the_hardware_daemon_refuses_is_a_failed_write_and_not_show
 
 
 def test_a_sonde_that_is_not_told_is_answered_as_off(unit):
+    """With the failure in the log alone."""
     unit.client.set("Sonde", "b", True)
     unit.faults.on("hardware", "Get Sonde", kind=REFUSE)
     effect = read(unit, "Sonde")
@@ -332,6 +355,7 @@ def test_a_sonde_that_is_not_told_is_answered_as_off(unit):
 
 
 def test_an_led_that_fails_does_not_fail_the_sonde(unit):
+    """It has a line of its own."""
     unit.faults.on("hardware", "SetLedState", kind=REFUSE)
     effect = write(unit, "Sonde", True)
     assert (effect.answer, effect.calls) == (None, texts.SONDE_CALLS)
@@ -339,6 +363,7 @@ def test_an_led_that_fails_does_not_fail_the_sonde(unit):
 
 
 def test_a_service_whose_name_is_taken_has_nobody_to_tell(make_unit):
+    """Of changes, which it makes all the same."""
     unit = make_unit(daemon=False)
     assert unit.client.call_bus("RequestName", "su", unit.client.service, 0) == 1
     unit.start_daemon()

@@ -36,6 +36,7 @@ LINES = [
 
 
 def test_the_defaults_are_read_and_applied_one_by_one_and_told(make_unit):
+    """In this order, each before the next is read."""
     unit = make_unit(daemon=False)
     unit.start_daemon()
     unit.settle()
@@ -49,13 +50,15 @@ def test_the_defaults_are_read_and_applied_one_by_one_and_told(make_unit):
 
 
 def test_other_defaults_are_applied_likewise(make_unit):
+    """Up to the ends of their ranges, and the beep is used with its own."""
     unit = make_unit(daemon=False)
     unit.settings.preset("audio", {"micEnabled": False, "speakerEnabled": True, "speakerVolume": 100})
     unit.settings.preset("sonde", {"enabled": True})
     unit.settings.preset("keyBeep", {"enabled": True, "duration": 2 ** 32 - 1, "period": 0, "beeps": 3})
     unit.start_daemon()
     unit.settle()
-    assert without_clock(texts.lines_of(unit)) == [*STARTED, *texts.default_lines(False, True, 100, True, (1, 2 ** 32 - 1, 0, 3))]
+    assert without_clock(texts.lines_of(unit)) == [
+        *STARTED, *texts.default_lines(False, True, 100, True, (1, 2 ** 32 - 1, 0, 3))]
     assert (unit.gpio.mic.value, unit.gpio.speaker.value, unit.audio.volume) == (0, 1, 100)
     assert unit.hardware.leds == {texts.MIC_LED: 0, texts.SONDE_LED: 1}
     assert [unit.client.get(name) for name in ("MicEnabled", "SpkrEnabled", "SpkrVolume", "Sonde",
@@ -79,6 +82,7 @@ def failed_start(unit):
 @pytest.mark.parametrize("fault", [ABSENT, REFUSE, WRONG_TYPE], ids=lambda fault: fault.kind)
 @pytest.mark.parametrize("index", range(len(READS)), ids=[f"{section}-{key}" for section, key, *_ in READS])
 def test_a_default_that_cannot_be_read_is_told_leaves_the_others_and_ends_the_process(make_unit, index, fault):
+    """After all the others have been applied."""
     section, key, kind, words = READS[index]
     unit = make_unit(daemon=False)
     unit.faults.on("settings", f"Get {key}", kind=fault, path=unit.settings.section_path(section))
@@ -98,6 +102,7 @@ def test_a_default_that_cannot_be_read_is_told_leaves_the_others_and_ends_the_pr
 
 @pytest.mark.parametrize("siblings", [(), ("hardware", "video"), ("storage", "jobs")], ids=", ".join)
 def test_without_a_settings_daemon_the_process_ends_with_every_failure_told(make_unit, siblings):
+    """Whoever else is there."""
     unit = make_unit(daemon=False, siblings=siblings)
     lines = failed_start(unit)
     assert [line for line in lines if not line[1].startswith("static ")] == [
@@ -108,6 +113,7 @@ def test_without_a_settings_daemon_the_process_ends_with_every_failure_told(make
 
 @pytest.mark.parametrize("fault", [DIE, SILENT], ids=lambda fault: fault.kind)
 def test_a_settings_daemon_that_dies_or_hangs_at_the_first_read_ends_the_process(make_unit, fault):
+    """One that hangs once still tells the others."""
     unit = make_unit(daemon=False, bus_timeout=0.5)
     unit.faults.on("settings", "Get micEnabled", kind=fault)
     lines = failed_start(unit)
@@ -117,6 +123,7 @@ def test_a_settings_daemon_that_dies_or_hangs_at_the_first_read_ends_the_process
 
 
 def test_values_that_cannot_be_applied_are_no_failure_of_the_start(make_unit):
+    """Their lines are in the log, and the daemon runs."""
     unit = make_unit(daemon=False, siblings=("settings",))
     unit.gpio.mic.fail("write")
     unit.gpio.speaker.fail("write")
@@ -160,6 +167,7 @@ def change(unit, section, values):
 
 @pytest.mark.parametrize("on", [True, False])
 def test_a_changed_microphone_is_switched_like_by_a_client(followed, on):
+    """Line, LED, muting and news."""
     assert change(followed, "audio", {"micEnabled": on}) == [
         [changed("Audio"), key_name("micEnabled"), *texts.mic_lines(on)], texts.MIC_CALLS, [{"MicEnabled": on}]]
     assert (followed.gpio.mic.value, followed.hardware.leds[texts.MIC_LED]) == (int(on), int(on))
@@ -168,11 +176,13 @@ def test_a_changed_microphone_is_switched_like_by_a_client(followed, on):
 
 @pytest.mark.parametrize("on", [True, False])
 def test_a_changed_speaker_is_switched_like_by_a_client(followed, on):
+    """Line and news."""
     assert change(followed, "audio", {"speakerEnabled": on}) == [
         [changed("Audio"), key_name("speakerEnabled"), *texts.speaker_lines(on)], [], [{"SpkrEnabled": on}]]
 
 
 def test_a_changed_volume_is_set_like_by_a_client(followed):
+    """Also to nothing."""
     assert change(followed, "audio", {"speakerVolume": 0}) == [
         [changed("Audio"), key_name("speakerVolume")], [], [{"SpkrVolume": 0}]]
     assert followed.audio.volume == 0
@@ -180,6 +190,7 @@ def test_a_changed_volume_is_set_like_by_a_client(followed):
 
 @pytest.mark.parametrize("on", [True, False])
 def test_a_changed_sonde_is_switched_and_shown(followed, on):
+    """And clients read it so, who are not told."""
     assert change(followed, "sonde", {"enabled": on}) == [
         [changed("Sonde"), key_name("enabled"), *texts.SONDE_LINES], texts.SONDE_CALLS, []]
     assert followed.hardware.leds[texts.SONDE_LED] == int(on)
@@ -187,6 +198,7 @@ def test_a_changed_sonde_is_switched_and_shown(followed, on):
 
 
 def test_a_changed_beep_is_used_and_not_told(followed):
+    """From the next press on."""
     assert change(followed, "keyBeep", {"enabled": True, "duration": 7, "period": 8, "beeps": 9}) == [
         [changed("KeyBeep"), *map(key_name, ("beeps", "duration", "enabled", "period"))], [], []]
     assert followed.client.get("KeypadBeepEnabled") is True
@@ -199,6 +211,7 @@ def test_a_changed_beep_is_used_and_not_told(followed):
 @pytest.mark.parametrize("key, value, beep", [("duration", 70, (70, 200, 1)), ("period", 70, (100, 70, 1)),
                                               ("beeps", 70, (100, 200, 70))])
 def test_one_changed_number_of_the_beep_leaves_the_others(followed, key, value, beep):
+    """As they were."""
     change(followed, "keyBeep", {"enabled": True, "duration": 100, "period": 200, "beeps": 1})
     assert change(followed, "keyBeep", {key: value})[0] == [changed("KeyBeep"), key_name(key)]
     followed.keypad.press(59)
@@ -208,6 +221,7 @@ def test_one_changed_number_of_the_beep_leaves_the_others(followed, key, value, 
 
 
 def test_several_changes_are_applied_in_the_order_of_their_names(followed):
+    """And one that nobody knows is named among them."""
     lines, calls, changes = change(followed, "audio", {
         "speakerVolume": 100, "speakerEnabled": True, "micEnabled": False, "balance": Typed("i", 3)})
     assert lines == [changed("Audio"), key_name("balance"), key_name("micEnabled"), *texts.mic_lines(False),
@@ -232,6 +246,7 @@ STRANGE = [
 
 @pytest.mark.parametrize("name, section, key, value", STRANGE)
 def test_a_setting_that_is_unknown_or_of_another_type_is_named_and_passed_over(followed, name, section, key, value):
+    """The values in force stay."""
     followed.settings.change("keyBeep", {"enabled": False, "duration": 100, "period": 200, "beeps": 1})
     assert change(followed, section, {key: value}) == [[changed(name), key_name(key)], [], []]
     assert followed.client.get("KeypadBeepEnabled") is False
@@ -243,20 +258,24 @@ def test_a_setting_that_is_unknown_or_of_another_type_is_named_and_passed_over(f
 
 
 def test_a_wrong_type_does_not_keep_the_others_from_being_applied(followed):
+    """In the same change, behind it."""
     assert change(followed, "audio", {"micEnabled": Typed("i", 0), "speakerVolume": 0})[2] == [{"SpkrVolume": 0}]
 
 
 @pytest.mark.parametrize("values", [{}, {"enabled": Typed("a{sv}", {})}], ids=["nothing", "a dictionary"])
 def test_a_change_without_settings_is_named_alone(followed, values):
+    """One of a type that settings never have counts as none."""
     assert change(followed, "sonde", values) == [[changed("Sonde")], [], []]
 
 
 @pytest.mark.parametrize("section", ["network", "video", "device", "camera", "system"])
 def test_other_sections_are_nobodys(followed, section):
+    """Even if their keys have the devices' names."""
     assert change(followed, section, {"enabled": Typed("b", True), "micEnabled": Typed("b", False)}) == [[], [], []]
 
 
 def test_a_reset_of_a_section_is_followed(followed):
+    """Like a change to the defaults."""
     followed.settings.change("audio", {"speakerVolume": 0})
     name = "com.tavilon.common.Settings1"
     followed.client.call_on(name, "/com/tavilon/common/Settings1", name, "ResetSection", "s", "audio")
@@ -268,12 +287,14 @@ def test_a_reset_of_a_section_is_followed(followed):
     ("micEnabled", "MicEnabled", "mic", texts.mic_set),
     ("speakerEnabled", "SpkrEnabled", "speaker", texts.speaker_set)], ids=["microphone", "speaker"])
 def test_a_line_that_cannot_be_written_is_told_and_nothing_else_is_done(followed, key, name, line, said):
+    """No LED, no muting, no news."""
     getattr(followed.gpio, line).fail("write")
     assert change(followed, "audio", {key: True}) == [
         [changed("Audio"), key_name(key), said(True), *texts.set_failed(name)], [], []]
 
 
 def test_a_sonde_that_is_refused_is_not_shown(followed):
+    """By its LED, and the refusal is in the log."""
     followed.faults.on("hardware", "Set Sonde")
     lines, calls, _ = change(followed, "sonde", {"enabled": True})
     assert calls == texts.SONDE_CALLS[:-1]
@@ -282,6 +303,7 @@ def test_a_sonde_that_is_refused_is_not_shown(followed):
 
 
 def test_a_settings_daemon_that_comes_back_is_followed_again(make_unit):
+    """Under its new connection."""
     unit = make_unit()
     unit.settings.die()
     unit.settings.revive()

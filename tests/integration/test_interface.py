@@ -90,6 +90,7 @@ def introspected(unit):
 
 
 def test_the_interface_has_exactly_its_members_in_order(interface):
+    """With their types and flags."""
     in_order = [described(element) for element in interface]
     # Introspection lists the members in the order of their registration, whatever their kind.
     assert in_order == MEMBERS
@@ -97,6 +98,7 @@ def test_the_interface_has_exactly_its_members_in_order(interface):
 
 
 def test_every_argument_has_a_name_in_lower_camel_case(interface):
+    """None is left to clients to guess."""
     for element in interface:
         for argument in element.findall("arg"):
             name = argument.get("name")
@@ -111,11 +113,13 @@ def refused(function, *call):
 
 
 def test_properties_that_are_named_like_methods_are_no_methods(unit):
+    """A call of one is of an unknown method."""
     for name in ("GetDst", "GetTimezone", "GetTimezoneList", "GetTimeSourceAvailable"):
         assert refused(unit.client.call, name).name == "org.freedesktop.DBus.Error.UnknownMethod"
 
 
 def test_what_the_bus_library_refuses_changes_and_logs_nothing(unit):
+    """Types, names and accesses that are not the interface's, before any handler."""
     unit.settle()
     mark, calls = unit.log.mark(), len(unit.calls)
     error = "org.freedesktop.DBus.Error."

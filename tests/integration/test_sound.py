@@ -83,6 +83,7 @@ def is_quiet(unit):
 
 
 def test_the_files_are_listed_as_the_folder_lists_them(unit):
+    """In its own order, without a line or a call."""
     names = [entry.name for entry in os.scandir(unit.audio.sounds_folder)]
     assert effect_of(unit, lambda: unit.client.get("AudioFiles")).__dict__ == {
         "answer": names, "lines": [], "calls": [], "changes": [], "arguments": []}
@@ -90,6 +91,7 @@ def test_the_files_are_listed_as_the_folder_lists_them(unit):
 
 
 def test_only_names_that_end_in_the_extension_are_listed():
+    """Whatever stands before it, and whatever kind of file it is."""
     def prepare(unit):
         folder = unit.audio.sounds_folder
         make_files(folder, ["a.WAV", "b.wave", ".wav", "c.wav.bak", "wav", "d.mp3", "ewav", "f.wav", "g.x.wav",
@@ -104,6 +106,7 @@ def test_only_names_that_end_in_the_extension_are_listed():
 
 
 def test_a_name_that_is_no_text_is_left_out_and_the_others_are_told():
+    """And played."""
     with unit_with(["good.wav", "bad\udcff.wav", "also.wav"]) as unit:
         assert sorted(unit.client.get("AudioFiles")) == ["also.wav", "good.wav"]
         assert play(unit, "good.wav").answer == ()
@@ -111,6 +114,7 @@ def test_a_name_that_is_no_text_is_left_out_and_the_others_are_told():
 
 @pytest.mark.parametrize("prepare", [lambda _unit: None, lambda unit: os.rmdir(unit.audio.sounds_folder)])
 def test_without_files_the_list_is_empty_and_nothing_is_said(prepare):
+    """Whether the folder is empty or missing."""
     with unit_with([], prepare) as unit:
         assert unit.client.get("AudioFiles") == []
         assert not [line for line in unit.log.lines() if line.priority == 3]
@@ -118,6 +122,7 @@ def test_without_files_the_list_is_empty_and_nothing_is_said(prepare):
 
 
 def test_the_folder_is_read_once(unit):
+    """At the start: files that come later are refused, and those that go are the player's to miss."""
     before = unit.client.get("AudioFiles")
     unit.audio.add_sound("new.wav")
     unit.audio.remove_sound("beep.wav")
@@ -130,6 +135,7 @@ def test_the_folder_is_read_once(unit):
 
 
 def test_a_sound_is_played_by_the_player_and_answered_at_once(unit):
+    """While it still plays, and other calls are answered, too."""
     unit.audio.hold("aplay")
     assert [*play(unit, "beep.wav")] == [(), [], [], []]
     assert [one.path for one in unit.audio.wait_played(1, ended=False)] == [FOLDER + "beep.wav"]
@@ -144,6 +150,7 @@ def test_a_sound_is_played_by_the_player_and_answered_at_once(unit):
                                   "../sounds/beep.wav", FOLDER + "beep.wav", "beep.wav\n", "beep.wav;touch run",
                                   "$(touch run)", "/etc/passwd", "beep.wav beep.wav", "*", "x" * 300])
 def test_a_name_that_is_not_listed_is_refused(hostile, name):
+    """By one text, however near to a listed one it comes, and no player is started."""
     before = len(players(hostile))
     assert [*play(hostile, name)] == [REFUSED, [], [], []]
     assert is_quiet(hostile)
@@ -152,6 +159,7 @@ def test_a_name_that_is_not_listed_is_refused(hostile, name):
 
 @pytest.mark.parametrize("name", HOSTILE)
 def test_a_name_that_a_shell_would_take_apart_is_played_as_that_one_file(hostile, name):
+    """And nothing that it spells is run."""
     files = sorted(os.listdir(hostile.directory))
     commands, played = len(hostile.audio.commands), len(hostile.audio.played)
     assert name in hostile.client.get("AudioFiles")
@@ -163,6 +171,7 @@ def test_a_name_that_a_shell_would_take_apart_is_played_as_that_one_file(hostile
 
 
 def test_a_thousand_sounds_are_listed_and_any_is_played():
+    """The first and the last."""
     names = [f"sound {number}.wav" for number in range(1000)]
 
     def prepare(unit):
@@ -178,6 +187,7 @@ def test_a_thousand_sounds_are_listed_and_any_is_played():
 
 
 def test_a_hundred_at_once_play_side_by_side_and_leave_nothing(unit):
+    """No thread and no child, and meanwhile the daemon answers."""
     unit.audio.hold("aplay")
     calls = [unit.client.call_async("PlayAudio", "s", "beep.wav") for _ in range(100)]
     assert all(call.result(30).args == () for call in calls)
@@ -191,6 +201,7 @@ def test_a_hundred_at_once_play_side_by_side_and_leave_nothing(unit):
 
 
 def test_a_player_inherits_nothing_of_the_daemons(unit):
+    """No socket, no pipe, no line of the chip."""
     unit.audio.hold("aplay")
     play(unit, "beep.wav")
     player = unit.audio.wait_played(1, ended=False)[0].pid
@@ -213,6 +224,7 @@ def break_program(audio):
     lambda audio: audio.fail("aplay"), lambda audio: audio.remove("aplay"), lambda audio: audio.refuse_processes(),
     break_program], ids=["fails", "not found", "no process", "no program"])
 def test_a_player_that_fails_is_nobodys_business(unit, fail):
+    """The call has long been answered, and nothing is logged."""
     fail(unit.audio)
     assert [*play(unit, "beep.wav")] == [(), [], [], []]
     assert is_quiet(unit)
@@ -220,6 +232,7 @@ def test_a_player_that_fails_is_nobodys_business(unit, fail):
 
 
 def test_the_daemon_ends_while_a_sound_plays(unit):
+    """At once, by the signal that it was sent."""
     unit.audio.hold("aplay")
     play(unit, "beep.wav")
     unit.audio.wait_played(1, ended=False)

@@ -48,7 +48,8 @@ def test_without_a_bus_the_controller_is_built_readiness_is_told_and_the_process
     assert unit.wait_exit() == 1
     assert unit.daemon.notifications == ["READY=1"]
     assert without_failed_reads(lines_of(unit)) == [
-        STARTED, info("Failed to start listener"), ENABLED, *NOTHING_CAME_UP, LIST_LINE, NO_DEFAULTS, NO_SERVER, EXITING]
+        STARTED, info("Failed to start listener"), ENABLED, *NOTHING_CAME_UP, LIST_LINE, NO_DEFAULTS, NO_SERVER,
+        EXITING]
 
 
 def test_without_a_loop_the_controller_is_built_readiness_is_told_and_the_process_fails(make_unit):

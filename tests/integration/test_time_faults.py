@@ -5,10 +5,12 @@ import re
 import pytest
 
 from tests.integration.fault_matrix import FAULTS, fail_every_call, run
-from tests.integration.time_texts import CLOCK_REFUSED, GET_ZONE, SET_CLOCK, SET_ZONE, ZONE_REFUSED, told
+from tests.integration.time_texts import (
+    CLOCK_REFUSED, GET_ZONE, LONDON, SET_CLOCK, SET_ZONE, ZONE_REFUSED, fields, told)
 from virtual_unit import WRONG_TYPE, DbusFailure
 
-LONDON, OTHER = "CCU/London", "CCU/DST/London"
+OTHER = "CCU/DST/London"
+PARIS = (48.8566, 2.3522)
 SECONDS = 1_750_000_000
 CODE = r"-?\d+"
 
@@ -140,7 +142,22 @@ class Seconds(Scenario):
         """No failure is answered, and none is announced."""
         self.ask_whether(model)
         assert answer == ()
-        self.tell(model, unit, *(["TimeChanged"] if self.set_clock(model) else []))
+        done = self.set_clock(model)
+        self.tell(model, unit, *(["TimeChanged"] if done else []))
+        assert [values[:-1] for _, values in told(unit)] == [fields(unit, SECONDS, LONDON)[:-1]] * done
+
+
+class ByFix(Scenario):
+    """Something that is taken from a fix, which is there."""
+
+    def prepare(self, unit):
+        """The fix is of Paris, and of the moment that others set."""
+        unit.gps.fix_3d(*PARIS, SECONDS)
+        super().prepare(unit)
+
+
+class SecondsByFix(ByFix, Seconds):
+    """The clock by GPS: as by seconds."""
 
 
 class Fields(Scenario):
@@ -188,17 +205,49 @@ class Form(Scenario):
             assert coded("Failed to set new timezone via systemd-datetimed CODE:", answer) and told(unit) == []
 
 
-class Offset(Scenario):
+class Nearest(Scenario):
+    """The zone that a table is asked for, in the form in force; without that it is standard time."""
+
+    zone = OTHER
+
+    def __init__(self, name, *call):
+        super().__init__("call", *call)
+        self._name = name
+
+    def nearest(self, model):
+        """The zone's full name."""
+        return f"CCU/{'DST/' if self.get_zone(model) else ''}{self._name}"
+
+
+class Find(Nearest):
+    """The zone of an offset, which is told and not set."""
+
+    def expect(self, model, unit, answer):
+        """Told also when the form in force is not known."""
+        assert answer == (self.nearest(model),) and told(unit) == []
+
+
+class Offset(Nearest):
     """The zone by its offset, which asks nobody whether."""
 
     def expect(self, model, unit, answer):
         """Its own text."""
-        self.get_zone(model)
+        expected = self.nearest(model)
         if self.set_zone(model):
             assert answer == ()
+            assert told(unit)[0] == ("TimezoneChanged", (expected,))
             self.tell(model, unit, "TimezoneChanged", "TimeChanged")
         else:
             assert answer == ZONE_REFUSED and told(unit) == []
+
+
+class ZoneByFix(ByFix, Offset):
+    """The zone by GPS: as by offset, and everybody is asked whether."""
+
+    def expect(self, model, unit, answer):
+        """The text is the same, too."""
+        self.ask_whether(model)
+        super().expect(model, unit, answer)
 
 
 class Settings(Scenario):
@@ -224,17 +273,22 @@ SCENARIOS = {
     "set fields": lambda: Fields("call", "SetTime", "iiiiiibb", 2025, 6, 15, 12, 0, 0, True, True),
     "set timezone": lambda: Zone("call", "SetTimezone", "s", "Rome"),
     "set dst": lambda: Form("call", "SetDst", "b", True),
-    "set offset": lambda: Offset("call", "SetTimezoneUTC", "ib", 34200, False),
+    "set offset": lambda: Offset("Adelaide", "SetTimezoneUTC", "ib", 34200, False),
+    "find offset": lambda: Find("Adelaide", "GetTimezoneFromUTC", "ib", 34200, False),
+    "set seconds by GPS": lambda: SecondsByFix("call", "SetTimeGPS"),
+    "set timezone by GPS": lambda: ZoneByFix("Paris", "SetTimezoneGPS"),
     "settings": lambda: Settings("news"),
 }
 
 
 @pytest.mark.parametrize("name", SCENARIOS)
 def test_in_peace(name):
+    """Every scenario makes calls, and its model is right where nothing fails."""
     assert run(SCENARIOS[name]())
 
 
 @pytest.mark.parametrize("fault", FAULTS)
 @pytest.mark.parametrize("name", SCENARIOS)
 def test_every_call_that_fails(name, fault):
+    """By each fault, is answered, logged and announced as the model says, and life goes on."""
     fail_every_call(SCENARIOS[name], fault)

@@ -11,6 +11,9 @@ from virtual_unit import DbusFailure, zones
 
 _CLOCK_REALTIME_COARSE = 5  # of Linux
 
+LONDON = "CCU/London"
+TIME = "/com/tavilon/common/Settings1/time"
+
 NOT_NOW = "Cannot set time now"
 NOT_RIGHT_NOW = "Cannot set time right now"
 NO_FIX = "No GPS Fix"
@@ -49,7 +52,8 @@ def second():
 def is_of_the_start(text):
     """Whether a line is of what clock and zone do at the start, or fail to do."""
     return text == LIST_LINE[1] or any(word in text for word in (
-        "SystemdDateTime", "TimeManager::SetDefaultSettings", "UpdateTimezone", "GetProperty zone ", "GetProperty dst "))
+        "SystemdDateTime", "TimeManager::SetDefaultSettings", "UpdateTimezone", "GetProperty zone ",
+        "GetProperty dst "))
 
 
 def without_clock(lines):
@@ -83,11 +87,28 @@ def fields(unit, seconds, zone=None):
     return (moment.year, moment.month, moment.day, moment.hour, moment.minute, moment.second, "DST" in in_force)
 
 
+def bring_to_london(unit):
+    """Without faults, and without anything behind it: the unit in London, as its settings say."""
+    unit.faults.clear()
+    unit.settings.set_properties(TIME, {"zone": "London", "dst": False})
+    unit.settle()
+    unit.timedate.timezone = LONDON
+    unit.settle()
+    unit.client.clear()
+
+
 def told(unit):
     """The signals of clock and zone since the client's last `clear`: (name, arguments), from whatever connection."""
     unit.client.sync()
     return [(signal.member, signal.args) for signal in unit.client.signals
             if signal.member in ("TimeChanged", "TimezoneChanged")]
+
+
+def zone_told(unit, zone):
+    """Whether exactly the zone and then the time have been told."""
+    signals = told(unit)
+    assert [name for name, _ in signals] == ["TimezoneChanged", "TimeChanged"]
+    return signals[0][1] == (zone,) and signals[1][1][-1] is ("DST" in zone)
 
 
 def asked(unit, mark):
