@@ -26,7 +26,7 @@ ControllerFailure::Kind KindOf(const DbusHelper::Outcome& outcome)
     {
         return Kind::Unreachable;
     }
-    if (outcome.step == Step::Create || outcome.step == Step::Write)
+    if (outcome.step == Step::Write || (outcome.step == Step::Create && outcome.result == -EINVAL))
     {
         return Kind::Invalid;
     }

@@ -121,9 +121,35 @@ std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, bool& json)
     return lines;
 }
 
-std::string UsageMessage(const CLI::App* /*app*/, const CLI::Error& error)
+/// Whether words end where a verb should follow, as "record" does.
+bool LacksVerb(const CLI::App* app)
 {
-    return std::string("controllerctl: ") + error.what() + "\nSee controllerctl --help.\n";
+    while (!app->get_subcommands().empty())
+    {
+        app = app->get_subcommands().front();
+    }
+    return app->get_require_subcommand_min() > 0;
+}
+
+/// What is wrong with the words; CLI11 misses a verb or an argument before it complains of a word that it does not
+/// know.
+std::string Complaint(const CLI::App* root, const CLI::Error& error)
+{
+    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr)
+    {
+        return error.what();
+    }
+    const std::vector<std::string> unknown = root->remaining(true);
+    if (!unknown.empty())
+    {
+        return "there is no verb or option \"" + unknown.front() + "\"";
+    }
+    return LacksVerb(root) ? "a verb is required" : error.what();
+}
+
+std::string UsageMessage(const CLI::App* root, const CLI::Error& error)
+{
+    return "controllerctl: " + Complaint(root, error) + "\nSee controllerctl --help.\n";
 }
 
 } // namespace

@@ -13,6 +13,8 @@ namespace
 using Client = Controllerd::ControllerDaemonDbusHandler;
 using Need = Parameter::Need;
 
+Answer Misused(const std::string& message) { return Failed(ExitStatus::Usage, message); }
+
 Answer GetSeconds()
 {
     time_t seconds = 0;
@@ -26,7 +28,12 @@ Answer GetSeconds()
 
 Answer GetTime(const Arguments& arguments)
 {
-    return arguments.at("seconds").get<bool>() ? GetSeconds() : ReadClock(!arguments.at("utc").get<bool>());
+    const bool utc = arguments.at("utc");
+    if (!arguments.at("seconds").get<bool>())
+    {
+        return ReadClock(!utc);
+    }
+    return utc ? Misused("--utc does not go with --seconds") : GetSeconds();
 }
 
 /// Sets the clock from fields. Their flag decides in which of its two forms the zone is put in force, so unless it is
@@ -41,8 +48,6 @@ Answer SetFields(Controllerd::LocalDateTime fields, const Arguments& arguments)
     fields.dst = dst == arguments.end() ? fields.dst : dst->get<bool>();
     return Ordered(Client::SetTime(fields, !arguments.at("utc").get<bool>()));
 }
-
-Answer Misused(const std::string& message) { return Failed(ExitStatus::Usage, message); }
 
 Answer SetTime(const Arguments& arguments)
 {

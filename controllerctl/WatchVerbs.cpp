@@ -1,12 +1,9 @@
 #include "controller_client/ControllerSignals.h"
+#include "controllerctl/Patience.h"
 #include "controllerctl/Properties.h"
 #include "controllerctl/Verb.h"
 
-#include <algorithm>
-#include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <optional>
 
 namespace ControllerCtl
@@ -18,8 +15,6 @@ using Controllerd::ControllerEvent;
 using Controllerd::ControllerSignals;
 using EventKind = ControllerEvent::Kind;
 using std::string;
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 // Events --------------------------------------------------------------------------------------------------------------
 
@@ -146,13 +141,14 @@ Aim AimOf(const Arguments& arguments)
 
 /// What a property is now, if that ends the waiting. A controller that is not there may come, and one that ends over
 /// the question has not answered it.
-std::optional<Answer> LookAt(const Aim& aim)
+std::optional<Answer> LookAt(const Aim& aim, const Patience& patience)
 {
     Json value;
     if (!aim.value)
     {
         return std::nullopt;
     }
+    patience.LimitCalls();
     if (aim.property->read(value) < 0)
     {
         Answer failed = Failed();
@@ -162,13 +158,20 @@ std::optional<Answer> LookAt(const Aim& aim)
     return value == *aim.value ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
 }
 
+/// The same later on: the unit has told the value before, or may once it has come up, so its refusal is no end.
+std::optional<Answer> LookAgain(const Aim& aim, const Patience& patience)
+{
+    std::optional<Answer> seen = LookAt(aim, patience);
+    return seen && seen->status == ExitStatus::Done ? std::move(seen) : std::nullopt;
+}
+
 /// Whether an event ends the waiting, and with what.
-std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event)
+std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event, const Patience& patience)
 {
     const bool changedUnseen = event.kind == EventKind::PropertyChanged && event.arguments.empty();
     if (event.kind == EventKind::Started || (changedUnseen && event.name == aim.name && aim.value))
     {
-        return LookAt(aim);
+        return LookAgain(aim, patience);
     }
     const EventKind wanted = aim.property == nullptr ? EventKind::Signal : EventKind::PropertyChanged;
     if (event.kind != wanted || event.name != aim.name)
@@ -180,38 +183,6 @@ std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event)
     return met ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
 }
 
-/// The time that is left, as `ControllerSignals::Next` takes it.
-class Patience
-{
-  public:
-    explicit Patience(const Arguments& arguments) : limited_(arguments.contains("timeout"))
-    {
-        constexpr double longest = std::numeric_limits<int>::max() / 1000.0;
-        const double seconds = std::min(arguments.value("timeout", 0.0), longest);
-        deadline_ = steady_clock::now() + milliseconds(static_cast<int>(seconds * 1000));
-    }
-
-    /// Has the calls of the client library end when the time has passed, or a second later.
-    void LimitCalls() const
-    {
-        const int left = Left();
-        if (left > 0)
-        {
-            setenv("SYSTEMD_BUS_TIMEOUT", (std::to_string(std::max(left, 1000)) + "ms").c_str(), 1);
-        }
-    }
-
-    [[nodiscard]] int Left() const
-    {
-        const auto left = std::chrono::ceil<milliseconds>(deadline_ - steady_clock::now()).count();
-        return limited_ ? static_cast<int>(std::max<decltype(left)>(left, 0)) : -1;
-    }
-
-  private:
-    bool limited_;
-    steady_clock::time_point deadline_;
-};
-
 Answer WaitFor(const Aim& aim, const Patience& patience)
 {
     ControllerSignals signals;
@@ -221,8 +192,7 @@ Answer WaitFor(const Aim& aim, const Patience& patience)
         return BusIsGone(result);
     }
     TellMessage("waiting");
-    patience.LimitCalls();
-    std::optional<Answer> answer = LookAt(aim);
+    std::optional<Answer> answer = LookAt(aim, patience);
     while (!answer)
     {
         ControllerEvent event;
@@ -231,7 +201,7 @@ Answer WaitFor(const Aim& aim, const Patience& patience)
         {
             return result == 0 ? Failed(ExitStatus::TimeOut, "the time has passed") : BusIsGone(result);
         }
-        answer = Judge(aim, event);
+        answer = Judge(aim, event, patience);
     }
     return *answer;
 }
@@ -247,7 +217,8 @@ Answer Wait(const Arguments& arguments)
     {
         return Failed(ExitStatus::Usage, aim.complaint);
     }
-    return WaitFor(aim, Patience(arguments));
+    const auto timeout = arguments.find("timeout");
+    return WaitFor(aim, timeout == arguments.end() ? Patience() : Patience(timeout->get<double>()));
 }
 
 /// All names that can be waited for, for the help.

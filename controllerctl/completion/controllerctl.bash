@@ -51,8 +51,14 @@ _controllerctl() {
                 */mic | */speaker | */sonde | */key-beep | */"dst set") values="on off" ;;
                 */wait) values=$events ;;
                 */"timezone set" | */"sound play")
-                    IFS=$'\n'
-                    values=$("${COMP_WORDS[0]}" "${verb%% *}" list 2>/dev/null)
+                    # Not by compgen: it would run what stands in a name. As file names they are quoted when inserted;
+                    # quotes do not count in what is compared, since those of $current are still there.
+                    local quotes="[\\\\'\"]"
+                    compopt -o filenames 2>/dev/null
+                    while IFS= read -r word; do
+                        [[ ${word//$quotes/} == "${current//$quotes/}"* ]] && COMPREPLY+=("$word")
+                    done < <("${COMP_WORDS[0]}" "${verb%% *}" list 2>/dev/null)
+                    return
                     ;;
                 */"play start" | */screenshot)
                     local kind=-f

@@ -54,9 +54,9 @@ def run(unit, line, cwd=None, text=True, **variables):
 class Running:
     """A run that goes on, such as that of "monitor"; a context manager, ready when the program has said so."""
 
-    def __init__(self, unit, line):
-        self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit), cwd=unit.directory, bufsize=0,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    def __init__(self, unit, line, **variables):
+        self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **variables), cwd=unit.directory,
+                              bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self._unread = {self._process.stdout: b"", self._process.stderr: b""}
         self.said = self._line_of(self._process.stderr)
 

@@ -145,14 +145,24 @@ def test_verbs_and_options_are_completed(unit, verbs, shell):
     ("dst set ", ["on", "off"]), ("time set --dst ", ["on", "off"]), ("record stop --kind ph", ["photo-talk"]),
     ("record start --width ", []), ("wait Cap", ["CaptureError", "CaptureSizeLimitReached"]),
     ("timezone set New", ["New York", "Newport"]), ("sound play b", ["beep.wav", "bell two.wav"]),
-    ("timezone list ", [])])
+    ("sound play $", ["$(touch x).wav"]), ("sound play it", ["it's.wav"]), ("timezone list ", [])])
 def test_values_are_completed(unit, shell, line, offered):
-    """Those that the program knows, and those that the unit has."""
+    """Those that the program knows, and those that the unit has, as they are: none is run as a command."""
     unit.controller.set_properties("/com/tavilon/common/Controller1", {
-        "GetTimezoneList": ["London", "New York", "Newport"], "AudioFiles": ["beep.wav", "bell two.wav", "x"]},
-        emit=False)
+        "GetTimezoneList": ["London", "New York", "Newport"], "AudioFiles": ["beep.wav", "bell two.wav", "x",
+                                                                         "$(touch x).wav", "it's.wav"]}, emit=False)
     found = complete(unit, shell, *line.split(" "))
     assert found == offered if offered is not None else len(found) > 10
+    assert not os.path.exists(os.path.join(unit.directory, "x"))
+
+
+@pytest.mark.parametrize("word, offered", [("New\\ ", ["New York"]), ("'New Y", ["New York"]), ('"it\'s', ["it's"]),
+                                           ("it\\'s", ["it's"]), ("\\$\\(", ["$(false)"]), ("*", []), ("[", [])])
+def test_quoted_values_are_completed(unit, word, offered):
+    """By bash, which hands the word over as it is typed."""
+    unit.controller.set_properties("/com/tavilon/common/Controller1", {
+        "GetTimezoneList": ["New York", "Newport", "it's", "$(false)"]}, emit=False)
+    assert complete(unit, "bash", "timezone", "set", word) == offered
 
 
 @pytest.mark.parametrize("shell", COMPLETION)

@@ -37,7 +37,8 @@ WRONG = [
     "play stop live", "play pause x", "play resume x", "play seek", "play seek 1.5", "play seek 2147483648",
     "play rate fast", "play rate 1 2", "mic maybe", "mic on off", "speaker 1", "sonde yes", "key-beep ON",
     "volume loud", "volume 5x", "volume ''", "volume 99999999999", "sound", "sound play", "sound list x",
-    "sound play a b", "time", "time get now", "time set", "time set now", "time set 2026-13-01T00:00:00",
+    "sound play a b", "time", "time get now", "time get --seconds --utc",
+    "time set", "time set now", "time set 2026-13-01T00:00:00",
     "time set 2026-02-29T00:00:00", "time set '2026-01-01 24:00:00'", "time set '2026-01-01 00:60'",
     "time set '2026-01-01 00:00:61'", "time set ' 2026-01-01 00:00'", "time set @", "time set @2147483648",
     "time set @1 --utc", "time set @1 --dst on", "time set @1.5", "time set 2026-01-01T00:00 --dst maybe",
@@ -57,6 +58,21 @@ def test_wrong_usage(unit, line):
     assert (told.status, told.out) == (USAGE, "")
     assert told.errors.startswith("controllerctl: ") and told.errors.count("\n") <= 2
     assert not unit.calls.since(mark)
+
+
+@pytest.mark.parametrize("line, complaint", [
+    ("", "a verb is required"), ("record", "a verb is required"), ("nothing", 'there is no verb or option "nothing"'),
+    ("--nothing", 'there is no verb or option "--nothing"'), ("record begin", 'there is no verb or option "begin"'),
+    ("play start", "file is required"), ("play start --loud", 'there is no verb or option "--loud"'),
+    ("record start --kind film", "--kind: it must be one of video, photo-talk, auto-log"),
+    ("snapshot --width", "--width: 1 required VALUE missing"),
+    ("status now", "The following argument was not expected: now"),
+    ("time get --seconds --utc", "--utc does not go with --seconds"),
+    ("timezone set London --offset 1", "give either a name, or --offset with or without --dst"),
+    ("wait Nothing", "name: there is no such signal or property")])
+def test_what_is_wrong(unit, line, complaint):
+    """Is named."""
+    assert run(unit, line).errors.removesuffix("See controllerctl --help.\n") == f"controllerctl: {complaint}\n"
 
 
 def test_every_verb_has_wrong_usages():

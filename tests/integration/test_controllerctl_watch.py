@@ -7,7 +7,7 @@ import signal
 import pytest
 
 from tests.integration.controllerctl_cases import (
-    CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Running, run)
+    CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Ended, Running, run)
 from virtual_unit import DIE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.values import Typed
@@ -197,6 +197,38 @@ def test_a_value_that_cannot_be_told(unit, kind, status, message):
     told = run(unit, "wait MicEnabled on --timeout 0.1")
     assert (told.status, told.out) == (status, "")
     assert told.errors == f"controllerctl: waiting\ncontrollerctl: {message}\n"
+
+
+def test_a_later_refusal(unit):
+    """Ends nothing: what comes up may not be able to tell the value yet."""
+    unit.controller.die()
+    mark = unit.calls.mark()
+    with Running(unit, "wait MicEnabled on") as waiting:
+        unit.faults.on("controller", "Get MicEnabled", kind=REFUSE)
+        unit.controller.revive()
+        unit.calls.wait_for("controller", "Get MicEnabled", since=mark)
+        unit.controller.emit_changes(PATH, CONTROL, {}, ["MicEnabled"])
+        unit.calls.wait_for("controller", "Get MicEnabled", count=2, since=mark)
+        unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True})
+        assert waiting.end() == Ended(DONE, "MicEnabled=on\n", "")
+
+
+def test_a_look_at_a_silent_controller(unit):
+    """Is limited to the time of waiting, even to none, or else it would outlast the test."""
+    unit.faults.on("controller", "Get MicEnabled", kind=SILENT)
+    told = run(unit, "wait MicEnabled on --timeout 0", SYSTEMD_BUS_TIMEOUT="1h")
+    assert (told.status, told.errors) == (TIME_OUT, "controllerctl: waiting\ncontrollerctl: the time has passed\n")
+
+
+@pytest.mark.parametrize("own", ["50ms", "0.05", "0 min 50000 us"])
+def test_a_smaller_time_out_of_calls(unit, own):
+    """Stays as the user has it; a longer time of waiting does not outlast it."""
+    mark = unit.calls.mark()
+    unit.faults.on("controller", "Get MicEnabled", kind=SILENT)
+    with Running(unit, "wait MicEnabled on --timeout 3600", SYSTEMD_BUS_TIMEOUT=own) as waiting:
+        unit.calls.wait_for("controller", "Get MicEnabled", since=mark)
+        unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True})
+        assert waiting.end() == Ended(DONE, "MicEnabled=on\n", "")
 
 
 # The daemon -----------------------------------------------------------------------------------------------------------

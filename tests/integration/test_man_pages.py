@@ -9,7 +9,8 @@ from xml.etree import ElementTree
 import pytest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-PAGES = sorted(glob.glob(os.path.join(ROOT, "packaging", "man", "*")))
+PAGES = sorted([*glob.glob(os.path.join(ROOT, "packaging", "man", "*")),
+                *glob.glob(os.path.join(ROOT, "controllerctl", "*.[1-9]"))], key=os.path.basename)
 NAMES = [os.path.basename(page) for page in PAGES]
 INTERFACE = "com.tavilon.common.Controller1"
 EMITS = "org.freedesktop.DBus.Property.EmitsChangedSignal"
@@ -23,7 +24,7 @@ def text_of(*path):
 
 def page(name):
     """The source of a page without its fonts, with the signs that are spelled out."""
-    text = re.sub(r"\\f[BIR]", "", text_of("packaging", "man", name))
+    text = re.sub(r"\\f[BIR]", "", text_of(PAGES[NAMES.index(name)]))
     return text.replace(r"\(->", "->").replace(r"\-", "-")
 
 
@@ -37,8 +38,8 @@ def ran(*command):
     return done.returncode, done.stdout, done.stderr
 
 
-def test_there_are_two_pages():
-    assert NAMES == [f"{INTERFACE}.5", "controllerd.8"]
+def test_there_are_three_pages():
+    assert NAMES == [f"{INTERFACE}.5", "controllerctl.1", "controllerd.8"]
 
 
 @pytest.mark.parametrize("path", PAGES, ids=NAMES)
@@ -53,8 +54,9 @@ def test_formatters_have_nothing_to_complain_of(path):
 def test_a_page_is_of_its_name_and_of_this_version(name):
     title, section = name.rsplit(".", 1)
     version = re.search(r"^project\(controllerd VERSION (\S+) ", text_of("CMakeLists.txt"), re.MULTILINE).group(1)
-    header = re.match(r'\.TH (\S+) (\d) \d{4}-\d\d-\d\d "controllerd (\S+)" ', page(name))
-    assert header.groups() == (title.upper(), section, version)
+    header = re.match(r'\.TH (\S+) (\d) \d{4}-\d\d-\d\d "(\S+) (\S+)" ', page(name))
+    program = "controllerctl" if title == "controllerctl" else "controllerd"
+    assert header.groups() == (title.upper(), section, program, version)
     assert f"\n.SH NAME\n{title} - " in page(name)
 
 
@@ -125,7 +127,7 @@ def test_the_daemons_page_names_what_the_service_gives_it():
     for device in devices:
         assert re.search(rf'^\.IR? .*{device}\b', described, re.MULTILINE), device
     user = re.search(r"^User=(\w+)$", service, re.MULTILINE).group(1)
-    number = re.search(r"^Requires=user@(\d+).service$", service, re.MULTILINE).group(1)
+    number = re.search(r"^Wants=user@(\d+)\.service$", service, re.MULTILINE).group(1)
     assert f"\n.BR {user} ,\nnumber {number}, " in described
 
 

@@ -71,8 +71,8 @@ CONTENTS = {
 
 #: Packages that a package asks for, sanitizers' runtimes aside, which only instrumented builds have.
 DEPENDENCIES = {
-    "controllerd": {"libc6", "libgcc-s1", "libgpiod2", "libgps28", "libinput10", "libpng16-16", "libsigc++-2.0-0v5", "libstdc++6", "libsystemd0",
-                    "libudev1", "alsa-utils", "dbus-user-session", "polkitd", "systemd"},
+    "controllerd": {"libc6", "libgcc-s1", "libgpiod2", "libgps28", "libinput10", "libpng16-16", "libsigc++-2.0-0v5",
+                    "libstdc++6", "libsystemd0", "libudev1", "alsa-utils", "dbus-user-session", "polkitd", "systemd"},
     "libcontroller-client1": {"libc6", "libgcc-s1", "libstdc++6", "libsystemd0"},
     "libcontroller-client-dev": {"libcontroller-client1"},
     "controllerctl": {"libc6", "libgcc-s1", "libstdc++6", "libcontroller-client1"},
@@ -195,7 +195,7 @@ def test_user_groups_and_devices_are_those_of_the_service():
     """Of sysusers, udev and polkit alike."""
     service = text_of("packaging", "systemd", "controllerd.service")
     user = re.search(r"^User=(.*)$", service, re.MULTILINE).group(1)
-    number = re.search(r"^Requires=user@(\d+)\.service$", service, re.MULTILINE).group(1)
+    number = re.search(r"^Wants=user@(\d+)\.service$", service, re.MULTILINE).group(1)
     groups = re.search(r"^SupplementaryGroups=(.*)$", service, re.MULTILINE).group(1).split()
     created = re.findall(r"^([gu]) +(\S+) +(\S+)", text_of("packaging", "sysusers", "controllerd.conf"), re.MULTILINE)
     assert created == [("g", group, "-") for group in groups] + [("u", user, number)]

@@ -1,6 +1,7 @@
 """The service file: systemd understands it, and it shuts the daemon in."""
 
 import os
+import re
 import subprocess
 
 import pytest
@@ -43,3 +44,20 @@ def test_an_attacker_gets_little(service):
                                   "DeviceAllow=char-alsa rw"])
 def test_what_the_daemon_needs_it_has(service, line):
     assert line in service.read_text().splitlines()
+
+
+def test_no_numbered_user_is_required(service):
+    """By nothing: a drop-in for another user could add that one's service, but not take this one away."""
+    text = service.read_text()
+    assert not re.search(r"^(?!Wants=|After=)\w+=.*user@\d", text, re.MULTILINE)
+    assert re.findall(r"^(\w+)=.*user@1000\.service\b", text, re.MULTILINE) == ["Wants", "After"]
+
+
+@pytest.mark.parametrize("path", ["docs/integration.md", "packaging/man/controllerd.8"])
+def test_the_documented_drop_in_names_the_user_as_the_service_does(service, path):
+    """All that the service says of its user, and nothing else."""
+    def keys(text):
+        return re.findall(r"^(\w+)=.*(?:user@|user/)\d+", text, re.MULTILINE)
+
+    with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+        assert keys(file.read()) == keys(service.read_text()) == ["Wants", "After", "Environment"]
