@@ -201,14 +201,15 @@ def test_a_value_that_cannot_be_told(unit, kind, status, message):
 
 def test_a_later_refusal(unit):
     """Ends nothing: what comes up may not be able to tell the value yet."""
-    unit.controller.die()
     mark = unit.calls.mark()
     with Running(unit, "wait MicEnabled on") as waiting:
+        unit.calls.wait_for("controller", "Get MicEnabled", since=mark)  # the first look, which may not be refused
+        unit.controller.die()
         unit.faults.on("controller", "Get MicEnabled", kind=REFUSE)
         unit.controller.revive()
-        unit.calls.wait_for("controller", "Get MicEnabled", since=mark)
-        unit.controller.emit_changes(PATH, CONTROL, {}, ["MicEnabled"])
         unit.calls.wait_for("controller", "Get MicEnabled", count=2, since=mark)
+        unit.controller.emit_changes(PATH, CONTROL, {}, ["MicEnabled"])
+        unit.calls.wait_for("controller", "Get MicEnabled", count=3, since=mark)
         unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True})
         assert waiting.end() == Ended(DONE, "MicEnabled=on\n", "")
 
