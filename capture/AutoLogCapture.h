@@ -10,35 +10,24 @@ namespace ControllerDaemon
 
 extern const Recording::Kind autoLogKind;
 
-/// AutoLog recordings, on the same terms as VideoCapture.
+/// AutoLog recordings. What the operations do, and what they return, is said in RecordingCapture.
 class AutoLogCapture : public RecordingCapture<autoLogKind>
 {
   public:
-    /// Follows the clients' signals from now on.
     AutoLogCapture(Videod::VideoDaemonDbusHandler& video, Storaged::StorageDaemonDbusHandler& storage);
 
-    /// Starts a recording, with a snapshot of width x height pixels, quality in percent. WrongState unless the video
-    /// daemon is off; NoCurrentJob, PathNotCreated, StorageTooLow, PowerTooLow, MediaItemNotAdded; Unknown when the
-    /// storage cannot be asked or the video daemon refuses. A refusal leaves nothing behind.
-    static DbusHelper::CaptureErrorCode AutoLogRecordStart(uint32_t width, uint32_t height, uint32_t quality);
-    /// Stops and saves. Unknown when the video daemon refuses, or does not tell which file it closed.
-    static DbusHelper::CaptureErrorCode AutoLogRecordStop();
-    /// Stops without any work on the media item, which keeps the sizes it had. Unknown when the video daemon refuses.
-    static DbusHelper::CaptureErrorCode AutoLogRecordCancel();
-    /// Unknown when the video daemon refuses.
-    static DbusHelper::CaptureErrorCode AutoLogRecordPause();
-    static DbusHelper::CaptureErrorCode AutoLogRecordResume();
+    static Code AutoLogRecordStart(uint32_t width, uint32_t height, uint32_t quality)
+    {
+        return Start(width, height, quality);
+    }
+    static Code AutoLogRecordStop() { return Stop(); }
+    static Code AutoLogRecordCancel() { return Cancel(); }
+    static Code AutoLogRecordPause() { return Pause(); }
+    static Code AutoLogRecordResume() { return Resume(); }
 
-    /// Method handlers; each replies "is", the code and its message.
-    static int AutoLogRecordStart(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int AutoLogRecordStop(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int AutoLogRecordPause(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int AutoLogRecordResume(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-
-    /// The video daemon's state became `state`: off (0) ends the recording, recording (1) updates the media item.
-    static void AutoLogRecordStateChangedHandler(int32_t state);
-    /// The file grew: updates the media item, or stops the recording when it nears its size limit.
-    static void AutoLogGrownHandler(std::string path, bool approachingLimit);
+    static void AutoLogRecordStateChangedHandler(int32_t newState) { StateChanged(newState); }
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): slots take what their signals give
+    static void AutoLogGrownHandler(std::string path, bool approachingLimit) { Grown(path, approachingLimit); }
 };
 
 } // namespace ControllerDaemon

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "dbus_helper/FixedString.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <systemd/sd-bus.h>
 

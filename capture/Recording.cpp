@@ -46,13 +46,13 @@ std::optional<std::string> StorageInUse(const Kind& kind, const char* signature)
 {
     if (!IsInProgress(kind))
     {
-        Log::Info("%s no %s recording in progress", signature, kind.words.progress);
+        Log::Info("%s no %s recording in progress", signature, kind.words.state);
         return std::nullopt;
     }
     std::string filename;
     if (kind.peers.getFilename(filename, nullptr) < 0)
     {
-        Log::Error("%s Failed to get %s recording filepath", signature, kind.words.file);
+        Log::Error("%s Failed to get %s recording filepath", signature, kind.words.name);
         return std::nullopt;
     }
     return StorageOf(filename);
@@ -86,10 +86,10 @@ CaptureErrorCode Move(const Kind& kind, const MoveWords& words, int32_t (*order)
     Log::Info("%s called", words.signature);
     if (order() < 0)
     {
-        Log::Error("%s Failed to %s %s record", words.signature, words.order, kind.words.pauseResume);
+        Log::Error("%s Failed to %s %s record", words.signature, words.order, kind.words.name);
         return CaptureErrorCode::Unknown;
     }
-    Log::Info("%s %s %s record", words.signature, words.done, kind.words.pauseResume);
+    Log::Info("%s %s %s record", words.signature, words.done, kind.words.name);
     return CaptureErrorCode::Success;
 }
 
@@ -100,13 +100,13 @@ bool IsValid(const Kind& kind)
     if (!IsInProgress(kind))
     {
         Log::Error("%s Failed to get %s state from video-daemon, or recording is 'off'. Cancelling anyway...",
-                   signature, kind.words.check);
+                   signature, kind.words.name);
         return false;
     }
     std::string filename;
     if (kind.peers.getFilename(filename, nullptr) < 0 || filename.empty())
     {
-        Log::Error("%s Failed to get %s record filepath from video-daemon", signature, kind.words.check);
+        Log::Error("%s Failed to get %s record filepath from video-daemon", signature, kind.words.name);
         return false;
     }
     std::string storagePath;
@@ -114,7 +114,7 @@ bool IsValid(const Kind& kind)
     if (StorageDaemonDbusHandler::GetPathFromFilename(filename, storagePath) < 0 ||
         StorageDaemonDbusHandler::GetMounted(storagePath, mounted) < 0)
     {
-        Log::Error("%s Failed to get %s mounted status from controller-daemon", signature, kind.words.check);
+        Log::Error("%s Failed to get %s mounted status from controller-daemon", signature, kind.words.name);
         return false;
     }
     return mounted;
@@ -133,7 +133,7 @@ CaptureErrorCode Stop(const Kind& kind)
     std::string filename;
     if (kind.peers.getPreviousFilename(filename, nullptr) < 0)
     {
-        Log::Error("%s Failed to get %s recording filepath", kind.signatures.stop, kind.words.file);
+        Log::Error("%s Failed to get %s recording filepath", kind.signatures.stop, kind.words.name);
         return CaptureErrorCode::Unknown;
     }
     Log::Info("%s Stopped %s", kind.signatures.stop, kind.words.stopped);
@@ -180,7 +180,7 @@ void StateChanged(const Kind& kind, int32_t state)
     std::string filename;
     if (kind.peers.getFilename(filename, nullptr) < 0)
     {
-        Log::Error("%s Failed to get %s recording filepath", signature, kind.words.file);
+        Log::Error("%s Failed to get %s recording filepath", signature, kind.words.name);
         return;
     }
     UpdateMediaItem(kind, filename);
@@ -191,7 +191,7 @@ void Grown(const Kind& kind, sd_bus* bus, const std::string& path, bool approach
     const char* signature = kind.signatures.grown;
     if (!approachingLimit)
     {
-        Log::Info("%s - %s capture %s size changed.  Updating media item.", signature, kind.words.grown, path.c_str());
+        Log::Info("%s - %s capture %s size changed.  Updating media item.", signature, kind.words.name, path.c_str());
         UpdateMediaItem(kind, path);
         return;
     }
@@ -268,7 +268,7 @@ bool StopAndSaveOnStoragePath(const Kind& kind, const std::string& storagePath)
     std::string filename;
     if (kind.peers.getFilename(filename, nullptr) < 0)
     {
-        Log::Error("%s Failed to get %s filepath", kind.signatures.stopAndSaveOnStoragePath, kind.words.file);
+        Log::Error("%s Failed to get %s filepath", kind.signatures.stopAndSaveOnStoragePath, kind.words.name);
         return false;
     }
     std::string recordingStorage;
@@ -285,7 +285,7 @@ void UpdateMediaItem(const Kind& kind, const std::string& path)
 {
     int32_t jobsCode = 0;
     const int32_t result = JobsManager::UpdateMediaFileSizes(path, jobsCode);
-    MediaItemDone({kind.signatures.updateMediaItem, "update", kind.words.item}, result, jobsCode);
+    MediaItemDone({kind.signatures.updateMediaItem, "update", kind.words.name}, result, jobsCode);
 }
 
 } // namespace ControllerDaemon::Recording

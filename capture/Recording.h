@@ -38,17 +38,10 @@ struct Peers
 /// them as they are.
 struct Words
 {
-    const char* mediaType;      ///< the job's name for the media item
-    const char* startOperation; ///< "Class::Operation" of the start
-    const char* state;          ///< "... record state"
-    const char* progress;       ///< "no ... recording in progress"
-    const char* pauseResume;    ///< "Paused ... record"
+    const char* name;           ///< in most lines; the job's name for the media item is "NAME recording"
+    const char* state;          ///< "... record state", "no ... recording in progress"
     const char* stopped;        ///< "Stopped ..."
-    const char* item;           ///< "... media item"
-    const char* file;           ///< "... recording filepath"
-    const char* filepath;       ///< what the start's storage line calls the file
-    const char* grown;          ///< "... capture"
-    const char* check;          ///< "Failed to get ... state"
+    const char* startOperation; ///< "Class::Operation" of the start
     const char* thresholdFailed;
     const char* thresholdTrue;
 };

@@ -34,7 +34,7 @@ CaptureErrorCode CheckStorage(const Kind& kind, const std::string& mediaPath)
     std::string storagePath;
     if (StorageDaemonDbusHandler::GetPathFromFilename(mediaPath, storagePath) < 0)
     {
-        Log::Error("GetPathFromFilename() failed for %s %s", kind.words.filepath, mediaPath.c_str());
+        Log::Error("GetPathFromFilename() failed for %sFilepath %s", kind.words.name, mediaPath.c_str());
         return CaptureErrorCode::Unknown;
     }
     Log::Info("GetPathFromFilename() ok %s", storagePath.c_str());
@@ -78,9 +78,9 @@ bool AddMediaItem(const Kind& kind, const std::string& mediaPath)
     GetReelDistances(distance);
     int32_t jobsCode = 0;
     const int32_t result =
-        kind.peers.addMediaItem(mediaPath, kind.words.mediaType, RecActivePath(mediaPath), RecoveryPath(mediaPath),
-                                SnapshotPath(mediaPath), angles, distance, jobsCode);
-    return MediaItemDone({kind.signatures.start, "add", kind.words.item}, result, jobsCode);
+        kind.peers.addMediaItem(mediaPath, std::string(kind.words.name) + " recording", RecActivePath(mediaPath),
+                                RecoveryPath(mediaPath), SnapshotPath(mediaPath), angles, distance, jobsCode);
+    return MediaItemDone({kind.signatures.start, "add", kind.words.name}, result, jobsCode);
 }
 
 /// Takes the media item out of the job again. The result of the step that failed, with the jobs manager's code.
@@ -103,7 +103,7 @@ void DeleteMediaItem(const Kind& kind, const std::string& mediaPath)
 {
     int32_t jobsCode = 0;
     const int32_t result = DeleteFromJob(mediaPath, jobsCode);
-    MediaItemDone({kind.signatures.start, "delete", kind.words.item}, result, jobsCode);
+    MediaItemDone({kind.signatures.start, "delete", kind.words.name}, result, jobsCode);
 }
 
 void CreateMarkers(const std::string& mediaPath)

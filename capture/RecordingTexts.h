@@ -1,43 +1,32 @@
 #pragma once
 
 #include "capture/Recording.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
-namespace ControllerDaemon
+namespace ControllerDaemon::Recording
 {
 
-/// The signature texts of a kind of recording, made from the name of its class and the prefix of its operations.
-template <DbusHelper::FixedString Class, DbusHelper::FixedString Prefix>
-struct RecordingTexts
-{
-    /// Of an operation that goes by the same name in every kind.
-    template <typename Type, DbusHelper::FixedString Operation>
-    static constexpr const char* shared =
-        DbusHelper::operationText<Type, Concat(DbusHelper::FixedString{"ControllerDaemon::"}, Class,
-                                               DbusHelper::FixedString{"::"}, Operation)>.c_str();
+/// The signature text of an operation of a kind's class.
+template <DbusHelper::FixedString Class, DbusHelper::FixedString Operation, typename Type>
+inline constexpr const char* textOf =
+    DbusHelper::signature<Type, Concat(DbusHelper::FixedString{"ControllerDaemon::"}, Class,
+                                       DbusHelper::FixedString{"::"}, Operation)>;
 
-    /// Of an operation that has the kind's prefix.
-    template <typename Type, DbusHelper::FixedString Operation>
-    static constexpr const char* own = shared<Type, Concat(Prefix, Operation)>;
+/// Those of all operations, made from the name of the class and the prefix of those that have the kind's.
+template <DbusHelper::FixedString Class, DbusHelper::FixedString Prefix, typename Code = DbusHelper::CaptureErrorCode>
+inline constexpr Signatures signaturesOf{
+    .start = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordStart"}), Code(uint32_t, uint32_t, uint32_t)>,
+    .stop = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordStop"}), Code()>,
+    .cancel = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordCancel"}), Code()>,
+    .pause = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordPause"}), Code()>,
+    .resume = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordResume"}), Code()>,
+    .stateChanged = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"RecordStateChangedHandler"}), void(int32_t)>,
+    .grown = textOf<Class, Concat(Prefix, DbusHelper::FixedString{"GrownHandler"}), void(std::string, bool)>,
+    .storagePropertiesChanged =
+        textOf<Class, "StoragePropertiesChangedHandler", void(std::string, const sdbus_utils::PropertyMap&)>,
+    .storageRemoved = textOf<Class, "StorageRemovedHandler", void(std::string, const std::vector<std::string>&)>,
+    .stopAndCancelInvalid = textOf<Class, "StopAndCancelInvalidRecordings", void()>,
+    .stopAndSaveOnStoragePath = textOf<Class, "StopAndSaveAllRecordingsOnStoragePath", bool(const std::string&)>,
+    .updateMediaItem = textOf<Class, "UpdateMediaItem", void(const std::string&)>};
 
-    template <DbusHelper::FixedString Operation>
-    static constexpr const char* handler = own<sd_bus_message_handler_t, Operation>;
-
-    using Code = DbusHelper::CaptureErrorCode;
-    static constexpr Recording::Signatures all{
-        .start = own<Code(uint32_t, uint32_t, uint32_t), "RecordStart">,
-        .stop = own<Code(), "RecordStop">,
-        .cancel = own<Code(), "RecordCancel">,
-        .pause = own<Code(), "RecordPause">,
-        .resume = own<Code(), "RecordResume">,
-        .stateChanged = own<void(int32_t), "RecordStateChangedHandler">,
-        .grown = own<void(std::string, bool), "GrownHandler">,
-        .storagePropertiesChanged =
-            shared<void(std::string, const sdbus_utils::PropertyMap&), "StoragePropertiesChangedHandler">,
-        .storageRemoved = shared<void(std::string, const std::vector<std::string>&), "StorageRemovedHandler">,
-        .stopAndCancelInvalid = shared<void(), "StopAndCancelInvalidRecordings">,
-        .stopAndSaveOnStoragePath = shared<bool(const std::string&), "StopAndSaveAllRecordingsOnStoragePath">,
-        .updateMediaItem = shared<void(const std::string&), "UpdateMediaItem">};
-};
-
-} // namespace ControllerDaemon
+} // namespace ControllerDaemon::Recording

@@ -1,9 +1,9 @@
 #include "capture/ScreenshotCapture.h"
 
+#include "capture/CaptureReply.h"
 #include "capture/PixelBlend.h"
-#include "dbus_helper/Codec.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <png.h>
 
@@ -22,24 +22,26 @@ namespace
 {
 
 using DbusHelper::CaptureErrorCode;
-using DbusHelper::operationText;
+using DbusHelper::FixedString;
+using DbusHelper::signature;
 
 constexpr const char* videoDevice = "/dev/fb0";
 constexpr const char* overlayDevice = "/dev/fb1";
 constexpr const char* defaultFolder = "/mnt/ccu-data/logs";
 
-#define SIGNATURE_OF(operation, type) (operationText<type, "ControllerDaemon::ScreenshotCapture::" #operation>.c_str())
+using ScreenshotCall = PictureCall<std::string>;
 
-// Written out: operationText takes an int for what it is on the wire, an int32_t.
-#define STEP(name, types) ("static int ControllerDaemon::ScreenshotCapture::" name "(" types ")")
+// Written out: they say "int" where the wire says int32_t.
 constexpr const char* getDataText =
-    STEP("get_framebuffer_data",
-         "const std::string&, ControllerDaemon::PixelBuffer&, uint32_t&, uint32_t&, uint32_t&, uint32_t&");
-constexpr const char* readPixelsText =
-    STEP("read_framebuffer_pixels", "uint8_t*, int, const fb_var_screeninfo&, uint32_t, uint32_t");
-constexpr const char* doScreenshotText = STEP("do_screenshot", "const std::string&");
-constexpr const char* writePngText =
-    STEP("write_PNG", "const uint8_t*, const std::string&, uint32_t, uint32_t, int32_t, uint32_t");
+    "static int ControllerDaemon::ScreenshotCapture::get_framebuffer_data("
+    "const std::string&, ControllerDaemon::PixelBuffer&, uint32_t&, uint32_t&, uint32_t&, uint32_t&)";
+constexpr const char* readPixelsText = "static int ControllerDaemon::ScreenshotCapture::read_framebuffer_pixels("
+                                       "uint8_t*, int, const fb_var_screeninfo&, uint32_t, uint32_t)";
+constexpr const char* doScreenshotText =
+    "static int ControllerDaemon::ScreenshotCapture::do_screenshot(const std::string&)";
+constexpr const char* writePngText = "static int ControllerDaemon::ScreenshotCapture::write_PNG("
+                                     "const uint8_t*, const std::string&, uint32_t, uint32_t, int32_t, uint32_t)";
+constexpr FixedString screenshotName{"ControllerDaemon::ScreenshotCapture::Screenshot"};
 
 /// The loop waits for the encoder. This is its way that takes half the time or less, for files that may be larger but
 /// never large; measured in docs/screenshots.md.
@@ -154,20 +156,15 @@ std::string FilePath(const std::string& folder)
     return folder + "/screenshot_" + name + ".png";
 }
 
-int Reply(sd_bus_message* message, const std::string& path, CaptureErrorCode code, const char* text)
-{
-    return sd_bus_reply_method_return(message, "sis", path.c_str(), static_cast<int32_t>(code), text);
-}
-
 } // namespace
 
-int ScreenshotCapture::Screenshot(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+int ScreenshotCapture::Screenshot(const ScreenshotCall& call)
 {
     std::string folder;
-    if (DbusHelper::Codec<std::string>::Read(message, folder) <= 0)
+    if (call.Read(folder) < 0)
     {
-        Fail(SIGNATURE_OF(Screenshot, sd_bus_message_handler_t), "sd_bus_message_read()");
-        return Reply(message, "", CaptureErrorCode::Unknown, CaptureErrorReason(CaptureErrorCode::Unknown));
+        return AnswerPicture(call, "",
+                             Unreadable<CaptureErrorCode>(signature<sd_bus_message_handler_t, screenshotName>));
     }
     if (folder.empty())
     {
@@ -176,25 +173,24 @@ int ScreenshotCapture::Screenshot(sd_bus_message* message, void* /*userData*/, s
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error))
     {
-        return Reply(message, folder, CaptureErrorCode::Unknown, "Bad directory");
+        return call.Answer(folder, static_cast<int32_t>(CaptureErrorCode::Unknown), std::string("Bad directory"));
     }
     const std::string path = FilePath(folder);
-    const CaptureErrorCode code = Screenshot(path);
-    return Reply(message, path, code, CaptureErrorReason(code));
+    return AnswerPicture(call, path, Screenshot(path));
 }
 
 CaptureErrorCode ScreenshotCapture::Screenshot(const std::string& path)
 {
-    const char* signature = SIGNATURE_OF(Screenshot, CaptureErrorCode(const std::string&));
-    Log::Info("%s Screenshot Filepath %s", signature, path.c_str());
+    constexpr const char* text = signature<CaptureErrorCode(const std::string&), screenshotName>;
+    Log::Info("%s Screenshot Filepath %s", text, path.c_str());
     const int result = do_screenshot(path);
     malloc_trim(0); // the heap would keep the layers' megabytes for the next screenshot, which may be a week away
     if (result < 0)
     {
-        Log::Error("%s Failed to generate screenshot", signature);
+        Log::Error("%s Failed to generate screenshot", text);
         return CaptureErrorCode::Unknown;
     }
-    Log::Info("%s Stopped screenshot", signature);
+    Log::Info("%s Stopped screenshot", text);
     return CaptureErrorCode::Success;
 }
 

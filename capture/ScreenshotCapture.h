@@ -1,9 +1,7 @@
 #pragma once
 
-#include "capture/CaptureErrors.h"
+#include "capture/CaptureReply.h"
 #include "capture/Framebuffer.h"
-
-#include <systemd/sd-bus.h>
 
 #include <cstdint>
 #include <string>
@@ -25,7 +23,7 @@ class ScreenshotCapture
     /// Method handler: takes a folder, empty for "/mnt/ccu-data/logs", and replies "sis", the file's path, the code and
     /// its message. The file is named after the local time in seconds. A folder that is none replies itself, -1 and
     /// "Bad directory".
-    static int Screenshot(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int Screenshot(const PictureCall<std::string>& call);
 
     // The steps of a screenshot keep the names that open their log lines, which support people search for.
     // NOLINTBEGIN(readability-identifier-naming)

@@ -1,13 +1,11 @@
 #include "capture/SnapshotCapture.h"
 
 #include "capture/CaptureMetadata.h"
-#include "capture/CaptureReply.h"
 #include "capture/MediaItem.h"
 #include "capture/StorageManager.h"
 #include "clients/JobsManager.h"
 #include "clients/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
 
 #include <filesystem>
 
@@ -17,13 +15,11 @@ namespace
 {
 
 using DbusHelper::CaptureErrorCode;
-using DbusHelper::operationText;
 using libjobsdaemon::JobsManager;
 
-template <typename Type>
-constexpr const char* snapshotText = operationText<Type, "ControllerDaemon::SnapshotCapture::Snapshot">.c_str();
+constexpr DbusHelper::FixedString name{"ControllerDaemon::SnapshotCapture::Snapshot"};
 
-constexpr const char* text = snapshotText<CaptureErrorCode(uint32_t, uint32_t, uint32_t, std::string&)>;
+constexpr const char* text = DbusHelper::signature<CaptureErrorCode(uint32_t, uint32_t, uint32_t, std::string&), name>;
 
 /// Failures are logged and no more: the picture is on the storage, with or without a record of it.
 void AddMediaItem(const std::string& path)
@@ -61,9 +57,17 @@ CaptureErrorCode SnapshotCapture::Snapshot(uint32_t width, uint32_t height, uint
     return CaptureErrorCode::Success;
 }
 
-int SnapshotCapture::Snapshot(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
+int SnapshotCapture::Snapshot(const PictureCall<uint32_t, uint32_t, uint32_t>& call)
 {
-    return AnswerCapturedFile<uint32_t, uint32_t, uint32_t>(message, snapshotText<sd_bus_message_handler_t>, &Snapshot);
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t quality = 0;
+    std::string path;
+    const bool readable = call.Read(width, height, quality) >= 0;
+    const CaptureErrorCode code =
+        readable ? Snapshot(width, height, quality, path)
+                 : Unreadable<CaptureErrorCode>(DbusHelper::signature<sd_bus_message_handler_t, name>);
+    return AnswerPicture(call, path, code);
 }
 
 } // namespace ControllerDaemon

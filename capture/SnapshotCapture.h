@@ -1,8 +1,6 @@
 #pragma once
 
-#include "capture/CaptureErrors.h"
-
-#include <systemd/sd-bus.h>
+#include "capture/CaptureReply.h"
 
 #include <cstdint>
 #include <string>
@@ -21,7 +19,7 @@ class SnapshotCapture
     static DbusHelper::CaptureErrorCode Snapshot(uint32_t width, uint32_t height, uint32_t quality, std::string& path);
 
     /// Method handler; replies "sis", the path, the code and its message.
-    static int Snapshot(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int Snapshot(const PictureCall<uint32_t, uint32_t, uint32_t>& call);
 };
 
 } // namespace ControllerDaemon

@@ -1,10 +1,8 @@
 #include "capture/VideoPlayback.h"
 
-#include "capture/CaptureReply.h"
 #include "capture/MarkerFiles.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
-#include "dbus_helper/PropertyReply.h"
+#include "dbus_helper/Signature.h"
 
 #include <filesystem>
 
@@ -14,10 +12,12 @@ namespace
 {
 
 using DbusHelper::blank;
-using DbusHelper::Fail;
-using DbusHelper::FixedString;
 using DbusHelper::PlaybackErrorCode;
 using DbusHelper::PlaybackRuntimeError;
+using DbusHelper::PropertyRead;
+using DbusHelper::propertySignatureOf;
+using DbusHelper::PropertyWrite;
+using DbusHelper::signatureOf;
 using Videod::VideoDaemonDbusHandler;
 
 /// The state in which the video daemon's player gave up.
@@ -29,10 +29,6 @@ struct State
     sd_bus* bus = nullptr;
 };
 State state;
-
-template <typename Type, FixedString operation>
-constexpr const char* textOf =
-    DbusHelper::operationText<Type, Concat(FixedString{"ControllerDaemon::VideoPlayback::"}, operation)>.c_str();
 
 /// Whether there is something to play. What speaks against it is logged, the first of it alone.
 bool IsPlayable(const char* text, const std::string& filename)
@@ -111,7 +107,7 @@ void VideoPlayback::SetBus(sd_bus* bus) { state.bus = bus; }
 
 PlaybackErrorCode VideoPlayback::VideoPlaybackStart(const std::string& filename, double rate)
 {
-    constexpr const char* text = textOf<PlaybackErrorCode(const std::string&, double), "VideoPlaybackStart">;
+    constexpr const char* text = signatureOf<&VideoPlayback::VideoPlaybackStart>;
     Log::Info("%s VideoPlaybackStart %s %lf", text, filename.c_str(), rate);
     if (!IsPlayable(text, filename))
     {
@@ -128,84 +124,55 @@ PlaybackErrorCode VideoPlayback::VideoPlaybackStart(const std::string& filename,
 
 PlaybackErrorCode VideoPlayback::VideoPlaybackStop(bool restartLive)
 {
-    Log::Info("%s called restartLive=%d", textOf<PlaybackErrorCode(bool), "VideoPlaybackStop">, restartLive ? 1 : 0);
+    Log::Info("%s called restartLive=%d", signatureOf<&VideoPlayback::VideoPlaybackStop>, restartLive ? 1 : 0);
     return Report({"StopPlayback", "stop", "Stopped playback"}, VideoDaemonDbusHandler::StopPlayback(restartLive));
 }
 
 PlaybackErrorCode VideoPlayback::VideoPlaybackPause()
 {
-    Log::Info("%s called", textOf<PlaybackErrorCode(), "VideoPlaybackPause">);
+    Log::Info("%s called", signatureOf<&VideoPlayback::VideoPlaybackPause>);
     return Report({"PausePlayback", "pause", "Paused playback"}, VideoDaemonDbusHandler::PausePlayback());
 }
 
 PlaybackErrorCode VideoPlayback::VideoPlaybackResume()
 {
-    Log::Info("%s called", textOf<PlaybackErrorCode(), "VideoPlaybackResume">);
+    Log::Info("%s called", signatureOf<&VideoPlayback::VideoPlaybackResume>);
     return Report({"ResumePlayback", "resume", "Resumed playback"}, VideoDaemonDbusHandler::ResumePlayback());
 }
 
 PlaybackErrorCode VideoPlayback::VideoPlaybackSeek(int32_t position)
 {
-    Log::Info("%s called", textOf<PlaybackErrorCode(int32_t), "VideoPlaybackSeek">);
+    Log::Info("%s called", signatureOf<&VideoPlayback::VideoPlaybackSeek>);
     return Report({"SeekPlayback", "seek", "seek playback ok"}, VideoDaemonDbusHandler::SeekPlayback(position));
 }
 
-int VideoPlayback::VideoPlaybackStart(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
-{
-    return AnswerPlayback<const std::string&, double>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackStart">,
-                                                      &VideoPlaybackStart);
-}
-int VideoPlayback::VideoPlaybackStop(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
-{
-    return AnswerPlayback<bool>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackStop">, &VideoPlaybackStop);
-}
-int VideoPlayback::VideoPlaybackPause(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
-{
-    return AnswerPlayback<>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackPause">, &VideoPlaybackPause);
-}
-int VideoPlayback::VideoPlaybackResume(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
-{
-    return AnswerPlayback<>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackResume">, &VideoPlaybackResume);
-}
-int VideoPlayback::VideoPlaybackSeek(sd_bus_message* message, void* /*userData*/, sd_bus_error* /*error*/) noexcept
-{
-    return AnswerPlayback<int32_t>(message, textOf<sd_bus_message_handler_t, "VideoPlaybackSeek">, &VideoPlaybackSeek);
-}
-
-int VideoPlayback::GetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
-                                        const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
-                                        sd_bus_error* error) noexcept
+int VideoPlayback::GetVideoPlaybackRate(const PropertyRead<double>& read)
 {
     double rate = 0;
     const int32_t result = VideoDaemonDbusHandler::GetPlaybackRate(rate);
-    if (result < 0)
-    {
-        return Fail(error, textOf<sd_bus_property_get_t, "GetVideoPlaybackRate">, blank,
-                    "Video::GetPlaybackRate failed", result);
-    }
-    return sd_bus_message_append_basic(reply, 'd', &rate);
+    return result < 0 ? read.Fail(propertySignatureOf<&VideoPlayback::GetVideoPlaybackRate>, blank,
+                                  "Video::GetPlaybackRate failed", result)
+                      : read.Answer(rate);
 }
 
-int VideoPlayback::SetVideoPlaybackRate(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
-                                        const char* /*property*/, sd_bus_message* value, void* /*userData*/,
-                                        sd_bus_error* error) noexcept
+int VideoPlayback::SetVideoPlaybackRate(const PropertyWrite<double>& write)
 {
-    constexpr const char* text = textOf<sd_bus_property_set_t, "SetVideoPlaybackRate">;
+    constexpr const char* text = propertySignatureOf<&VideoPlayback::SetVideoPlaybackRate>;
     Log::Info("%s called", text);
     double rate = 0;
-    int32_t result = sd_bus_message_read_basic(value, 'd', &rate);
+    int32_t result = write.Read(rate);
     if (result < 0)
     {
-        return Fail(error, text, blank, "SetVideoPlaybackRate sd_bus_message_read() failed", result);
+        return write.Fail(text, blank, "SetVideoPlaybackRate sd_bus_message_read() failed", result);
     }
     Log::Info("%s SetVideoPlaybackRate playback_rate = %lf", text, rate);
     result = VideoDaemonDbusHandler::SetPlaybackRate(rate);
-    return result < 0 ? Fail(error, text, blank, "Video::SetPlaybackRate failed", result) : result;
+    return result < 0 ? write.Fail(text, blank, "Video::SetPlaybackRate failed", result) : result;
 }
 
 void VideoPlayback::VideoPlaybackStateChangedHandler(int32_t newState)
 {
-    constexpr const char* text = textOf<void(int32_t), "VideoPlaybackStateChangedHandler">;
+    constexpr const char* text = signatureOf<&VideoPlayback::VideoPlaybackStateChangedHandler>;
     Log::Info("%s enter", text);
     Log::Info("%s video playback state -> %d", text, newState);
     if (newState == stateError && StopAndCancelInvalidPlaybacks())
@@ -235,7 +202,7 @@ void VideoPlayback::StorageRemovedHandler(std::string /*objectPath*/, const std:
 
 bool VideoPlayback::StopAndCancelInvalidPlaybacks()
 {
-    constexpr const char* text = textOf<bool(), "StopAndCancelInvalidPlaybacks">;
+    constexpr const char* text = signatureOf<&VideoPlayback::StopAndCancelInvalidPlaybacks>;
     Log::Info("%s enter", text);
     bool cancelled = false;
     std::string filename;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/CaptureErrors.h"
+#include "capture/CaptureReply.h"
 #include "clients/StorageDaemonDbusHandler.h"
 #include "clients/VideoDaemonDbusHandler.h"
 
@@ -36,19 +36,10 @@ class VideoPlayback
     /// Position in the video daemon's unit.
     static DbusHelper::PlaybackErrorCode VideoPlaybackSeek(int32_t position);
 
-    /// Method handlers; each replies "is", the code and its message.
-    static int VideoPlaybackStart(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int VideoPlaybackStop(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int VideoPlaybackPause(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int VideoPlaybackResume(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int VideoPlaybackSeek(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-
     /// Property handlers of the rate, "d", a factor of the natural speed: the video daemon's value, passed through.
     /// When the video daemon does not answer, the access fails with "org.freedesktop.DBus.Error.Failed".
-    static int GetVideoPlaybackRate(sd_bus* bus, const char* path, const char* interface, const char* property,
-                                    sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
-    static int SetVideoPlaybackRate(sd_bus* bus, const char* path, const char* interface, const char* property,
-                                    sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
+    static int GetVideoPlaybackRate(const DbusHelper::PropertyRead<double>& read);
+    static int SetVideoPlaybackRate(const DbusHelper::PropertyWrite<double>& write);
 
     /// The video daemon's state became `state`. Its error state (-1) cancels a playback whose file is gone, and then
     /// emits "PlaybackError" -1.

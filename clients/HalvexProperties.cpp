@@ -4,7 +4,7 @@
 #include "clients/RemoteBus.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 namespace Halvexd
 {
@@ -16,7 +16,6 @@ namespace
 
 using DbusHelper::BusHandle;
 using DbusHelper::Endpoint;
-using DbusHelper::operationText;
 using DbusHelper::Outcome;
 using DbusHelper::Step;
 
@@ -73,9 +72,8 @@ struct Operation
     const char* signature;
 };
 
-#define OPERATION(operation)                                                                                           \
-    (Operation{#operation,                                                                                             \
-               operationText<decltype(Handler::operation), "Halvexd::HalvexDaemonDbusHandler::" #operation>.c_str()})
+template <auto operation>
+constexpr Operation names{DbusHelper::nameOf<operation>.c_str(), DbusHelper::signatureOf<operation>};
 
 enum BusOpened : int32_t
 {
@@ -160,146 +158,164 @@ int32_t GetPair(const Operation& operation, const Property& property, T& right, 
 
 } // namespace
 
-int32_t Handler::GetPropVideoStatus(int32_t& status) { return Get(OPERATION(GetPropVideoStatus), videoStatus, status); }
-int32_t Handler::GetRemoteIP(std::string& ip) { return GetOn(nullptr, OPERATION(GetRemoteIP), remoteIp, ip); }
+int32_t Handler::GetPropVideoStatus(int32_t& status)
+{
+    return Get(names<&Handler::GetPropVideoStatus>, videoStatus, status);
+}
+int32_t Handler::GetRemoteIP(std::string& ip) { return GetOn(nullptr, names<&Handler::GetRemoteIP>, remoteIp, ip); }
 int32_t Handler::GetRemoteDbusAddr(std::string& address)
 {
-    return GetOn(nullptr, OPERATION(GetRemoteDbusAddr), remoteDBusAddress, address);
+    return GetOn(nullptr, names<&Handler::GetRemoteDbusAddr>, remoteDBusAddress, address);
 }
 int32_t Handler::GetHalvexSwVersion(std::string& version)
 {
-    return Get(OPERATION(GetHalvexSwVersion), halvexSwVersion, version);
+    return Get(names<&Handler::GetHalvexSwVersion>, halvexSwVersion, version);
 }
 int32_t Handler::GetHalvexHwVersion(std::string& version)
 {
-    return Get(OPERATION(GetHalvexHwVersion), halvexHwVersion, version);
+    return Get(names<&Handler::GetHalvexHwVersion>, halvexHwVersion, version);
 }
 int32_t Handler::GetKeypadPicVersion(std::string& version)
 {
-    return Get(OPERATION(GetKeypadPicVersion), keypadPicVersion, version);
+    return Get(names<&Handler::GetKeypadPicVersion>, keypadPicVersion, version);
 }
 int32_t Handler::GetCameraLedBrightness(int32_t& brightness)
 {
-    return Get(OPERATION(GetCameraLedBrightness), cameraBrightness, brightness);
+    return Get(names<&Handler::GetCameraLedBrightness>, cameraBrightness, brightness);
 }
 int32_t Handler::SetCameraLedBrightness(int32_t brightness)
 {
-    return Set(OPERATION(SetCameraLedBrightness), cameraBrightness, brightness);
+    return Set(names<&Handler::SetCameraLedBrightness>, cameraBrightness, brightness);
 }
-int32_t Handler::GetCameraSonde(bool& enabled) { return Get(OPERATION(GetCameraSonde), cameraSonde, enabled); }
-int32_t Handler::SetCameraSonde(bool enabled) { return Set(OPERATION(SetCameraSonde), cameraSonde, enabled); }
-int32_t Handler::GetCameraAtex(bool& enabled) { return Get(OPERATION(GetCameraAtex), cameraAtex, enabled); }
-int32_t Handler::SetCameraAtex(bool enabled) { return Set(OPERATION(SetCameraAtex), cameraAtex, enabled); }
-int32_t Handler::GetCPUtempC(int16_t& temperature) { return Get(OPERATION(GetCPUtempC), cpuTemp, temperature); }
-int32_t Handler::GetFanSpeed(uint8_t& speed) { return Get(OPERATION(GetFanSpeed), fanSpeed, speed); }
-int32_t Handler::GetFanCtrlMode(std::string& mode) { return Get(OPERATION(GetFanCtrlMode), fanCtrlMode, mode); }
-int32_t Handler::SetFanCtrlMode(const std::string& mode) { return Set(OPERATION(SetFanCtrlMode), fanCtrlMode, mode); }
-int32_t Handler::GetManualFanSpeed(uint8_t& speed) { return Get(OPERATION(GetManualFanSpeed), manualFanSpeed, speed); }
-int32_t Handler::SetManualFanSpeed(uint8_t speed) { return Set(OPERATION(SetManualFanSpeed), manualFanSpeed, speed); }
+int32_t Handler::GetCameraSonde(bool& enabled) { return Get(names<&Handler::GetCameraSonde>, cameraSonde, enabled); }
+int32_t Handler::SetCameraSonde(bool enabled) { return Set(names<&Handler::SetCameraSonde>, cameraSonde, enabled); }
+int32_t Handler::GetCameraAtex(bool& enabled) { return Get(names<&Handler::GetCameraAtex>, cameraAtex, enabled); }
+int32_t Handler::SetCameraAtex(bool enabled) { return Set(names<&Handler::SetCameraAtex>, cameraAtex, enabled); }
+int32_t Handler::GetCPUtempC(int16_t& temperature) { return Get(names<&Handler::GetCPUtempC>, cpuTemp, temperature); }
+int32_t Handler::GetFanSpeed(uint8_t& speed) { return Get(names<&Handler::GetFanSpeed>, fanSpeed, speed); }
+int32_t Handler::GetFanCtrlMode(std::string& mode) { return Get(names<&Handler::GetFanCtrlMode>, fanCtrlMode, mode); }
+int32_t Handler::SetFanCtrlMode(const std::string& mode)
+{
+    return Set(names<&Handler::SetFanCtrlMode>, fanCtrlMode, mode);
+}
+int32_t Handler::GetManualFanSpeed(uint8_t& speed)
+{
+    return Get(names<&Handler::GetManualFanSpeed>, manualFanSpeed, speed);
+}
+int32_t Handler::SetManualFanSpeed(uint8_t speed)
+{
+    return Set(names<&Handler::SetManualFanSpeed>, manualFanSpeed, speed);
+}
 int32_t Handler::GetFanCtrlRangeMinTempC(int16_t& temperature)
 {
-    return Get(OPERATION(GetFanCtrlRangeMinTempC), fanCtrlRangeMinTemp, temperature);
+    return Get(names<&Handler::GetFanCtrlRangeMinTempC>, fanCtrlRangeMinTemp, temperature);
 }
 int32_t Handler::SetFanCtrlRangeMinTempC(int16_t temperature)
 {
-    return Set(OPERATION(SetFanCtrlRangeMinTempC), fanCtrlRangeMinTemp, temperature);
+    return Set(names<&Handler::SetFanCtrlRangeMinTempC>, fanCtrlRangeMinTemp, temperature);
 }
 int32_t Handler::GetFanCtrlRangeMaxTempC(int16_t& temperature)
 {
-    return Get(OPERATION(GetFanCtrlRangeMaxTempC), fanCtrlRangeMaxTemp, temperature);
+    return Get(names<&Handler::GetFanCtrlRangeMaxTempC>, fanCtrlRangeMaxTemp, temperature);
 }
 int32_t Handler::SetFanCtrlRangeMaxTempC(int16_t temperature)
 {
-    return Set(OPERATION(SetFanCtrlRangeMaxTempC), fanCtrlRangeMaxTemp, temperature);
+    return Set(names<&Handler::SetFanCtrlRangeMaxTempC>, fanCtrlRangeMaxTemp, temperature);
 }
 int32_t Handler::GetCPUtempAveragingPeriod(uint8_t& period)
 {
-    return Get(OPERATION(GetCPUtempAveragingPeriod), cpuTempAvgPeriod, period);
+    return Get(names<&Handler::GetCPUtempAveragingPeriod>, cpuTempAvgPeriod, period);
 }
 int32_t Handler::SetCPUtempAveragingPeriod(uint8_t period)
 {
-    return Set(OPERATION(SetCPUtempAveragingPeriod), cpuTempAvgPeriod, period);
+    return Set(names<&Handler::SetCPUtempAveragingPeriod>, cpuTempAvgPeriod, period);
 }
 int32_t Handler::GetEmitStatusChanges(bool& enabled)
 {
-    return Get(OPERATION(GetEmitStatusChanges), emitStatusChanges, enabled);
+    return Get(names<&Handler::GetEmitStatusChanges>, emitStatusChanges, enabled);
 }
 int32_t Handler::SetEmitStatusChanges(bool enabled)
 {
-    return Set(OPERATION(SetEmitStatusChanges), emitStatusChanges, enabled);
+    return Set(names<&Handler::SetEmitStatusChanges>, emitStatusChanges, enabled);
 }
 int32_t Handler::GetPowerSource(ActivePowerSource& source)
 {
-    return Get(OPERATION(GetPowerSource), activePowerSource, source);
+    return Get(names<&Handler::GetPowerSource>, activePowerSource, source);
 }
 int32_t Handler::ReadBatteryVoltages(int32_t& right, int32_t& left)
 {
-    return GetPair(OPERATION(ReadBatteryVoltages), batteryVoltages, right, left);
+    return GetPair(names<&Handler::ReadBatteryVoltages>, batteryVoltages, right, left);
 }
 int32_t Handler::ReadBatteryChargePercentages(int32_t& right, int32_t& left)
 {
-    return GetPair(OPERATION(ReadBatteryChargePercentages), batteryChargePercentages, right, left);
+    return GetPair(names<&Handler::ReadBatteryChargePercentages>, batteryChargePercentages, right, left);
 }
 int32_t Handler::GetSystemPowerLevel(SystemPowerLevel& level)
 {
-    return Get(OPERATION(GetSystemPowerLevel), systemPowerLevel, level);
+    return Get(names<&Handler::GetSystemPowerLevel>, systemPowerLevel, level);
 }
 int32_t Handler::GetBatteryDrainMode(BatteryDrainMode& mode)
 {
-    return Get(OPERATION(GetBatteryDrainMode), batteryDrainMode, mode);
+    return Get(names<&Handler::GetBatteryDrainMode>, batteryDrainMode, mode);
 }
 int32_t Handler::SetBatteryDrainMode(BatteryDrainMode mode)
 {
-    return Set(OPERATION(SetBatteryDrainMode), batteryDrainMode, mode);
+    return Set(names<&Handler::SetBatteryDrainMode>, batteryDrainMode, mode);
 }
 int32_t Handler::GetBatteryTypes(OrvelType& right, OrvelType& left)
 {
-    return GetPair(OPERATION(GetBatteryTypes), batteryTypes, right, left);
+    return GetPair(names<&Handler::GetBatteryTypes>, batteryTypes, right, left);
 }
 int32_t Handler::GetLowBatteryWarnings(bool& right, bool& left)
 {
-    return GetPair(OPERATION(GetLowBatteryWarnings), lowBatteryWarnings, right, left);
+    return GetPair(names<&Handler::GetLowBatteryWarnings>, lowBatteryWarnings, right, left);
 }
 int32_t Handler::GetPermittedActions(permittedActions_t& actions)
 {
-    return Get(OPERATION(GetPermittedActions), permittedActions, actions);
+    return Get(names<&Handler::GetPermittedActions>, permittedActions, actions);
 }
-int32_t Handler::GetReelStatus(int32_t& status) { return Get(OPERATION(GetReelStatus), reelStatus, status); }
+int32_t Handler::GetReelStatus(int32_t& status) { return Get(names<&Handler::GetReelStatus>, reelStatus, status); }
 int32_t Handler::GetReelConnected(bool& connected)
 {
-    return Get(OPERATION(GetReelConnected), reelConnected, connected);
+    return Get(names<&Handler::GetReelConnected>, reelConnected, connected);
 }
 int32_t Handler::GetReelSerialNumber(std::string& number)
 {
-    return Get(OPERATION(GetReelSerialNumber), reelSerialNumber, number);
+    return Get(names<&Handler::GetReelSerialNumber>, reelSerialNumber, number);
 }
 int32_t Handler::SetReelSerialNumber(const std::string& number)
 {
-    return Set(OPERATION(SetReelSerialNumber), reelSerialNumber, number);
+    return Set(names<&Handler::SetReelSerialNumber>, reelSerialNumber, number);
 }
-int32_t Handler::GetReelCountMode(CountMode& mode) { return Get(OPERATION(GetReelCountMode), distanceCountMode, mode); }
-int32_t Handler::SetReelCountMode(CountMode mode) { return Set(OPERATION(SetReelCountMode), distanceCountMode, mode); }
-int32_t Handler::GetReelCount(int32_t& count) { return Get(OPERATION(GetReelCount), distanceCount, count); }
-int32_t Handler::ZeroReelCount() { return Set(OPERATION(ZeroReelCount), distanceCount, int32_t{0}); }
+int32_t Handler::GetReelCountMode(CountMode& mode)
+{
+    return Get(names<&Handler::GetReelCountMode>, distanceCountMode, mode);
+}
+int32_t Handler::SetReelCountMode(CountMode mode)
+{
+    return Set(names<&Handler::SetReelCountMode>, distanceCountMode, mode);
+}
+int32_t Handler::GetReelCount(int32_t& count) { return Get(names<&Handler::GetReelCount>, distanceCount, count); }
+int32_t Handler::ZeroReelCount() { return Set(names<&Handler::ZeroReelCount>, distanceCount, int32_t{0}); }
 int32_t Handler::GetReelDistanceSoftwareMode(std::string& mode)
 {
-    return Get(OPERATION(GetReelDistanceSoftwareMode), distanceMode, mode);
+    return Get(names<&Handler::GetReelDistanceSoftwareMode>, distanceMode, mode);
 }
 int32_t Handler::SetReelDistanceSoftwareMode(const std::string& mode)
 {
-    return Set(OPERATION(SetReelDistanceSoftwareMode), distanceMode, mode);
+    return Set(names<&Handler::SetReelDistanceSoftwareMode>, distanceMode, mode);
 }
 int32_t Handler::GetReelDistanceAbsolute(int32_t& distance)
 {
-    return Get(OPERATION(GetReelDistanceAbsolute), distanceAbsolute, distance);
+    return Get(names<&Handler::GetReelDistanceAbsolute>, distanceAbsolute, distance);
 }
 int32_t Handler::SetReelDistanceAbsolute(int32_t distance)
 {
-    return Set(OPERATION(SetReelDistanceAbsolute), distanceAbsolute, distance);
+    return Set(names<&Handler::SetReelDistanceAbsolute>, distanceAbsolute, distance);
 }
 int32_t Handler::GetReelDistanceRelative(int32_t& distance)
 {
-    return Get(OPERATION(GetReelDistanceRelative), distanceRelative, distance);
+    return Get(names<&Handler::GetReelDistanceRelative>, distanceRelative, distance);
 }
 
 int32_t Handler::GetAllReelProperties(sdbus_utils::TypedPropertyMap& properties)
@@ -331,7 +347,7 @@ int32_t Handler::GetBatteryLevelIcons(std::string& text, std::vector<std::string
         left = std::move(icons.left);
         return outcome.result;
     default:
-        return Report(OPERATION(GetBatteryLevelIcons), "GetProperty", batteryLevelIcons, outcome);
+        return Report(names<&Handler::GetBatteryLevelIcons>, "GetProperty", batteryLevelIcons, outcome);
     }
 }
 

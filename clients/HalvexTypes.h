@@ -1,7 +1,7 @@
 #pragma once
 
 #include "clients/ConstOrNot.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <array>
 #include <cstddef>

@@ -1,8 +1,8 @@
 #include "clients/SettingsDaemonDbusHandler.h"
 
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
 #include "dbus_helper/SdbusUtils.h"
+#include "dbus_helper/Signature.h"
 
 #include <algorithm>
 
@@ -17,10 +17,7 @@ namespace
 using DbusHelper::Concat;
 using DbusHelper::Endpoint;
 using DbusHelper::FixedString;
-
-#define SIGNATURE_OF(operation)                                                                                        \
-    (DbusHelper::operationText<decltype(Handler::operation), "Settingsd::SettingsDaemonDbusHandler::" #operation>      \
-         .c_str())
+using DbusHelper::signatureOf;
 
 constexpr Endpoint root{"com.tavilon.common.Settings1", "/com/tavilon/common/Settings1",
                         "com.tavilon.common.Settings1"};
@@ -155,14 +152,17 @@ template int32_t Handler::GetSetting(const std::string&, const std::string&, boo
 template int32_t Handler::GetSetting(const std::string&, const std::string&, int32_t&);
 template int32_t Handler::GetSetting(const std::string&, const std::string&, uint32_t&);
 
-int32_t Handler::ResetToDefaults(bool flag) { return Reset(SIGNATURE_OF(ResetToDefaults), "ResetToDefaults", flag); }
+int32_t Handler::ResetToDefaults(bool flag)
+{
+    return Reset(signatureOf<&Handler::ResetToDefaults>, "ResetToDefaults", flag);
+}
 int32_t Handler::ResetSection(const std::string& section)
 {
-    return Reset(SIGNATURE_OF(ResetSection), "ResetSection", section);
+    return Reset(signatureOf<&Handler::ResetSection>, "ResetSection", section);
 }
 int32_t Handler::ResetSetting(const std::string& section, const std::string& key)
 {
-    return Reset(SIGNATURE_OF(ResetSetting), "ResetSetting", section, key);
+    return Reset(signatureOf<&Handler::ResetSetting>, "ResetSetting", section, key);
 }
 
 int32_t Handler::GetSectionSettings(const std::string& section, sdbus_utils::TypedPropertyMap& settings)

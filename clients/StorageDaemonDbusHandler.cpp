@@ -1,7 +1,7 @@
 #include "clients/StorageDaemonDbusHandler.h"
 
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,11 +19,8 @@ namespace
 
 using DbusHelper::Endpoint;
 using DbusHelper::Outcome;
+using DbusHelper::signatureOf;
 using DbusHelper::Step;
-
-#define SIGNATURE_OF(operation)                                                                                        \
-    (DbusHelper::operationText<decltype(Handler::operation), "Storaged::StorageDaemonDbusHandler:"                     \
-                                                             ":" #operation>.c_str())
 
 constexpr Endpoint manager{"com.tavilon.common.StorageDaemon1", "/com/tavilon/common/StorageDaemon1",
                            "com.tavilon.common.StorageDaemon1"};
@@ -153,66 +150,68 @@ size_t MatchingComponents(const std::string& mountPoint, const std::filesystem::
 
 int32_t Handler::GetPrimaryDevice(std::string& device)
 {
-    return Get({SIGNATURE_OF(GetPrimaryDevice), "PROP_PRIMARY_DEVICE"}, manager, "PrimaryDevice", device);
+    return Get({signatureOf<&Handler::GetPrimaryDevice>, "PROP_PRIMARY_DEVICE"}, manager, "PrimaryDevice", device);
 }
 int32_t Handler::GetAvailableDevices(std::vector<std::string>& devices)
 {
-    return Get({SIGNATURE_OF(GetAvailableDevices), "PROP_AVAILABLE_DEVICES"}, manager, "AvailableDevices", devices);
+    return Get({signatureOf<&Handler::GetAvailableDevices>, "PROP_AVAILABLE_DEVICES"}, manager, "AvailableDevices",
+               devices);
 }
 int32_t Handler::GetReadOnly(const std::string& device, bool& readOnly)
 {
-    return Get({SIGNATURE_OF(GetReadOnly), "PROP_READ_ONLY"}, DeviceAt(device), "ReadOnly", readOnly);
+    return Get({signatureOf<&Handler::GetReadOnly>, "PROP_READ_ONLY"}, DeviceAt(device), "ReadOnly", readOnly);
 }
 int32_t Handler::GetBus(const std::string& device, std::string& bus)
 {
-    return Get({SIGNATURE_OF(GetBus), "PROP_BUS"}, DeviceAt(device), "Bus", bus);
+    return Get({signatureOf<&Handler::GetBus>, "PROP_BUS"}, DeviceAt(device), "Bus", bus);
 }
 int32_t Handler::GetSocket(const std::string& device, int32_t& socket)
 {
-    return Get({SIGNATURE_OF(GetSocket), "PROP_SOCKET"}, DeviceAt(device), "Socket", socket);
+    return Get({signatureOf<&Handler::GetSocket>, "PROP_SOCKET"}, DeviceAt(device), "Socket", socket);
 }
 int32_t Handler::GetMountPoint(const std::string& device, std::string& mountPoint)
 {
-    return Get({SIGNATURE_OF(GetMountPoint), "PROP_MOUNTPOINT"}, DeviceAt(device), "MountPoint", mountPoint);
+    return Get({signatureOf<&Handler::GetMountPoint>, "PROP_MOUNTPOINT"}, DeviceAt(device), "MountPoint", mountPoint);
 }
 int32_t Handler::GetDevicePath(const std::string& device, std::string& devicePath)
 {
-    return Get({SIGNATURE_OF(GetDevicePath), "PROP_DEVICE_PATH"}, DeviceAt(device), "DevicePath", devicePath);
+    return Get({signatureOf<&Handler::GetDevicePath>, "PROP_DEVICE_PATH"}, DeviceAt(device), "DevicePath", devicePath);
 }
 int32_t Handler::GetStorageSpaceBelowWarningThreshold(const std::string& device, bool& below)
 {
-    return Get({SIGNATURE_OF(GetStorageSpaceBelowWarningThreshold), "PROP_STORAGE_IS_BELOW_WARNING_LEVEL"},
+    return Get({signatureOf<&Handler::GetStorageSpaceBelowWarningThreshold>, "PROP_STORAGE_IS_BELOW_WARNING_LEVEL"},
                DeviceAt(device), "StorageIsBelowWarningLevel", below);
 }
 int32_t Handler::GetStorageSpaceBelowMinimumThreshold(const std::string& device, bool& below)
 {
-    return Get({SIGNATURE_OF(GetStorageSpaceBelowMinimumThreshold), "PROP_STORAGE_IS_BELOW_MINIMUM_LEVEL"},
+    return Get({signatureOf<&Handler::GetStorageSpaceBelowMinimumThreshold>, "PROP_STORAGE_IS_BELOW_MINIMUM_LEVEL"},
                DeviceAt(device), "StorageIsBelowMinimumLevel", below);
 }
 int32_t Handler::GetMounted(const std::string& device, bool& mounted)
 {
-    return Get({SIGNATURE_OF(GetMounted), "PROP_IS_MOUNTED"}, DeviceAt(device), "IsMounted", mounted);
+    return Get({signatureOf<&Handler::GetMounted>, "PROP_IS_MOUNTED"}, DeviceAt(device), "IsMounted", mounted);
 }
 int32_t Handler::GetKnownPrimary(const std::string& device, bool& known)
 {
-    return Get({SIGNATURE_OF(GetKnownPrimary), "PROP_KNOWN_PRIMARY"}, DeviceAt(device), "KnownPrimary", known);
+    return Get({signatureOf<&Handler::GetKnownPrimary>, "PROP_KNOWN_PRIMARY"}, DeviceAt(device), "KnownPrimary", known);
 }
 int32_t Handler::SetKnownPrimary(const std::string& device, bool known)
 {
-    return Set({SIGNATURE_OF(SetKnownPrimary), "PROP_KNOWN_PRIMARY"}, DeviceAt(device), "KnownPrimary", known);
+    return Set({signatureOf<&Handler::SetKnownPrimary>, "PROP_KNOWN_PRIMARY"}, DeviceAt(device), "KnownPrimary", known);
 }
 // The next two deliberately name the read-only constant: their lines are known by it.
 int32_t Handler::GetFreeSpace(const std::string& device, uint64_t& bytes)
 {
-    return Get({SIGNATURE_OF(GetFreeSpace), "PROP_READ_ONLY"}, DeviceAt(device), "FreeSpace", bytes);
+    return Get({signatureOf<&Handler::GetFreeSpace>, "PROP_READ_ONLY"}, DeviceAt(device), "FreeSpace", bytes);
 }
 int32_t Handler::GetId(const std::string& device, std::string& id)
 {
-    return Get({SIGNATURE_OF(GetId), "PROP_READ_ONLY"}, DeviceAt(device), "Id", id);
+    return Get({signatureOf<&Handler::GetId>, "PROP_READ_ONLY"}, DeviceAt(device), "Id", id);
 }
 int32_t Handler::GetIsSafeToRemove(const std::string& device, bool& safe)
 {
-    return Get({SIGNATURE_OF(GetIsSafeToRemove), "PROP_IS_SAFE_TO_REMOVE"}, DeviceAt(device), "IsSafeToRemove", safe);
+    return Get({signatureOf<&Handler::GetIsSafeToRemove>, "PROP_IS_SAFE_TO_REMOVE"}, DeviceAt(device), "IsSafeToRemove",
+               safe);
 }
 
 int32_t Handler::SetWriteActive(const std::string& device, uint8_t writer, bool active)

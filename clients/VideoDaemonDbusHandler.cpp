@@ -3,7 +3,7 @@
 #include "clients/VideoDaemonControl.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <array>
 
@@ -15,7 +15,6 @@ using Handler = VideoDaemonDbusHandler;
 namespace
 {
 
-using DbusHelper::operationText;
 using DbusHelper::Outcome;
 using DbusHelper::Step;
 
@@ -119,9 +118,7 @@ int32_t Handler::Snapshot(const std::string& path, uint32_t width, uint32_t heig
 
 int32_t Handler::StartPlayback(const std::string& filename, double rate)
 {
-    Log::Debug("%s %s %lf",
-               operationText<decltype(StartPlayback), "Videod::VideoDaemonDbusHandler::StartPlayback">.c_str(),
-               filename.c_str(), rate);
+    Log::Debug("%s %s %lf", DbusHelper::signatureOf<&Handler::StartPlayback>, filename.c_str(), rate);
     return Order("StartPlayback", filename, rate);
 }
 

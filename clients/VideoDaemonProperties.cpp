@@ -2,7 +2,7 @@
 #include "clients/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <array>
 
@@ -14,7 +14,6 @@ using Handler = VideoDaemonDbusHandler;
 namespace
 {
 
-using DbusHelper::operationText;
 using DbusHelper::Outcome;
 using DbusHelper::Step;
 
@@ -259,10 +258,8 @@ int32_t Handler::SetOverlayUserText(const std::string& firstText, int32_t first,
                                                       OverlayUserText{first, second, firstText, third, secondText});
     if (!outcome.Ok())
     {
-        Log::Error(
-            "%s: Failed to set property:%d",
-            operationText<decltype(SetOverlayUserText), "Videod::VideoDaemonDbusHandler::SetOverlayUserText">.c_str(),
-            outcome.result);
+        Log::Error("%s: Failed to set property:%d", DbusHelper::signatureOf<&Handler::SetOverlayUserText>,
+                   outcome.result);
     }
     return outcome.result;
 }
@@ -270,8 +267,7 @@ int32_t Handler::SetOverlayUserText(const std::string& firstText, int32_t first,
 int32_t Handler::GetOverlayUserText(std::string& firstText, int32_t& first, int32_t& second, int32_t& third,
                                     std::string& secondText)
 {
-    constexpr const char* text =
-        operationText<decltype(GetOverlayUserText), "Videod::VideoDaemonDbusHandler::GetOverlayUserText">.c_str();
+    constexpr const char* text = DbusHelper::signatureOf<&Handler::GetOverlayUserText>;
     OverlayUserText read;
     const Outcome outcome = DbusHelper::GetPropertyOn(nullptr, control, "OverlayUserText", read);
     if (outcome.step == Step::Read)

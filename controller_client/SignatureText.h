@@ -1,7 +1,7 @@
 #pragma once
 
 #include "controller_client/LocalDateTime.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 
 #include <ctime>
 

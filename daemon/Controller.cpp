@@ -67,21 +67,22 @@ void Controller::FollowSiblings()
 
 void Controller::RegisterMembers()
 {
-    for (const Member& member : ControllerMembers())
+    using Kind = DbusHelper::Member::Kind;
+    for (const DbusHelper::Member& member : ControllerMembers())
     {
         switch (member.kind)
         {
-        case Member::Kind::Method:
-            AddVtableMethod(member.name, member.signature, member.result, member.handler, member.flags,
-                            member.argumentNames, member.resultNames);
+        case Kind::Method:
+            AddVtableMethod(member.name, member.signature, member.reply, member.handler, member.flags,
+                            member.argumentNames, member.replyNames);
             break;
-        case Member::Kind::Property:
+        case Kind::Property:
             AddVtableProperty(member.name, member.signature, member.getter, member.setter, member.flags);
             break;
-        case Member::Kind::ReadOnlyProperty:
+        case Kind::ReadOnlyProperty:
             AddVtablePropertyReadOnly(member.name, member.signature, member.getter, member.flags);
             break;
-        case Member::Kind::Signal:
+        case Kind::Signal:
             AddVtableSignal(member.name, member.signature, member.flags, member.argumentNames);
             break;
         }

@@ -16,105 +16,69 @@ namespace ControllerDaemon
 namespace
 {
 
-/// Anyone on the bus may call a method.
-constexpr uint64_t unprivileged = SD_BUS_VTABLE_UNPRIVILEGED;
-constexpr uint64_t emitsChange = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
-
-constexpr Member Method(const char* name, const char* signature, const char* argumentNames, const char* result,
-                        const char* resultNames, sd_bus_message_handler_t handler)
-{
-    return {.kind = Member::Kind::Method,
-            .name = name,
-            .signature = signature,
-            .argumentNames = argumentNames,
-            .result = result,
-            .resultNames = resultNames,
-            .flags = unprivileged,
-            .handler = handler};
-}
-
-constexpr Member Signal(const char* name, const char* signature, const char* argumentNames)
-{
-    return {.kind = Member::Kind::Signal, .name = name, .signature = signature, .argumentNames = argumentNames};
-}
-
-constexpr Member Property(const char* name, const char* signature, uint64_t flags, sd_bus_property_get_t getter,
-                          sd_bus_property_set_t setter)
-{
-    return {.kind = Member::Kind::Property,
-            .name = name,
-            .signature = signature,
-            .flags = flags,
-            .getter = getter,
-            .setter = setter};
-}
-
-constexpr Member ReadOnly(const char* name, const char* signature, sd_bus_property_get_t getter)
-{
-    return {.kind = Member::Kind::ReadOnlyProperty,
-            .name = name,
-            .signature = signature,
-            .flags = emitsChange,
-            .getter = getter};
-}
+using DbusHelper::announced;
+using DbusHelper::Handler;
+using DbusHelper::Method;
+using DbusHelper::Property;
+using DbusHelper::ReadOnlyProperty;
+using DbusHelper::Signal;
 
 // One line a member, as clients see it.
 // clang-format off
 constexpr std::array members{
-    Method("Snapshot", "uuu", "width height quality", "sis", "path code message", &SnapshotCapture::Snapshot),
-    Method("Screenshot", "s", "folder", "sis", "path code message", &ScreenshotCapture::Screenshot),
-    Method("VideoRecordStart", "uuu", "width height quality", "is", "code message", &VideoCapture::VideoRecordStart),
-    Method("VideoRecordStop", "", "", "is", "code message", &VideoCapture::VideoRecordStop),
-    Method("VideoRecordPause", "", "", "is", "code message", &VideoCapture::VideoRecordPause),
-    Method("VideoRecordResume", "", "", "is", "code message", &VideoCapture::VideoRecordResume),
-    Signal("CaptureError", "is", "code message"),
-    Signal("CaptureSizeLimitReached", "is", "captureType message"),
-    Method("VideoPlaybackStart", "sd", "filename rate", "is", "code message", &VideoPlayback::VideoPlaybackStart),
-    Method("VideoPlaybackStop", "b", "restartLive", "is", "code message", &VideoPlayback::VideoPlaybackStop),
-    Method("VideoPlaybackPause", "", "", "is", "code message", &VideoPlayback::VideoPlaybackPause),
-    Method("VideoPlaybackResume", "", "", "is", "code message", &VideoPlayback::VideoPlaybackResume),
-    Method("VideoPlaybackSeek", "i", "position", "is", "code message", &VideoPlayback::VideoPlaybackSeek),
-    // Emits no change: the video daemon, which owns the rate, tells of it.
-    Property("VideoPlaybackRate", "d", unprivileged, &VideoPlayback::GetVideoPlaybackRate,
-             &VideoPlayback::SetVideoPlaybackRate),
-    Signal("PlaybackError", "is", "code message"),
-    Method("PhotoTalkRecordStart", "uuu", "width height quality", "is", "code message", &PhotoTalkCapture::PhotoTalkRecordStart),
-    Method("PhotoTalkRecordStop", "", "", "is", "code message", &PhotoTalkCapture::PhotoTalkRecordStop),
-    Method("PhotoTalkRecordPause", "", "", "is", "code message", &PhotoTalkCapture::PhotoTalkRecordPause),
-    Method("PhotoTalkRecordResume", "", "", "is", "code message", &PhotoTalkCapture::PhotoTalkRecordResume),
-    Method("AutoLogRecordStart", "uuu", "width height quality", "is", "code message", &AutoLogCapture::AutoLogRecordStart),
-    Method("AutoLogRecordStop", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordStop),
-    Method("AutoLogRecordPause", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordPause),
-    Method("AutoLogRecordResume", "", "", "is", "code message", &AutoLogCapture::AutoLogRecordResume),
-    Property("KeypadBeepEnabled", "b", emitsChange, &DeviceManager::GetKeypadBeepEnabled, &DeviceManager::SetKeypadBeepEnabled),
-    Property("Sonde", "b", emitsChange, &DeviceManager::GetSonde, &DeviceManager::SetSonde),
-    Property("MicEnabled", "b", emitsChange, &DeviceManager::GetMicEnabled, &DeviceManager::SetMicEnabled),
-    Property("SpkrEnabled", "b", emitsChange, &DeviceManager::GetSpkrEnabled, &DeviceManager::SetSpkrEnabled),
-    Property("SpkrVolume", "i", emitsChange, &DeviceManager::GetSpkrVolume, &DeviceManager::SetSpkrVolume),
-    ReadOnly("AudioFiles", "as", &DeviceManager::GetAudioFiles),
-    Method("PlayAudio", "s", "name", "", "", &DeviceManager::PlayAudio),
-    Method("SetTime", "iiiiiibb", "year month day hour minute second dst local", "", "", &TimeManager::SetTime),
-    Method("SetTimeSecs", "ib", "seconds local", "", "", &TimeManager::SetTimeSecs),
-    Method("GetTime", "b", "local", "iiiiiib", "year month day hour minute second dst", &TimeManager::GetTime),
-    Method("GetTimeSecs", "b", "local", "ib", "seconds dst", &TimeManager::GetTimeSecs),
-    Method("SetDst", "b", "dst", "", "", &TimeManager::SetDst),
-    Method("SetTimezone", "s", "timezone", "", "", &TimeManager::SetTimezone),
-    Method("SetTimeGPS", "", "", "", "", &TimeManager::SetTimeGPS),
-    Method("SetTimezoneGPS", "", "", "", "", &TimeManager::SetTimezoneGPS),
-    Method("SetTimezoneUTC", "ib", "offsetSeconds dst", "", "", &TimeManager::SetTimezoneUTC),
-    Method("GetTimezoneFromUTC", "ib", "offsetSeconds dst", "s", "timezone", &TimeManager::GetTimezoneFromUTC),
+    Method<Handler(&SnapshotCapture::Snapshot)>("Snapshot", "width height quality", "path code message"),
+    Method<Handler(&ScreenshotCapture::Screenshot)>("Screenshot", "folder", "path code message"),
+    Method<&VideoCapture::VideoRecordStart>("VideoRecordStart", "width height quality", "code message"),
+    Method<&VideoCapture::VideoRecordStop>("VideoRecordStop", "", "code message"),
+    Method<&VideoCapture::VideoRecordPause>("VideoRecordPause", "", "code message"),
+    Method<&VideoCapture::VideoRecordResume>("VideoRecordResume", "", "code message"),
+    Signal<int32_t, std::string>("CaptureError", "code message"),
+    Signal<int32_t, std::string>("CaptureSizeLimitReached", "captureType message"),
+    Method<&VideoPlayback::VideoPlaybackStart>("VideoPlaybackStart", "filename rate", "code message"),
+    Method<&VideoPlayback::VideoPlaybackStop>("VideoPlaybackStop", "restartLive", "code message"),
+    Method<&VideoPlayback::VideoPlaybackPause>("VideoPlaybackPause", "", "code message"),
+    Method<&VideoPlayback::VideoPlaybackResume>("VideoPlaybackResume", "", "code message"),
+    Method<&VideoPlayback::VideoPlaybackSeek>("VideoPlaybackSeek", "position", "code message"),
+    // Announces nothing: the video daemon, which owns the rate, tells of it.
+    Property<&VideoPlayback::GetVideoPlaybackRate, &VideoPlayback::SetVideoPlaybackRate>("VideoPlaybackRate", SD_BUS_VTABLE_UNPRIVILEGED),
+    Signal<int32_t, std::string>("PlaybackError", "code message"),
+    Method<&PhotoTalkCapture::PhotoTalkRecordStart>("PhotoTalkRecordStart", "width height quality", "code message"),
+    Method<&PhotoTalkCapture::PhotoTalkRecordStop>("PhotoTalkRecordStop", "", "code message"),
+    Method<&PhotoTalkCapture::PhotoTalkRecordPause>("PhotoTalkRecordPause", "", "code message"),
+    Method<&PhotoTalkCapture::PhotoTalkRecordResume>("PhotoTalkRecordResume", "", "code message"),
+    Method<&AutoLogCapture::AutoLogRecordStart>("AutoLogRecordStart", "width height quality", "code message"),
+    Method<&AutoLogCapture::AutoLogRecordStop>("AutoLogRecordStop", "", "code message"),
+    Method<&AutoLogCapture::AutoLogRecordPause>("AutoLogRecordPause", "", "code message"),
+    Method<&AutoLogCapture::AutoLogRecordResume>("AutoLogRecordResume", "", "code message"),
+    Property<&DeviceManager::GetKeypadBeepEnabled, &DeviceManager::SetKeypadBeepEnabled>("KeypadBeepEnabled", announced),
+    Property<&DeviceManager::GetSonde, &DeviceManager::SetSonde>("Sonde", announced),
+    Property<&DeviceManager::GetMicEnabled, Handler(&DeviceManager::SetMicEnabled)>("MicEnabled", announced),
+    Property<&DeviceManager::GetSpkrEnabled, Handler(&DeviceManager::SetSpkrEnabled)>("SpkrEnabled", announced),
+    Property<&DeviceManager::GetSpkrVolume, Handler(&DeviceManager::SetSpkrVolume)>("SpkrVolume", announced),
+    ReadOnlyProperty<&DeviceManager::GetAudioFiles>("AudioFiles", announced),
+    Method<&DeviceManager::PlayAudio>("PlayAudio", "name"),
+    Method<&TimeManager::SetTime>("SetTime", "year month day hour minute second dst local"),
+    Method<&TimeManager::SetTimeSecs>("SetTimeSecs", "seconds local"),
+    Method<&TimeManager::GetTime>("GetTime", "local", "year month day hour minute second dst"),
+    Method<&TimeManager::GetTimeSecs>("GetTimeSecs", "local", "seconds dst"),
+    Method<&TimeManager::SetDst>("SetDst", "dst"),
+    Method<&TimeManager::SetTimezone>("SetTimezone", "timezone"),
+    Method<&TimeManager::SetTimeGPS>("SetTimeGPS"),
+    Method<&TimeManager::SetTimezoneGPS>("SetTimezoneGPS"),
+    Method<&TimeManager::SetTimezoneUTC>("SetTimezoneUTC", "offsetSeconds dst"),
+    Method<&TimeManager::GetTimezoneFromUTC>("GetTimezoneFromUTC", "offsetSeconds dst", "timezone"),
     // Properties, although their names begin with a verb: clients read them as such.
-    ReadOnly("GetDst", "b", &TimeManager::GetDst),
-    ReadOnly("GetTimezone", "s", &TimeManager::GetTimezone),
-    ReadOnly("GetTimezoneList", "as", &TimeManager::GetTimezoneList),
-    ReadOnly("GetTimeSourceAvailable", "i", &TimeManager::GetTimeSourceAvailable),
-    Signal("TimeChanged", "iiiiiib", "year month day hour minute second dst"),
-    Signal("TimezoneChanged", "s", "timezone"),
+    ReadOnlyProperty<&TimeManager::GetDst>("GetDst", announced),
+    ReadOnlyProperty<&TimeManager::GetTimezone>("GetTimezone", announced),
+    ReadOnlyProperty<&TimeManager::GetTimezoneList>("GetTimezoneList", announced),
+    ReadOnlyProperty<&TimeManager::GetTimeSourceAvailable>("GetTimeSourceAvailable", announced),
+    Signal<int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, bool>("TimeChanged", "year month day hour minute second dst"),
+    Signal<std::string>("TimezoneChanged", "timezone"),
 };
 // clang-format on
 
 } // namespace
 
-std::span<const Member> ControllerMembers() { return members; }
+std::span<const DbusHelper::Member> ControllerMembers() { return members; }
 
 } // namespace ControllerDaemon

@@ -5,6 +5,7 @@
 #include "clients/VideoDaemonDbusHandler.h"
 #include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
+#include "dbus_helper/Signature.h"
 #include "device/DeviceState.h"
 #include "device/LedValues.h"
 
@@ -16,6 +17,8 @@ namespace
 {
 
 using DbusHelper::controllerEndpoint;
+using DbusHelper::signature;
+using DbusHelper::signatureOf;
 using Halvexd::HalvexDaemonDbusHandler;
 using Settingsd::SettingsDaemonDbusHandler;
 using Settingsd::VisitChanges;
@@ -100,7 +103,7 @@ void DeviceManager::SetBus(sd_bus* bus) { deviceState.bus = bus; }
 
 int32_t DeviceManager::SetDefaultSettings()
 {
-    constexpr const char* text = deviceText<decltype(&DeviceManager::SetDefaultSettings), "SetDefaultSettings">;
+    constexpr const char* text = signatureOf<&DeviceManager::SetDefaultSettings>;
     bool all = true;
     all &= ApplyDefault<bool>(text, {"audio", "micEnabled", "Mic state", "Mic setting"},
                               [](bool enabled) { SetMicEnabled(enabled); });
@@ -119,7 +122,7 @@ int32_t DeviceManager::SetMicEnabled(bool enabled)
     const int32_t result = deviceState.sound.SetMicEnabled(enabled);
     if (result < 0)
     {
-        Log::Error("%s: %s", deviceText<int32_t(bool), "SetMicEnabled">, setMicFailed);
+        Log::Error("%s: %s", signature<int32_t(bool), "ControllerDaemon::DeviceManager::SetMicEnabled">, setMicFailed);
         return result;
     }
     HandleLED(micLed, enabled ? 1 : 0);
@@ -133,7 +136,8 @@ int32_t DeviceManager::SetSpkrEnabled(bool enabled)
     const int32_t result = deviceState.sound.SetSpkrEnabled(enabled);
     if (result < 0)
     {
-        Log::Error("%s: %s", deviceText<int32_t(bool), "SetSpkrEnabled">, setSpkrFailed);
+        Log::Error("%s: %s", signature<int32_t(bool), "ControllerDaemon::DeviceManager::SetSpkrEnabled">,
+                   setSpkrFailed);
         return result;
     }
     EmitPropertyChanged("SpkrEnabled");
@@ -202,7 +206,7 @@ void DeviceManager::KeyPress(uint32_t keyCode, uint32_t /*time*/, int keyState)
 
 void DeviceManager::AudioSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
-    constexpr const char* text = deviceText<decltype(&DeviceManager::AudioSettingsChanged), "AudioSettingsChanged">;
+    constexpr const char* text = signatureOf<&DeviceManager::AudioSettingsChanged>;
     VisitChanges(text, properties, [](const Setting& setting) {
         ApplyChange<bool>(setting, "micEnabled", [](bool enabled) { SetMicEnabled(enabled); });
         ApplyChange<bool>(setting, "speakerEnabled", [](bool enabled) { SetSpkrEnabled(enabled); });
@@ -212,7 +216,7 @@ void DeviceManager::AudioSettingsChanged(sdbus_utils::TypedPropertyMap& properti
 
 void DeviceManager::SondeSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
-    constexpr const char* text = deviceText<decltype(&DeviceManager::SondeSettingsChanged), "SondeSettingsChanged">;
+    constexpr const char* text = signatureOf<&DeviceManager::SondeSettingsChanged>;
     VisitChanges(text, properties, [](const Setting& setting) {
         ApplyChange<bool>(setting, "enabled", [](bool enabled) { SwitchSonde(enabled); });
     });
@@ -220,7 +224,7 @@ void DeviceManager::SondeSettingsChanged(sdbus_utils::TypedPropertyMap& properti
 
 void DeviceManager::KeyBeepSettingsChanged(sdbus_utils::TypedPropertyMap& properties)
 {
-    constexpr const char* text = deviceText<decltype(&DeviceManager::KeyBeepSettingsChanged), "KeyBeepSettingsChanged">;
+    constexpr const char* text = signatureOf<&DeviceManager::KeyBeepSettingsChanged>;
     VisitChanges(text, properties, [](const Setting& setting) {
         ApplyChange<bool>(setting, "enabled", [](bool enabled) { deviceState.keypadBeepEnabled = enabled; });
         ApplyChange<uint32_t>(setting, "duration", [](uint32_t duration) { deviceState.duration = duration; });

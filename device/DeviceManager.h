@@ -1,7 +1,9 @@
 #pragma once
 
 #include "clients/SettingsDaemonDbusHandler.h"
+#include "dbus_helper/FileNames.h"
 #include "dbus_helper/PropertyMap.h"
+#include "dbus_helper/Serve.h"
 #include "device/KeyInput.h"
 
 #include <sigc++/trackable.h>
@@ -64,32 +66,21 @@ class DeviceManager : public sigc::trackable
 
     /// Property handlers. An access that fails is answered with "org.freedesktop.DBus.Error.Failed" and the words of
     /// its log line, save reading the sonde, which is false when the hardware daemon does not say.
-    static int GetKeypadBeepEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                                    sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
-    static int SetKeypadBeepEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                                    sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
-    static int GetSonde(sd_bus* bus, const char* path, const char* interface, const char* property,
-                        sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int GetKeypadBeepEnabled(const DbusHelper::PropertyRead<bool>& read);
+    static int SetKeypadBeepEnabled(const DbusHelper::PropertyWrite<bool>& write);
+    static int GetSonde(const DbusHelper::PropertyRead<bool>& read);
     /// Emits no change: the hardware daemon, whose property it is, tells of it.
-    static int SetSonde(sd_bus* bus, const char* path, const char* interface, const char* property,
-                        sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
-    static int GetMicEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
-    static int SetMicEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                             sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
-    static int GetSpkrEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                              sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
-    static int SetSpkrEnabled(sd_bus* bus, const char* path, const char* interface, const char* property,
-                              sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
-    static int GetSpkrVolume(sd_bus* bus, const char* path, const char* interface, const char* property,
-                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
-    static int SetSpkrVolume(sd_bus* bus, const char* path, const char* interface, const char* property,
-                             sd_bus_message* value, void* userData, sd_bus_error* error) noexcept;
-    static int GetAudioFiles(sd_bus* bus, const char* path, const char* interface, const char* property,
-                             sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int SetSonde(const DbusHelper::PropertyWrite<bool>& write);
+    static int GetMicEnabled(const DbusHelper::PropertyRead<bool>& read);
+    static int SetMicEnabled(const DbusHelper::PropertyWrite<bool>& write);
+    static int GetSpkrEnabled(const DbusHelper::PropertyRead<bool>& read);
+    static int SetSpkrEnabled(const DbusHelper::PropertyWrite<bool>& write);
+    static int GetSpkrVolume(const DbusHelper::PropertyRead<int32_t>& read);
+    static int SetSpkrVolume(const DbusHelper::PropertyWrite<int32_t>& write);
+    static int GetAudioFiles(const DbusHelper::PropertyRead<DbusHelper::FileNames>& read);
 
     /// Method handler: plays a sound file, by its name in "AudioFiles"; answers before it is heard.
-    static int PlayAudio(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int PlayAudio(const DbusHelper::MethodCall<void(std::string)>& call);
 
   private:
     SettingsHandler settings_;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "dbus_helper/OperationText.h"
 #include "device/SoundManager.h"
 
 #include <systemd/sd-bus.h>
@@ -29,10 +28,5 @@ extern DeviceState deviceState;
 inline constexpr const char* setMicFailed = "SoundManager::SetMicEnabled failed";
 inline constexpr const char* setSpkrFailed = "SoundManager::SetSpkrEnabled failed";
 inline constexpr const char* setVolumeFailed = "SoundManager::SetSpkrVolume failed";
-
-inline constexpr DbusHelper::FixedString deviceManagerName{"ControllerDaemon::DeviceManager::"};
-/// The signature text of an operation of the device manager.
-template <typename Type, DbusHelper::FixedString operation>
-inline constexpr const char* deviceText = DbusHelper::operationText<Type, Concat(deviceManagerName, operation)>.c_str();
 
 } // namespace ControllerDaemon

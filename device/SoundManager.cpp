@@ -1,7 +1,7 @@
 #include "device/SoundManager.h"
 
 #include "dbus_helper/Log.h"
-#include "dbus_helper/OperationText.h"
+#include "dbus_helper/Signature.h"
 #include "device/MixerOutput.h"
 
 #include <spawn.h>
@@ -23,6 +23,8 @@ namespace ControllerDaemon
 namespace
 {
 
+using DbusHelper::signatureOf;
+
 constexpr const char* chipName = "gpiochip4";
 constexpr const char* consumer = "controller";
 constexpr unsigned int micOffset = 14;
@@ -31,10 +33,6 @@ constexpr const char* soundFolder = "/usr/share/sounds/";
 constexpr const char* soundExtension = ".wav";
 constexpr const char* speakerControl = "'HP DAC'"; // quoted for the shell: its name has a blank
 constexpr const char* dacControl = "PCM";
-
-#define SIGNATURE_OF(operation)                                                                                        \
-    (DbusHelper::operationText<decltype(&SoundManager::operation), "ControllerDaemon::SoundManager::" #operation>      \
-         .c_str())
 
 struct ChipCloser
 {
@@ -157,7 +155,7 @@ SoundManager::SoundManager() noexcept
 
 int32_t SoundManager::Init()
 {
-    constexpr const char* text = SIGNATURE_OF(Init);
+    constexpr const char* text = signatureOf<&SoundManager::Init>;
     ChipHandle chip(gpiod_chip_open_by_name(chipName));
     if (chip == nullptr)
     {
@@ -193,19 +191,19 @@ int32_t SoundManager::Init()
 
 int32_t SoundManager::SetMicEnabled(bool enabled)
 {
-    return WriteLine({SIGNATURE_OF(SetMicEnabled), "Set Microphone enabled", micLine_}, enabled);
+    return WriteLine({signatureOf<&SoundManager::SetMicEnabled>, "Set Microphone enabled", micLine_}, enabled);
 }
 int32_t SoundManager::GetMicEnabled(bool& enabled)
 {
-    return ReadLine({SIGNATURE_OF(GetMicEnabled), "Get Microphone", micLine_}, enabled);
+    return ReadLine({signatureOf<&SoundManager::GetMicEnabled>, "Get Microphone", micLine_}, enabled);
 }
 int32_t SoundManager::SetSpkrEnabled(bool enabled)
 {
-    return WriteLine({SIGNATURE_OF(SetSpkrEnabled), "Set Spkr enabled", spkrLine_}, enabled);
+    return WriteLine({signatureOf<&SoundManager::SetSpkrEnabled>, "Set Spkr enabled", spkrLine_}, enabled);
 }
 int32_t SoundManager::GetSpkrEnabled(bool& enabled)
 {
-    return ReadLine({SIGNATURE_OF(GetSpkrEnabled), "Get Spkr enabled", spkrLine_}, enabled);
+    return ReadLine({signatureOf<&SoundManager::GetSpkrEnabled>, "Get Spkr enabled", spkrLine_}, enabled);
 }
 
 int32_t SoundManager::SetSpkrVolume(int percent) { return SetControl(speakerControl, percent); }

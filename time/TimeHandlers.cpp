@@ -1,7 +1,4 @@
 #include "clients/SystemdDateTime.h"
-#include "dbus_helper/Codec.h"
-#include "dbus_helper/FileNames.h"
-#include "dbus_helper/PropertyReply.h"
 #include "time/ClockOperations.h"
 #include "time/GpsFix.h"
 #include "time/TimeManager.h"
@@ -14,236 +11,213 @@ namespace ControllerDaemon
 namespace
 {
 
-using DbusHelper::Refuse;
-using DbusHelper::ReplyEmpty;
-using DbusHelper::Sequence;
+using DbusHelper::FileNames;
+using DbusHelper::MethodCall;
+using DbusHelper::PropertyRead;
 
 constexpr const char* cannotSetNow = "Cannot set time now";
 constexpr const char* cannotSetRightNow = "Cannot set time right now"; // only when the source is GPS
+constexpr const char* localUnread = "Failed to get 'local' parameter CODE: ";
+constexpr const char* offsetUnread = "sd_bus_message_read failed CODE:";
 constexpr const char* noFix = "No GPS Fix";
 constexpr const char* timezoneRefused = "Failed to set Timezone via systemd-datetimed";
 
 } // namespace
 
-int TimeManager::GetTime(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::GetTime(const LocalTimeCall& call)
 {
-    std::tuple<bool> local;
-    const int result = Sequence<bool>::Read(message, local);
+    bool local = false;
+    const int result = call.Read(local);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get 'local' parameter CODE: %d", result);
+        return call.RefuseWithCode(localUnread, result);
     }
-    const auto time = BreakDown(std::time(nullptr), std::get<0>(local), IsDstInForce()).value_or(BrokenDownTime{});
-    return sd_bus_reply_method_return(message, "iiiiiib", time.year, time.month, time.day, time.hour, time.minute,
-                                      time.second, time.dst ? 1 : 0);
+    const auto time = BreakDown(std::time(nullptr), local, IsDstInForce()).value_or(BrokenDownTime{});
+    return call.Answer(time.year, time.month, time.day, time.hour, time.minute, time.second, time.dst);
 }
 
-int TimeManager::GetTimeSecs(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::GetTimeSecs(const MethodCall<std::tuple<int32_t, bool>(bool)>& call)
 {
-    std::tuple<bool> local;
-    const int result = Sequence<bool>::Read(message, local);
+    bool local = false;
+    const int result = call.Read(local);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get 'local' parameter CODE: %d", result);
+        return call.RefuseWithCode(localUnread, result);
     }
     const time_t now = std::time(nullptr);
-    return sd_bus_reply_method_return(message, "ib", ToWireSeconds(std::get<0>(local) ? now : FromLocalFields(now)),
-                                      IsDstInForce() ? 1 : 0);
+    return call.Answer(ToWireSeconds(local ? now : FromLocalFields(now)), IsDstInForce());
 }
 
-int TimeManager::SetTime(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTime(const SetTimeCall& call)
 {
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetNow);
+        return call.Refuse(cannotSetNow);
     }
     BrokenDownTime time;
     bool local = false;
-    auto arguments = std::tie(time.year, time.month, time.day, time.hour, time.minute, time.second, time.dst, local);
-    using Fields = Sequence<int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, bool, bool>;
-    if (Fields::Read(message, arguments) < 0)
+    if (call.Read(time.year, time.month, time.day, time.hour, time.minute, time.second, time.dst, local) < 0)
     {
-        return Refuse(error, "Failed to read dbus message");
+        return call.Refuse("Failed to read dbus message");
     }
     if (ChangeClock(time, local) < 0)
     {
-        return Refuse(error, "Failed to set time via systemd-datetimed");
+        return call.Refuse("Failed to set time via systemd-datetimed");
     }
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::SetTimeSecs(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTimeSecs(const MethodCall<void(int32_t, bool)>& call)
 {
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetNow);
+        return call.Refuse(cannotSetNow);
     }
-    std::tuple<int32_t, bool> arguments;
-    const int result = Sequence<int32_t, bool>::Read(message, arguments);
+    int32_t seconds = 0;
+    bool local = false;
+    const int result = call.Read(seconds, local);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get parameter CODE: %d", result);
+        return call.RefuseWithCode("Failed to get parameter CODE: ", result);
     }
-    const auto [seconds, local] = arguments;
     ChangeClock(local ? seconds : FromUtcFields(seconds));
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::SetTimeGPS(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTimeGPS(const MethodCall<void()>& call)
 {
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetRightNow);
+        return call.Refuse(cannotSetRightNow);
     }
     const auto fix = ReadGpsFix();
     if (!fix.has_value())
     {
-        return Refuse(error, noFix);
+        return call.Refuse(noFix);
     }
     ChangeClock(WholeSeconds(fix->time));
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::SetTimezone(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTimezone(const MethodCall<void(std::string)>& call)
 {
-    std::tuple<std::string> arguments;
-    int result = Sequence<std::string>::Read(message, arguments);
+    std::string requested;
+    int result = call.Read(requested);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to read parameter 'timezone' CODE:%d", result);
+        return call.RefuseWithCode("Failed to read parameter 'timezone' CODE:", result);
     }
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetNow);
+        return call.Refuse(cannotSetNow);
     }
-    const std::string& requested = std::get<0>(arguments);
     const bool isFull = requested.find(standardPrefix) != std::string::npos;
     const std::string zone = isFull ? requested : GetTimezonePrefix() + requested;
     if (!IsTimezoneInstalled(zone))
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "%s is not installed in the list of CCU timezones",
-                                 requested.c_str());
+        return call.Refuse((requested + " is not installed in the list of CCU timezones").c_str());
     }
     result = ChangeTimezone(zone);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to set timezone via systemd-timedated CODE:%d",
-                                 result);
+        return call.RefuseWithCode("Failed to set timezone via systemd-timedated CODE:", result);
     }
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::SetTimezoneGPS(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTimezoneGPS(const MethodCall<void()>& call)
 {
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetRightNow);
+        return call.Refuse(cannotSetRightNow);
     }
     const auto fix = ReadGpsFix();
     if (!fix.has_value())
     {
-        return Refuse(error, noFix);
+        return call.Refuse(noFix);
     }
     if (ChangeTimezone(GetNearestTimezone(fix->latitude, fix->longitude)) < 0)
     {
-        return Refuse(error, timezoneRefused);
+        return call.Refuse(timezoneRefused);
     }
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::SetTimezoneUTC(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetTimezoneUTC(const MethodCall<void(int32_t, bool)>& call)
 {
-    std::tuple<int32_t, bool> arguments;
-    const int result = Sequence<int32_t, bool>::Read(message, arguments);
+    int32_t offsetSeconds = 0;
+    bool dst = false;
+    const int result = call.Read(offsetSeconds, dst);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "sd_bus_message_read failed CODE:%d", result);
+        return call.RefuseWithCode(offsetUnread, result);
     }
-    if (ChangeTimezone(std::apply(&ControllerDaemon::GetTimezoneFromUTC, arguments)) < 0)
+    if (ChangeTimezone(ControllerDaemon::GetTimezoneFromUTC(offsetSeconds, dst)) < 0)
     {
-        return Refuse(error, timezoneRefused);
+        return call.Refuse(timezoneRefused);
     }
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::GetTimezoneFromUTC(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::GetTimezoneFromUTC(const MethodCall<std::string(int32_t, bool)>& call)
 {
-    std::tuple<int32_t, bool> arguments;
-    const int result = Sequence<int32_t, bool>::Read(message, arguments);
-    if (result < 0)
-    {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "sd_bus_message_read failed CODE:%d", result);
-    }
-    const std::string zone = std::apply(&ControllerDaemon::GetTimezoneFromUTC, arguments);
-    return sd_bus_reply_method_return(message, "s", zone.c_str());
+    int32_t offsetSeconds = 0;
+    bool dst = false;
+    const int result = call.Read(offsetSeconds, dst);
+    return result < 0 ? call.RefuseWithCode(offsetUnread, result)
+                      : call.Answer(ControllerDaemon::GetTimezoneFromUTC(offsetSeconds, dst));
 }
 
-int TimeManager::SetDst(sd_bus_message* message, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::SetDst(const MethodCall<void(bool)>& call)
 {
     if (!CanSetTimeNow())
     {
-        return Refuse(error, cannotSetNow);
+        return call.Refuse(cannotSetNow);
     }
     std::string zone;
     if (SystemdDateTime::GetTimezone(zone) < 0)
     {
-        return Refuse(error, "Cannot get timezone from systemd-datetimed");
+        return call.Refuse("Cannot get timezone from systemd-datetimed");
     }
-    std::tuple<bool> arguments;
-    int result = Sequence<bool>::Read(message, arguments);
+    bool dst = false;
+    int result = call.Read(dst);
     if (result < 0)
     {
-        return Refuse(error, "Failed to read dbus message");
+        return call.Refuse("Failed to read dbus message");
     }
-    const bool dst = std::get<0>(arguments);
     result = dst == IsDst(zone) ? 0 : ChangeTimezoneForm(zone, dst);
     if (result < 0)
     {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to set new timezone via systemd-datetimed CODE:%d",
-                                 result);
+        return call.RefuseWithCode("Failed to set new timezone via systemd-datetimed CODE:", result);
     }
-    return ReplyEmpty(message);
+    return call.Answer();
 }
 
-int TimeManager::GetDst(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* /*property*/,
-                        sd_bus_message* reply, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::GetDst(const PropertyRead<bool>& read)
 {
     std::string zone;
     const int32_t result = SystemdDateTime::GetTimezone(zone);
-    if (result < 0)
-    {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get dst from systemd-timedated CODE:%d",
-                                 result);
-    }
-    return DbusHelper::Codec<bool>::Append(reply, IsDst(zone));
+    return result < 0 ? read.RefuseWithCode("Failed to get dst from systemd-timedated CODE:", result)
+                      : read.Answer(IsDst(zone));
 }
 
-int TimeManager::GetTimezone(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* /*property*/,
-                             sd_bus_message* reply, void* /*userData*/, sd_bus_error* error) noexcept
+int TimeManager::GetTimezone(const PropertyRead<std::string>& read)
 {
     std::string zone;
     const int32_t result = SystemdDateTime::GetTimezone(zone);
-    if (result < 0)
-    {
-        return sd_bus_error_setf(error, SD_BUS_ERROR_FAILED, "Failed to get timezone from systemd-timedated CODE:%d",
-                                 result);
-    }
-    return DbusHelper::Codec<std::string>::Append(reply, std::string(BareName(zone)));
+    return result < 0 ? read.RefuseWithCode("Failed to get timezone from systemd-timedated CODE:", result)
+                      : read.Answer(std::string(BareName(zone)));
 }
 
-int TimeManager::GetTimezoneList(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
-                                 const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
-                                 sd_bus_error* error) noexcept
+int TimeManager::GetTimezoneList(const PropertyRead<FileNames>& read)
 {
-    const int result = DbusHelper::AppendFileNames(reply, InstalledZones());
-    return result < 0 ? Refuse(error, "Failed to attach timezone list to message") : result;
+    const int result = read.Answer({InstalledZones()});
+    return result < 0 ? read.Refuse("Failed to attach timezone list to message") : result;
 }
 
-int TimeManager::GetTimeSourceAvailable(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/,
-                                        const char* /*property*/, sd_bus_message* reply, void* /*userData*/,
-                                        sd_bus_error* /*error*/) noexcept
+int TimeManager::GetTimeSourceAvailable(const PropertyRead<int32_t>& read)
 {
-    return DbusHelper::Codec<int32_t>::Append(reply, CanSetTimeNow() ? 1 : 0);
+    return read.Answer(CanSetTimeNow() ? 1 : 0);
 }
 
 } // namespace ControllerDaemon

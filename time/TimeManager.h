@@ -1,7 +1,9 @@
 #pragma once
 
 #include "clients/SettingsDaemonDbusHandler.h"
+#include "dbus_helper/FileNames.h"
 #include "dbus_helper/PropertyMap.h"
+#include "dbus_helper/Serve.h"
 
 #include <sigc++/trackable.h>
 #include <systemd/sd-bus.h>
@@ -31,35 +33,37 @@ class TimeManager : public sigc::trackable
     /// What the settings daemon tells of its section "time".
     void TimeSettingsChanged(sdbus_utils::TypedPropertyMap& settings);
 
+    /// Year, month, day, hour, minute, second and whether daylight saving is in force.
+    using LocalTimeCall =
+        DbusHelper::MethodCall<std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, bool>(bool local)>;
+    using SetTimeCall =
+        DbusHelper::MethodCall<void(int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, bool dst, bool local)>;
+
     /// Method handlers. Each failure is answered with "org.freedesktop.DBus.Error.Failed" and a text that names it;
     /// nothing has been changed then, and nothing is emitted.
-    static int GetTime(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int GetTime(const LocalTimeCall& call);
     /// The seconds travel as "i": from 2038-01-19 03:14:07 UTC on the reply stays at that second.
-    static int GetTimeSecs(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int SetTime(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int GetTimeSecs(const DbusHelper::MethodCall<std::tuple<int32_t, bool>(bool)>& call);
+    static int SetTime(const SetTimeCall& call);
     /// Answers without an error also when timedated refuses.
-    static int SetTimeSecs(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int SetTimeGPS(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int SetTimezone(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int SetTimezoneGPS(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int SetTimeSecs(const DbusHelper::MethodCall<void(int32_t, bool)>& call);
+    static int SetTimeGPS(const DbusHelper::MethodCall<void()>& call);
+    static int SetTimezone(const DbusHelper::MethodCall<void(std::string)>& call);
+    static int SetTimezoneGPS(const DbusHelper::MethodCall<void()>& call);
     /// Takes effect also while something is recorded or synchronised.
-    static int SetTimezoneUTC(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int GetTimezoneFromUTC(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int SetDst(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int SetTimezoneUTC(const DbusHelper::MethodCall<void(int32_t, bool)>& call);
+    static int GetTimezoneFromUTC(const DbusHelper::MethodCall<std::string(int32_t, bool)>& call);
+    static int SetDst(const DbusHelper::MethodCall<void(bool)>& call);
 
     /// Property handlers. A failed one tells the client by a text of its own; in the log it is the line of the client
     /// of timedated that says so.
-    static int GetDst(sd_bus* bus, const char* path, const char* interface, const char* property, sd_bus_message* reply,
-                      void* userData, sd_bus_error* error) noexcept;
+    static int GetDst(const DbusHelper::PropertyRead<bool>& read);
     /// The zone's bare name, without prefix.
-    static int GetTimezone(sd_bus* bus, const char* path, const char* interface, const char* property,
-                           sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int GetTimezone(const DbusHelper::PropertyRead<std::string>& read);
     /// The zones that were installed when the daemon started.
-    static int GetTimezoneList(sd_bus* bus, const char* path, const char* interface, const char* property,
-                               sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int GetTimezoneList(const DbusHelper::PropertyRead<DbusHelper::FileNames>& read);
     /// 1 when the time could be set now, else 0. Despite its name it does not look at GPS.
-    static int GetTimeSourceAvailable(sd_bus* bus, const char* path, const char* interface, const char* property,
-                                      sd_bus_message* reply, void* userData, sd_bus_error* error) noexcept;
+    static int GetTimeSourceAvailable(const DbusHelper::PropertyRead<int32_t>& read);
 
   private:
     [[nodiscard]] static const std::vector<std::string>& InstalledZones();

@@ -3,6 +3,7 @@
 #include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Handles.h"
 #include "dbus_helper/Log.h"
+#include "dbus_helper/Serve.h"
 #include "time/BrokenDownTime.h"
 #include "time/TimezoneCatalogue.h"
 
@@ -15,16 +16,12 @@ namespace
 
 using DbusHelper::controllerEndpoint;
 
-template <typename... Arguments>
-void Emit(const char* operation, const char* member, const char* signature, Arguments... arguments)
+template <typename... Values>
+void Emit(const char* operation, const char* member, const Values&... values)
 {
     DbusHelper::BusHandle bus;
     int result = DbusHelper::OpenUserBus(bus);
-    if (result >= 0)
-    {
-        result = sd_bus_emit_signal(bus.get(), controllerEndpoint.path, controllerEndpoint.interface, member, signature,
-                                    arguments...);
-    }
+    result = result < 0 ? result : DbusHelper::EmitSignal(bus.get(), controllerEndpoint, member, values...);
     if (result < 0)
     {
         Log::Info("%s: Failed to emit signal, error code: %d", operation, result);
@@ -42,10 +39,10 @@ void EmitTimeChange(time_t seconds)
         Log::Info("%s: Failed to emit signal, error code: %d", operation, -EOVERFLOW);
         return;
     }
-    Emit(operation, "TimeChanged", "iiiiiib", time->year, time->month, time->day, time->hour, time->minute,
-         time->second, time->dst ? 1 : 0);
+    Emit(operation, "TimeChanged", time->year, time->month, time->day, time->hour, time->minute, time->second,
+         time->dst);
 }
 
-void EmitTimezoneChange(const std::string& zone) { Emit("EmitTimezoneChange", "TimezoneChanged", "s", zone.c_str()); }
+void EmitTimezoneChange(const std::string& zone) { Emit("EmitTimezoneChange", "TimezoneChanged", zone); }
 
 } // namespace ControllerDaemon

@@ -19,6 +19,8 @@
 namespace
 {
 
+using DbusHelper::Handler;
+using DbusHelper::OnMethodCall;
 using namespace ControllerDaemon;
 using testing::Each;
 using testing::ElementsAre;
@@ -256,7 +258,7 @@ TEST(ScreenshotSteps, TellAFailedReadOnce)
 TEST(ScreenshotSteps, TellARequestThatHoldsNoFolder)
 {
     SyslogCapture::Take();
-    EXPECT_LT(ScreenshotCapture::Screenshot(nullptr, nullptr, nullptr), 0);
+    EXPECT_LT(OnMethodCall<Handler(&ScreenshotCapture::Screenshot)>(nullptr, nullptr, nullptr), 0);
     EXPECT_THAT(SyslogCapture::Take(),
                 ElementsAre(Line{LOG_ERR, "static int ControllerDaemon::ScreenshotCapture::Screenshot(sd_bus_message*, "
                                           "void*, sd_bus_error*) sd_bus_message_read() failed"},

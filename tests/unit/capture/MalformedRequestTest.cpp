@@ -16,6 +16,9 @@ namespace
 {
 
 using namespace ControllerDaemon;
+using DbusHelper::Handler;
+using DbusHelper::OnMethodCall;
+using DbusHelper::OnPropertyAccess;
 using testing::ElementsAre;
 using Line = SyslogCapture::Line;
 
@@ -73,7 +76,7 @@ class PeerPair
 TEST(MalformedRequest, SnapshotAnswersWithoutAPath)
 {
     SyslogCapture::Take();
-    const auto reply = PeerPair(&SnapshotCapture::Snapshot).CallWithText();
+    const auto reply = PeerPair(&OnMethodCall<Handler(&SnapshotCapture::Snapshot)>).CallWithText();
     std::tuple<std::string, int32_t, std::string> answer;
     ASSERT_GE((DbusHelper::Sequence<std::string, int32_t, std::string>::Read(reply.get(), answer)), 0);
     EXPECT_EQ(answer, std::make_tuple("", -1, "Unknown error"));
@@ -85,10 +88,11 @@ TEST(MalformedRequest, SnapshotAnswersWithoutAPath)
 
 TEST(MalformedRequest, PlaybackAnswersAnUnknownError)
 {
-    using Handler = std::pair<const char*, sd_bus_message_handler_t>;
-    for (const auto& [name, handler] : {Handler{"VideoPlaybackStart", &VideoPlayback::VideoPlaybackStart},
-                                        Handler{"VideoPlaybackStop", &VideoPlayback::VideoPlaybackStop},
-                                        Handler{"VideoPlaybackSeek", &VideoPlayback::VideoPlaybackSeek}})
+    using Callback = std::pair<const char*, sd_bus_message_handler_t>;
+    for (const auto& [name, handler] :
+         {Callback{"VideoPlaybackStart", &OnMethodCall<&VideoPlayback::VideoPlaybackStart>},
+          Callback{"VideoPlaybackStop", &OnMethodCall<&VideoPlayback::VideoPlaybackStop>},
+          Callback{"VideoPlaybackSeek", &OnMethodCall<&VideoPlayback::VideoPlaybackSeek>}})
     {
         SyslogCapture::Take();
         const auto reply = PeerPair(handler).CallWithText();
@@ -108,7 +112,9 @@ TEST(MalformedRequest, ARateThatIsNoNumberIsAFailedAccess)
     TestMessage message;
     message.Add(std::string("fast"));
     DbusHelper::BusError error;
-    EXPECT_LT(VideoPlayback::SetVideoPlaybackRate(nullptr, "", "", "", message.Read(), nullptr, error.Get()), 0);
+    EXPECT_LT(OnPropertyAccess<&VideoPlayback::SetVideoPlaybackRate>(nullptr, "", "", "", message.Read(), nullptr,
+                                                                     error.Get()),
+              0);
     EXPECT_STREQ(error.Get()->name, "org.freedesktop.DBus.Error.Failed");
     EXPECT_STREQ(error.Message(), "SetVideoPlaybackRate sd_bus_message_read() failed");
     const std::string text = "static int ControllerDaemon::VideoPlayback::SetVideoPlaybackRate" + propertyShape;

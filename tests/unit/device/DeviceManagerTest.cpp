@@ -18,6 +18,9 @@ namespace
 
 using namespace ControllerDaemon;
 using BusStandIn::LedCall;
+using DbusHelper::Handler;
+using DbusHelper::OnMethodCall;
+using DbusHelper::OnPropertyAccess;
 using testing::Contains;
 using testing::ElementsAre;
 using Line = SyslogCapture::Line;
@@ -105,10 +108,10 @@ TEST_F(DeviceManagerTest, AKeyIsToldWithItsCodeAndNeverBeepsUnlessThatIsEnabled)
 TEST_F(DeviceManagerTest, AValueThatContradictsItsTypeIsNotCaught)
 {
     DeviceManager manager(nullptr, nullptr);
-    using Handler = void (DeviceManager::*)(sdbus_utils::TypedPropertyMap&);
+    using Slot = void (DeviceManager::*)(sdbus_utils::TypedPropertyMap&);
     struct Contradiction
     {
-        Handler handler;
+        Slot handler;
         const char* key;
         const char* type;
     };
@@ -143,12 +146,16 @@ struct Write
 TEST_F(DeviceManagerTest, AWrittenValueThatCannotBeReadIsAFailedAccess)
 {
     for (const auto& [name, setter, before, separator, words] : {
-             Write{"SetKeypadBeepEnabled", &DeviceManager::SetKeypadBeepEnabled, "", " ",
+             Write{"SetKeypadBeepEnabled", &OnPropertyAccess<Handler(&DeviceManager::SetKeypadBeepEnabled)>, "", " ",
                    "sd_bus_message_read() failed"},
-             Write{"SetSonde", &DeviceManager::SetSonde, " called", " ", "SetSonde sd_bus_message_read() failed"},
-             Write{"SetMicEnabled", &DeviceManager::SetMicEnabled, nullptr, ": ", "sd_bus_message_read() failed"},
-             Write{"SetSpkrEnabled", &DeviceManager::SetSpkrEnabled, nullptr, ": ", "sd_bus_message_read() failed"},
-             Write{"SetSpkrVolume", &DeviceManager::SetSpkrVolume, nullptr, ": ", "sd_bus_message_read() failed"},
+             Write{"SetSonde", &OnPropertyAccess<Handler(&DeviceManager::SetSonde)>, " called", " ",
+                   "SetSonde sd_bus_message_read() failed"},
+             Write{"SetMicEnabled", &OnPropertyAccess<Handler(&DeviceManager::SetMicEnabled)>, nullptr, ": ",
+                   "sd_bus_message_read() failed"},
+             Write{"SetSpkrEnabled", &OnPropertyAccess<Handler(&DeviceManager::SetSpkrEnabled)>, nullptr, ": ",
+                   "sd_bus_message_read() failed"},
+             Write{"SetSpkrVolume", &OnPropertyAccess<Handler(&DeviceManager::SetSpkrVolume)>, nullptr, ": ",
+                   "sd_bus_message_read() failed"},
          })
     {
         for (const bool empty : {false, true})
@@ -178,7 +185,7 @@ TEST_F(DeviceManagerTest, ASoundIsRefusedWithoutItsName)
     TestMessage message;
     message.Add(int32_t{1});
     DbusHelper::BusError error;
-    EXPECT_LT(DeviceManager::PlayAudio(message.Read(), nullptr, error.Get()), 0);
+    EXPECT_LT(OnMethodCall<&DeviceManager::PlayAudio>(message.Read(), nullptr, error.Get()), 0);
     EXPECT_STREQ(error.Get()->name, "org.freedesktop.DBus.Error.Failed");
     EXPECT_STREQ(error.Message(), "Could not read message");
     EXPECT_THAT(SyslogCapture::Take(), ElementsAre());

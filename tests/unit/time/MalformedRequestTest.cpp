@@ -13,6 +13,8 @@ namespace
 {
 
 using ControllerDaemon::TimeManager;
+using DbusHelper::OnMethodCall;
+using DbusHelper::OnPropertyAccess;
 
 struct Case
 {
@@ -26,14 +28,16 @@ TEST(MalformedRequest, IsRefusedByTheTextOfItsMember)
     setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1); // nobody is asked whether the time can be set
     DateTimeStandIn::Hold("CCU/London");
     for (const auto& [name, handler, text] : {
-             Case{"GetTime", &TimeManager::GetTime, "Failed to get 'local' parameter CODE: -6"},
-             Case{"GetTimeSecs", &TimeManager::GetTimeSecs, "Failed to get 'local' parameter CODE: -6"},
-             Case{"SetTime", &TimeManager::SetTime, "Failed to read dbus message"},
-             Case{"SetTimeSecs", &TimeManager::SetTimeSecs, "Failed to get parameter CODE: -6"},
-             Case{"SetTimezone", &TimeManager::SetTimezone, "Failed to read parameter 'timezone' CODE:-6"},
-             Case{"SetTimezoneUTC", &TimeManager::SetTimezoneUTC, "sd_bus_message_read failed CODE:-6"},
-             Case{"GetTimezoneFromUTC", &TimeManager::GetTimezoneFromUTC, "sd_bus_message_read failed CODE:-6"},
-             Case{"SetDst", &TimeManager::SetDst, "Failed to read dbus message"},
+             Case{"GetTime", &OnMethodCall<&TimeManager::GetTime>, "Failed to get 'local' parameter CODE: -6"},
+             Case{"GetTimeSecs", &OnMethodCall<&TimeManager::GetTimeSecs>, "Failed to get 'local' parameter CODE: -6"},
+             Case{"SetTime", &OnMethodCall<&TimeManager::SetTime>, "Failed to read dbus message"},
+             Case{"SetTimeSecs", &OnMethodCall<&TimeManager::SetTimeSecs>, "Failed to get parameter CODE: -6"},
+             Case{"SetTimezone", &OnMethodCall<&TimeManager::SetTimezone>,
+                  "Failed to read parameter 'timezone' CODE:-6"},
+             Case{"SetTimezoneUTC", &OnMethodCall<&TimeManager::SetTimezoneUTC>, "sd_bus_message_read failed CODE:-6"},
+             Case{"GetTimezoneFromUTC", &OnMethodCall<&TimeManager::GetTimezoneFromUTC>,
+                  "sd_bus_message_read failed CODE:-6"},
+             Case{"SetDst", &OnMethodCall<&TimeManager::SetDst>, "Failed to read dbus message"},
          })
     {
         TestMessage message;
@@ -49,7 +53,8 @@ TEST(MalformedRequest, AListThatCannotBeAttachedIsAFailedAccess)
 {
     TestMessage message; // that takes no more, since it is being read
     DbusHelper::BusError error;
-    EXPECT_LT(TimeManager::GetTimezoneList(nullptr, "", "", "", message.Read(), nullptr, error.Get()), 0);
+    EXPECT_LT(
+        OnPropertyAccess<&TimeManager::GetTimezoneList>(nullptr, "", "", "", message.Read(), nullptr, error.Get()), 0);
     EXPECT_STREQ(error.Get()->name, "org.freedesktop.DBus.Error.Failed");
     EXPECT_STREQ(error.Message(), "Failed to attach timezone list to message");
 }
