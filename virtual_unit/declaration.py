@@ -1,4 +1,5 @@
-"""The interface files: the one place where the siblings' members and signatures are written down."""
+"""The interface files: the one place where the members and signatures of the siblings, and of the controller itself, are
+written down."""
 
 import copy
 import functools
@@ -47,6 +48,40 @@ _STANDARD = """<node>
 """
 
 
+#: The controller's own interface, as it is installed.
+CONTROLLER = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "interfaces",
+                          "com.tavilon.common.Controller1.Control.xml")
+
+#: The namespace of the documentation that a member may carry.
+DOC = "{http://www.freedesktop.org/dbus/1.0/doc.dtd}"
+
+_EMITS = "org.freedesktop.DBus.Property.EmitsChangedSignal"
+
+
+@dataclass(frozen=True)
+class Member:
+    """One member of an interface, with all that introspection says of it: types and names of arguments as pairs. What a
+    signal carries is in `outputs`; `signature` and `access` are a property's."""
+    kind: str
+    name: str
+    inputs: tuple = ()
+    outputs: tuple = ()
+    signature: str = ""
+    access: str = ""
+    annotations: tuple = ()
+    element: ElementTree.Element = field(default=None, compare=False, repr=False)
+
+    @property
+    def types(self):
+        """The types in and out, those of a property being its own and none."""
+        return (self.signature or "".join(kind for kind, _ in self.inputs), "".join(kind for kind, _ in self.outputs))
+
+    @property
+    def says_that_it_emits(self):
+        """Whether introspection promises the changes of a property."""
+        return dict(self.annotations).get(_EMITS, "true") == "true"
+
+
 @dataclass
 class Method:
     """One method: the signature of its arguments and the complete types of its reply."""
@@ -89,9 +124,36 @@ class Declaration:
         return ElementTree.tostring(root, encoding="unicode")
 
 
-def _signature(element, direction):
+def _arguments(element, direction):
     default = "in" if element.tag == "method" else "out"
-    return [arg.get("type") for arg in element.iter("arg") if arg.get("direction", default) == direction]
+    return tuple((arg.get("type"), arg.get("name")) for arg in element.findall("arg")
+                 if arg.get("direction", default) == direction)
+
+
+def _signature(element, direction):
+    return [kind for kind, _ in _arguments(element, direction)]
+
+
+def members(text, interface):
+    """The members of an interface in an introspection's text, in order."""
+    root = ElementTree.fromstring(text)
+    found = next((item for item in root.iter("interface") if item.get("name") == interface), ())
+    return [Member(item.tag, item.get("name"), _arguments(item, "in"), _arguments(item, "out"), item.get("type", ""),
+                   item.get("access", ""),
+                   tuple((note.get("name"), note.get("value")) for note in item.findall("annotation")), item)
+            for item in found if item.tag in ("method", "property", "signal")]
+
+
+def controller_text():
+    """The whole text of the controller's interface file."""
+    with open(CONTROLLER, encoding="utf-8") as file:
+        return file.read()
+
+
+@functools.lru_cache(maxsize=None)
+def controller_members():
+    """The members of the controller's own interface, in order."""
+    return members(controller_text(), os.path.basename(CONTROLLER).removesuffix(".xml"))
 
 
 def _declare_interface(declaration, element):
@@ -108,7 +170,16 @@ def _declare_interface(declaration, element):
         declaration.properties[item.get("name")] = Property(name, item.get("type"), item.get("access"))
 
 
+def _without_documentation(element):
+    for child in list(element):
+        if child.tag.startswith(DOC):
+            element.remove(child)
+        else:
+            _without_documentation(child)
+
+
 def _declare(node, standard):
+    _without_documentation(node)
     interfaces = node.findall("interface") + [copy.deepcopy(element) for element in standard]
     prototype = any(note.get("name") == PROTOTYPE for note in node.findall("annotation"))
     declaration = Declaration(node.get("name"), prototype, [element.get("name") for element in interfaces],
@@ -119,7 +190,9 @@ def _declare(node, standard):
 
 
 def interface_file(name):
-    """Path of a sibling's interface file."""
+    """Path of a sibling's interface file; that of the controller's stand-in is the controller's own."""
+    if name == "controller":
+        return CONTROLLER
     return os.path.join(os.path.dirname(__file__), "interfaces", f"{name}.xml")
 
 
@@ -134,5 +207,5 @@ def load(name):
     """The declarations of a sibling by node path; parsed once per process."""
     standard = bare_node().elements
     root = ElementTree.parse(interface_file(name)).getroot()
-    declarations = [_declare(node, standard) for node in root.findall("node")]
+    declarations = [_declare(node, standard) for node in root.findall("node") or [root]]
     return {declaration.path: declaration for declaration in declarations}

@@ -4,14 +4,14 @@ import os
 import re
 import shlex
 import subprocess
-from xml.etree import ElementTree
 
 import pytest
 
 from tests.integration.controllerctl_cases import (
     CASES, DONE, PROGRAM, VERBS, environment, prepare_status, run)
-from virtual_unit import VirtualUnit, declaration
+from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
+from virtual_unit.declaration import controller_members
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FOLDER = os.path.join(ROOT, "controllerctl")
@@ -86,22 +86,19 @@ def test_the_manual_has_every_verb(verbs):
     rows = re.findall(r"^\| (`.*?) \| (.*) \|$", table, re.MULTILINE)
     assert sorted(re.findall(r"`([a-z -]+)`", " ".join(left for left, _ in rows))) == sorted(verbs)
     members = set(re.findall(r'"(\w+)"', " ".join(right for _, right in rows)))
-    root = ElementTree.parse(declaration.interface_file("controller")).getroot()
-    assert members == {member.get("name") for tag in ("method", "property", "signal") for member in root.iter(tag)}
+    assert members == {member.name for member in controller_members()}
 
 
 def test_the_cases_use_every_method_and_property():
     """None is left out of the program."""
-    root = ElementTree.parse(declaration.interface_file("controller")).getroot()
     called = {member.split(" ")[-1] for case in CASES for member, _ in case.calls}
     assert called | {"GetTimeSourceAvailable"} == \
-        {member.get("name") for tag in ("method", "property") for member in root.iter(tag)}
+        {member.name for member in controller_members() if member.kind in ("method", "property")}
 
 
 def test_wait_knows_every_signal_and_property(unit):
     """By the names of the interface; all but the one whose changes are not told."""
-    root = ElementTree.parse(declaration.interface_file("controller")).getroot()
-    names = {member.get("name") for tag in ("signal", "property") for member in root.iter(tag)}
+    names = {member.name for member in controller_members() if member.kind in ("signal", "property")}
     listed = re.search(r"One of (.*)$", help_of(unit, "wait")[2], re.MULTILINE).group(1).split(", ")
     assert sorted(listed) == sorted(names - {"VideoPlaybackRate"})
 

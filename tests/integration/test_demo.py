@@ -15,6 +15,7 @@ import pytest
 
 from virtual_unit import VirtualUnit
 from virtual_unit.chapters import CHAPTERS, Chapter
+from virtual_unit.declaration import controller_members
 from virtual_unit.demo import Inspection
 from virtual_unit.show import Show
 
@@ -23,6 +24,7 @@ _TELLING = ("cmdline", "environ")
 _BY_TITLE = {chapter.title: chapter for chapter in CHAPTERS}
 _RECORDING = _BY_TITLE["A recording, from its start to its end"]
 _INCIDENTS = _BY_TITLE["A recording that must end early"]
+_COUNT = len(controller_members())
 
 
 def processes_of(folder):
@@ -107,7 +109,8 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
 
 @pytest.mark.parametrize("chapter, expected", [
     ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
-    ("What the daemon offers", ["46: 30 methods, 11 properties, 5 signals", "46  signal    TimezoneChanged"]),
+    ("What the daemon offers", [
+        f"members, in their order             {_COUNT}: ", f"  {_COUNT}  {controller_members()[-1].kind}    {controller_members()[-1].name}"]),
     ("A recording, from its start to its end", [
         "->  controllerctl record start --width 1920 --height 1080 --quality 90", '0 "Ran successfully"',
         ".0001-recActive, .0001-recovery, 0001.mp4", "2750 cm absolute, 430 cm relative",
@@ -201,7 +204,7 @@ def test_a_daemon_that_dies_is_told_and_the_next_chapter_has_another():
     status, output = play(_RECORDING, _BY_TITLE["What the daemon offers"], unit=tampered(on_StartRecording=kill))
     assert status == 1
     assert "  NO  the unit\n      the daemon ended unexpectedly\n" in output
-    assert "46: 30 methods, 11 properties, 5 signals" in output
+    assert f"members, in their order             {_COUNT}: " in output
 
 
 def test_an_error_in_the_simulation_or_a_chapter_is_no_success():
