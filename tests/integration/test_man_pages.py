@@ -7,6 +7,7 @@ import subprocess
 
 import pytest
 
+from interfaces.pages import announces
 from virtual_unit.declaration import controller_members
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -75,7 +76,7 @@ def declared(member):
     if member.kind == "signal":
         return arguments(member.outputs)
     access = {"readwrite": "read and write", "read": "read only"}[member.access]
-    return f"{member.signature}, {access}" + ("" if member.says_that_it_emits else ", tells no changes")
+    return f"{member.signature}, {access}" + ("" if announces(member) else ", tells no changes")
 
 
 def interface_of_the_page():
