@@ -27,8 +27,6 @@ _controllerctl() {
         [monitor]="--count"
         [wait]="--timeout"
     )
-    local events="CaptureError CaptureSizeLimitReached PlaybackError TimeChanged TimezoneChanged GetTimezone GetDst
-        GetTimeSourceAvailable MicEnabled SpkrEnabled SpkrVolume Sonde KeypadBeepEnabled GetTimezoneList AudioFiles"
 
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} verb=. word values=""
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -49,7 +47,10 @@ _controllerctl() {
             case "$current/$verb" in
                 -*) values="${options[$verb]-} --json --help" ;;
                 */mic | */speaker | */sonde | */key-beep | */"dst set") values="on off" ;;
-                */wait) values=$events ;;
+                */wait)
+                    values=$("${COMP_WORDS[0]}" wait --help 2>/dev/null | sed -n 's/.*One of //p')
+                    values=${values//,/}
+                    ;;
                 */"timezone set" | */"sound play")
                     # Not by compgen: it would run what stands in a name. As file names they are quoted when inserted;
                     # quotes do not count in what is compared, since those of $current are still there.

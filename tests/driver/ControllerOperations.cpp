@@ -98,27 +98,16 @@ void AddOperations(Driver::OperationTable& table)
     table.Add("controller.GetTime(LocalDateTime)", &GetTime);
     table.Add<int(time_t&, bool&, bool)>("controller.GetTime(time_t)", &ControllerDaemonDbusHandler::GetTime);
     ADD(SetDST);
-    ADD(GetDST);
     table.Add<int(string)>("controller.SetTimezone(string)", &ControllerDaemonDbusHandler::SetTimezone);
     table.Add<int(int, bool)>("controller.SetTimezone(int)", &ControllerDaemonDbusHandler::SetTimezone);
     ADD(SetTimezoneGPS);
-    ADD(GetTimezone);
-    ADD(GetTimezoneList);
-    ADD(GetTimeSourceAvailable);
     ADD(GetTimezoneFromUTC);
-    ADD(GetMicrophoneEnabled);
     ADD(SetMicrophoneEnabled);
-    ADD(GetSpeakerEnabled);
     ADD(SetSpeakerEnabled);
-    ADD(GetSpeakerVolume);
     ADD(SetSpeakerVolume);
-    ADD(GetAudioFiles);
     ADD(PlayAudio);
-    ADD(GetSondeEnabled);
     ADD(SetSondeEnabled);
-    ADD(GetKeypadBeepEnabled);
     ADD(SetKeypadBeepEnabled);
-    ADD(GetPlaybackRate);
     ADD(SetPlaybackRate);
     table.Add("controller.StartPlayback", &StartPlayback);
     ADD(StopPlayback);
@@ -139,5 +128,7 @@ void AddOperations(Driver::OperationTable& table)
     ADD(ResumeAutoLog);
     ADD(TakeSnapshot);
     table.Add("controller.TakeScreenshot", &TakeScreenshot);
+    // Those that read a property.
+#include "ControllerGetters.inc"
     table.Add("together.TakeScreenshot", &TakeScreenshotsTogether);
 }

@@ -7,6 +7,7 @@ import shlex
 import subprocess
 from dataclasses import dataclass, field
 
+from virtual_unit.declaration import controller_members
 from virtual_unit.loop import spawn
 
 PROGRAM = os.path.join(os.environ["CCU_BUILD_DIR"], "controllerctl", "controllerctl")
@@ -229,6 +230,11 @@ VERBS = list({(case.line.split(" ")[0], case.calls[0][0]): case for case in CASE
 STATUS = {"GetTimezone": ("timezone", "London"), "GetDst": ("dst", False), "GetTimeSourceAvailable": ("timeSource", 1),
           "MicEnabled": ("microphone", True), "SpkrEnabled": ("speaker", False), "SpkrVolume": ("volume", 70),
           "Sonde": ("sonde", True), "KeypadBeepEnabled": ("keyBeep", False), "VideoPlaybackRate": ("rate", 1.5)}
+#: Those whose key is their own name, the others having one that is told in the manual: a value, and how it is told.
+NAMED_ALIKE = {member.name: (member.name[0].lower() + member.name[1:], *{"b": (True, "on"), "s": ("x", "x")}.get(
+    member.signature, (7, "7"))) for member in controller_members()
+    if member.kind == "property" and not member.signature.startswith("a") and member.name not in STATUS}
+STATUS.update((name, (key, value)) for name, (key, value, _) in NAMED_ALIKE.items())
 
 
 def prepare_status(unit):

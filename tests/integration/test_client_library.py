@@ -10,6 +10,7 @@ from tests.integration.client_cases import (
 from tests.integration.client_driver import ClientDriver, Outcome, debug, error
 from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
+from virtual_unit.declaration import controller_members
 
 PATH = "/com/tavilon/common/Controller1"
 CONTROL = "com.tavilon.common.Controller1.Control"
@@ -136,9 +137,6 @@ CASES = [
     order("SetTimezone(string)", "std::string", "SetTimezone", "s", ("CCU/d\u00fcse %s",)),
     order("SetTimezone(int)", "int, bool", "SetTimezoneUTC", "ib", (-34200, True), call=False),
     order("SetTimezoneGPS", "", "SetTimezoneGPS", call=False),
-    getter("GetTimezone", "std::string&", "GetTimezone", "s", "CCU/London"),
-    getter("GetTimezoneList", LIST, "GetTimezoneList", "as", ["CCU/London", "UTC"]),
-    getter("GetTimeSourceAvailable", "int&", "GetTimeSourceAvailable", "i", -3),
     asked("GetTimezoneFromUTC", "std::string&, int, bool", "GetTimezoneFromUTC", "ib", (3600, False), ("Berlin",),
           ["untouched"], line="{call}: Failed to call method: {text}"),
     *switch("MicrophoneEnabled", "MicEnabled", "b", "MIC_ENABLED", SEEN, get_access=""),
@@ -163,6 +161,14 @@ CASES = [
     coded("TakeScreenshot", "std::string&", "Screenshot", "s", ("/tmp/d\u00fcse %s",), path="/tmp/screenshot.png",
           traffic=[" called dirpath = /tmp/d\u00fcse %s"]),
 ]
+#: What a property of each type is read into, and a value of it.
+READ_INTO = {"b": ("bool&", True), "i": ("int&", -3), "u": ("unsigned int&", 4294967295), "d": ("double&", -2.5),
+             "s": ("std::string&", "CCU/London"), "as": (LIST, ["CCU/London", "UTC"])}
+#: Properties of the interface that have no case above: the operation has their name, and no words of its own.
+CASES += [getter("Get" + member.name.removeprefix("Get"), READ_INTO[member.signature][0], member.name, member.signature,
+                 READ_INTO[member.signature][1])
+          for member in controller_members()
+          if member.access == "read" and f"Get {member.name}" not in {case.call[2] for case in CASES}]
 #: Each operation once.
 OPERATIONS = list({case.operation: case for case in [*CASES, SECONDS]}.values())
 

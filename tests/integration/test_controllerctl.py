@@ -6,7 +6,7 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from tests.integration.controllerctl_cases import (
-    CASES, DONE, REFUSED, STATUS, TIME_OUT, UNREACHABLE, VERBS, prepare_status, run)
+    CASES, DONE, NAMED_ALIKE, REFUSED, STATUS, TIME_OUT, UNREACHABLE, VERBS, prepare_status, run)
 from virtual_unit import ABSENT, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 
@@ -121,7 +121,8 @@ def test_the_status(unit):
     told = run(unit, "status")
     assert (told.status, told.errors) == (DONE, "")
     assert told.out == ("time: 2026-01-02 03:04:05\ntimezone: London\ndst: off\ntimeSource: 1\nmicrophone: on\n"
-                        "speaker: off\nvolume: 70\nsonde: on\nkeyBeep: off\nrate: 1.5\n")
+                        "speaker: off\nvolume: 70\nsonde: on\nkeyBeep: off\nrate: 1.5\n"
+                        + "".join(f"{key}: {text}\n" for key, _, text in NAMED_ALIKE.values()))
     assert run(unit, "status --json").object == {"ok": True, "exit": DONE, "errors": {}, "time": "2026-01-02 03:04:05",
                                                  **values}
 

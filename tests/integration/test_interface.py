@@ -85,7 +85,7 @@ def test_every_method_answers_by_its_signature(unit, member):
 def test_every_property_can_be_read_and_written_as_introspection_says(unit, member):
     """And holds what was written."""
     value = unit.client.get(member.name)
-    assert isinstance(value, {"b": bool, "i": int, "d": float, "s": str, "as": list}[member.signature])
+    assert isinstance(value, {"b": bool, "i": int, "u": int, "d": float, "s": str, "as": list}[member.signature])
     if member.access == "readwrite":
         unit.client.set(member.name, member.signature, VALUES[member.signature])
         assert unit.client.get(member.name) == VALUES[member.signature]
