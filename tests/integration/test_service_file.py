@@ -1,10 +1,14 @@
 """The service file: systemd understands it, and it shuts the daemon in."""
 
+import ctypes
 import os
 import re
 import subprocess
 
 import pytest
+
+from virtual_unit.faults import REFUSE
+from virtual_unit.unit import ALL_SIBLINGS
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 #: Exposure in tenths of systemd's points, of a hundred.
@@ -39,11 +43,54 @@ def test_an_attacker_gets_little(service):
     assert status == 0, report
 
 
-@pytest.mark.parametrize("line", ["Type=notify", "Restart=on-failure", "DeviceAllow=/dev/gpiochip4 rw",
-                                  "DeviceAllow=/dev/fb0 r", "DeviceAllow=/dev/fb1 r", "DeviceAllow=char-input r",
-                                  "DeviceAllow=char-alsa rw"])
+@pytest.mark.parametrize("line", ["Type=notify", "Restart=always", "DeviceAllow=/dev/gpiochip4 rw",
+                                  "DeviceAllow=/dev/fb0 r", "DeviceAllow=/dev/fb1 r", "DeviceAllow=char-input rw",
+                                  "DeviceAllow=char-alsa rw", "MemoryMax=512M", "TasksMax=256"])
 def test_what_the_daemon_needs_it_has(service, line):
     assert line in service.read_text().splitlines()
+
+
+def test_keypads_may_be_opened_as_they_are(service, unit):
+    """Less than that, and libinput finds no keypad, without a word."""
+    folder = f"/proc/{unit.pid}"
+    opened = [number for number in os.listdir(f"{folder}/fd")
+              if os.readlink(f"{folder}/fd/{number}") == unit.keypad.node]
+    assert len(opened) == 1
+    with open(f"{folder}/fdinfo/{opened[0]}", encoding="utf-8") as file:
+        access = int(re.search(r"^flags:\s*(\d+)$", file.read(), re.MULTILINE).group(1), 8) & os.O_ACCMODE
+    wanted = {os.O_RDONLY: "r", os.O_WRONLY: "w", os.O_RDWR: "rw"}[access]
+    assert re.findall(r"^DeviceAllow=char-input (\w+)$", service.read_text(), re.MULTILINE) == [wanted]
+
+
+def call_timeout(monkeypatch):
+    """Seconds after which the bus library gives up a call, unless it is told otherwise."""
+    monkeypatch.delenv("SYSTEMD_BUS_TIMEOUT", raising=False)
+    library, bus, timeout = ctypes.CDLL("libsystemd.so.0"), ctypes.c_void_p(), ctypes.c_uint64()
+    assert library.sd_bus_new(ctypes.byref(bus)) >= 0
+    assert library.sd_bus_get_method_call_timeout(bus, ctypes.byref(timeout)) >= 0
+    library.sd_bus_unref(bus)
+    return timeout.value / 1_000_000
+
+
+def calls_of_a_start(make_unit, silent):
+    """The number of calls to the siblings, of which one never answers, in a unit whose zone is not the settings'."""
+    unit = make_unit(daemon=False)
+    unit.settings.preset("time", {"zone": "Berlin", "dst": True})
+    unit.faults.on(silent, kind=REFUSE)  # hanging takes longer and calls no more
+    unit.start_daemon(wait=False)
+    if silent == "settings":
+        assert unit.wait_exit() == 1
+    else:
+        unit.daemon.wait_ready()
+    return len(unit.calls)
+
+
+def test_systemd_waits_longer_than_the_longest_start(service, make_unit, monkeypatch):
+    """In which every call that it makes hangs, with each of the siblings that may change what it calls."""
+    calls = max(calls_of_a_start(make_unit, silent) for silent in (*ALL_SIBLINGS, "none of them"))
+    patience = int(re.search(r"^TimeoutStartSec=(\d+)$", service.read_text(), re.MULTILINE).group(1))
+    assert calls >= 20
+    assert patience > calls * call_timeout(monkeypatch)
 
 
 def test_no_numbered_user_is_required(service):
