@@ -19,22 +19,15 @@ import socket
 import struct
 import subprocess
 
-from . import zones
+from . import namespaces, zones
 from .bus import PrivateBus
 from .unit import ALL_SIBLINGS, VirtualUnit
 
 TIMEDATED = "/lib/systemd/systemd-timedated"
 
-#: What the user says of a machine that cannot do this.
-DECLARED_WITHOUT = "CCU_WITHOUT_REAL_TIMEDATED"
-
 _ZONEINFO = "/usr/share/zoneinfo"
-_UNSHARE = ["unshare", "--user", "--map-root-user", "--mount", "--pid", "--fork", "--kill-child"]
 _TOOLS = {"unshare": "util-linux", "nsenter": "util-linux", "mount": "mount", "dbus-daemon": "dbus",
           TIMEDATED: "systemd"}
-#: Switches of the kernel that keep users from having namespaces, with the value that lets them.
-_SWITCHES = {"user/max_user_namespaces": "> 0", "kernel/unprivileged_userns_clone": "1",
-             "kernel/apparmor_restrict_unprivileged_userns": "0"}
 
 #: What programs read of /etc when they start.
 _OF_ETC = ("passwd", "group", "nsswitch.conf", "ld.so.cache", "machine-id")
@@ -66,25 +59,7 @@ def missing():
                for tool, package in _TOOLS.items() if shutil.which(tool) is None]
     if not os.path.isdir(_ZONEINFO):
         lacking.append(f"{_ZONEINFO} is missing: apt-get install tzdata")
-    return lacking or _missing_namespaces()
-
-
-def _missing_namespaces():
-    trial = subprocess.run([*_UNSHARE, "mount", "--rbind", "/etc", "/etc"], capture_output=True, text=True, check=False)
-    if trial.returncode == 0:
-        return []
-    switches = [f"sysctl {name.replace('/', '.')} is {value}, wanted {wanted}"
-                for name, wanted in _SWITCHES.items() if (value := _switch(name)) is not None]
-    return [f"namespaces are not to be had: {trial.stderr.strip()} ({'; '.join(switches)}; in a container its "
-            "seccomp profile must allow unshare and mount)"]
-
-
-def _switch(name):
-    try:
-        with open(f"/proc/sys/{name}", encoding="utf-8") as file:
-            return file.read().strip()
-    except OSError:
-        return None
+    return lacking or [text for text in [namespaces.refusal()] if text]
 
 
 # The unit -------------------------------------------------------------------------------------------------------------
@@ -95,8 +70,8 @@ class _NamespaceBus(PrivateBus):
 
     def __init__(self, directory, kind, environment, services):
         variables = [f"{name}={value}" for name, value in environment.items()]
-        super().__init__(directory, kind, [*_UNSHARE, "env", *variables, "sh", "-c", _FURNISH, "sh", directory],
-                         services)
+        launcher = [*namespaces.UNSHARE, "env", *variables, "sh", "-c", _FURNISH, "sh", directory]
+        super().__init__(directory, kind, launcher, services)
 
     def stop(self):
         """Ends the bus and everything in its namespaces."""

@@ -1,49 +1,16 @@
-"""The Debian packages: what they hold and ask for, what their scripts do, and that what they install runs.
-
-They are installed in a throw-away root, by dpkg itself, as the root of a user namespace to which the machine's own
-files are read-only.  What is run there finds the libraries that it needs, copied from the machine, and nothing else.
-"""
+"""The Debian packages: what they hold and ask for, and that the system's files fit each other."""
 
 import glob
 import os
 import re
-import shutil
 import subprocess
 import tempfile
 
 import pytest
 
-from virtual_unit import VirtualUnit
-from virtual_unit.real_timedated import missing
+from tests.integration.built_packages import BUILD, LIBRARIES, ROOT, UNIT_FILE, make_packages, run, text_of
 
-BUILD = os.environ["CCU_BUILD_DIR"]
-ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
-LIBRARIES = "usr/lib/{}".format(subprocess.run(["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], capture_output=True,
-                                               text=True, check=True).stdout.strip())
 INTERFACE = "com.tavilon.common.Controller1"
-UNIT_FILE = "lib/systemd/system/controllerd.service"
-ENABLED = "etc/systemd/system/multi-user.target.wants/controllerd.service"
-
-
-def run(*command, **options):
-    """What a command prints; it must succeed."""
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
-    assert done.returncode == 0, f"{command}: {done.stdout}"
-    return done.stdout
-
-
-def text_of(*path):
-    """A file of the tree."""
-    with open(os.path.join(ROOT, *path), encoding="utf-8") as file:
-        return file.read()
-
-
-def make_packages(folder):
-    """Makes the packages of this build; returns their files by their names."""
-    hasty = {**os.environ, "DPKG_DEB_COMPRESSOR_LEVEL": "1"}
-    run(os.path.join(ROOT, "packaging", "make-packages"), BUILD, str(folder), env=hasty)
-    return {os.path.basename(path).split("_")[0]: path for path in glob.glob(f"{folder}/*.deb")}
 
 
 @pytest.fixture(scope="module", name="packages")
@@ -219,155 +186,3 @@ def test_polkit_lets_the_units_user_set_the_clock(tmp_path, user, action, answer
                       f"{text_of('packaging', 'polkit', 'controllerd.rules')}\n"
                       f'print(rules.length, String(rules[0]({{id: "{action}"}}, {{user: "{user}"}})));\n')
     assert run("duk", str(script)) == f"1 {answer}\n"
-
-
-# A throw-away root ----------------------------------------------------------------------------------------------------
-
-#: Runs a command to which everything but the folder $1 is read-only.
-_APART = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-e", "-c",
-          'mount --bind "$1" "$1"; mount -o remount,bind,ro /; shift; exec "$@"', "sh"]
-
-#: Runs a program of the root $1, $3, in it; the folder $2 and /proc are there too.
-_INSIDE = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-e", "-c",
-           'for folder in "$2" /proc; do mkdir -p "$1$folder"; mount --rbind "$folder" "$1$folder"; done; '
-           'root=$1 program=${3#"$1"}; shift 3; exec chroot "$root" "$program" "$@"', "sh"]
-
-
-class ThrowAwayRoot:
-    """The smallest root that dpkg, sysusers and systemctl take for one."""
-
-    def __init__(self, folder):
-        self.folder = folder
-        for name in ("bin", "sbin", "lib", "lib64"):
-            os.makedirs(self.at("usr", name))
-            os.symlink(f"usr/{name}", self.at(name))
-        for name in ("etc", "dev", "tmp", "var/lib/dpkg/updates", "var/lib/dpkg/info"):
-            os.makedirs(self.at(name))
-        for name in ("status", "available"):
-            self.write(f"var/lib/dpkg/{name}", "")
-
-    def at(self, *path):
-        """A path in the root."""
-        return os.path.join(self.folder, *path)
-
-    def has(self, path):
-        """Whether the root has a file or a link there."""
-        return os.path.lexists(self.at(path))
-
-    def write(self, path, text):
-        """Makes a file."""
-        with open(self.at(path), "w", encoding="utf-8") as file:
-            file.write(text)
-
-    def lines(self, path):
-        """The lines of a file as lists of what is between colons."""
-        with open(self.at(path), encoding="utf-8") as file:
-            return [line.rstrip("\n").split(":") for line in file]
-
-    def run(self, *command):
-        """Runs a command that has the root as an argument."""
-        return run(*_APART, self.folder, *command, env={"PATH": PATH, "LC_ALL": "C"})
-
-    def dpkg(self, *arguments):
-        """Runs dpkg; the packages' scripts find the root in $DPKG_ROOT, since there is no shell in it."""
-        return self.run("dpkg", f"--root={self.folder}", "--force-depends", "--force-script-chrootless", *arguments)
-
-    def add_libraries(self):
-        """Copies what the installed programs need from the machine."""
-        own = {**os.environ, "LD_LIBRARY_PATH": self.at(LIBRARIES)}
-        for program in glob.glob(self.at("usr/bin/*")):
-            for library in set(re.findall(r"(/\S+) \(0x", run("ldd", program, env=own))):
-                if not library.startswith(self.folder) and not self.has(library[1:]):
-                    os.makedirs(os.path.dirname(self.at(library[1:])), exist_ok=True)
-                    shutil.copy(library, self.at(library[1:]))
-
-
-@pytest.fixture(scope="module", name="machine")
-def machine_fixture():
-    """A machine that can do what follows."""
-    lacking = missing()
-    assert not lacking, "; ".join(lacking)
-
-
-@pytest.fixture(name="make_root")
-def make_root_fixture(machine):
-    """Makes throw-away roots, which end with the test."""
-    assert machine is None
-    with tempfile.TemporaryDirectory(prefix="ccu-root-") as folder:
-        yield lambda: ThrowAwayRoot(os.path.join(folder, "root"))
-
-
-@pytest.fixture(scope="module", name="installed")
-def installed_fixture(machine, packages):
-    """A root with the programs and their libraries."""
-    assert machine is None
-    with tempfile.TemporaryDirectory(prefix="ccu-root-") as folder:
-        root = ThrowAwayRoot(os.path.join(folder, "root"))
-        root.dpkg("--install", *packages.values())
-        root.add_libraries()
-        yield root
-
-
-def test_a_unit_without_the_user_gets_it(packages, make_root):
-    """With its number and the groups of the service, and the service is not enabled."""
-    root = make_root()
-    root.dpkg("--install", packages["controllerd"])
-    assert [line[:7] for line in root.lines("etc/passwd")] == [
-        ["ccu", "x", "1000", "1000", "Camera control unit", "/home/ccu", "/usr/sbin/nologin"]]
-    assert {line[0] for line in root.lines("etc/group")} == {"audio", "ccu", "gpio", "input", "video"}
-    assert root.has(UNIT_FILE) and not root.has(ENABLED)
-
-
-def test_a_unit_that_has_the_user_keeps_it(packages, make_root):
-    """Its number, its login, its groups."""
-    root = make_root()
-    user, groups = "ccu:x:1234:1234::/data:/bin/bash\n", "ccu:x:1234:\naudio:x:29:ccu\n"
-    root.write("etc/passwd", user)
-    root.write("etc/group", groups)
-    root.dpkg("--install", packages["controllerd"])
-    assert root.lines("etc/passwd") == [user.strip().split(":")]
-    assert root.lines("etc/group")[:2] == [line.split(":") for line in groups.splitlines()]
-
-
-def test_an_operators_choice_outlives_an_upgrade(packages, make_root):
-    """A service that was disabled stays so, one that was enabled too, and purging leaves nothing but the user."""
-    root = make_root()
-    root.dpkg("--install", packages["controllerd"])
-    for order, enabled in (("enable", True), ("disable", False), ("enable", True)):
-        root.run("systemctl", f"--root={root.folder}", "--quiet", order, "controllerd.service")
-        root.dpkg("--install", packages["controllerd"])
-        assert root.has(ENABLED) == enabled
-    root.dpkg("--purge", "controllerd")
-    left = run("find", root.folder, "-name", "*controller*", "-not", "-path", "*/var/lib/dpkg/*")
-    assert left == "" and root.lines("etc/passwd")
-
-
-def test_no_package_has_configuration_files(installed):
-    """What dpkg would ask the operator about at an upgrade."""
-    assert "Conffiles:" not in "".join(":".join(line) for line in installed.lines("var/lib/dpkg/status"))
-
-
-@pytest.fixture(scope="module", name="running")
-def running_fixture(installed):
-    """A unit with the installed daemon, which gets nothing from the build, and the command to run others beside it."""
-    with VirtualUnit(daemon=False, environment={"LD_PRELOAD": None, "PATH": PATH}) as unit:
-        inside = [*_INSIDE, installed.folder, unit.directory]
-        unit.daemon.launcher, unit.daemon.binary = inside, installed.at("usr/bin/controllerd")
-        unit.start_daemon()
-        yield unit, inside
-        unit.stop_daemon()
-
-
-def test_the_installed_daemon_comes_up(running, installed):
-    """It says that it is ready, and answers on the unit's bus."""
-    unit, _ = running
-    assert unit.ready
-    assert os.readlink(f"/proc/{unit.pid}/root") == installed.folder
-    assert unit.client.call("VideoRecordStop") == (-1, "Unknown error")
-    assert unit.calls.members()[-1:] == [("video", "StopRecording")]
-
-
-def test_the_installed_control_runs(running, installed):
-    unit, inside = running
-    assert run(*inside, installed.at("usr/bin/controllerctl"), "--version",
-               env=unit.daemon.environment()) == "controllerctl 1.0.0\n"

@@ -1,7 +1,7 @@
 """Clock and zone against systemd-timedated itself, which moves no clock here: see virtual_unit/real_timedated.py.
 
-CCU_WITHOUT_REAL_TIMEDATED=1 says that the machine cannot run it. Without that, a machine that cannot fails here, in one
-test that says what is missing.
+A machine that cannot run it fails here, in one test that says what is missing; `ccu test` leaves these tests out where
+namespaces are refused.
 """
 
 import contextlib
@@ -17,7 +17,7 @@ import pytest
 from tests.integration.client_driver import ClientDriver, debug, error
 from tests.integration.time_texts import CLOCK_REFUSED, SET_CLOCK, SET_ZONE, refused, rules, second, told
 from virtual_unit import declaration, zones
-from virtual_unit.real_timedated import DECLARED_WITHOUT, RealTimedatedUnit, missing
+from virtual_unit.real_timedated import RealTimedatedUnit, missing
 
 ZONES = [zone.name for zone in zones.table()]
 SERVICE, OBJECT = "org.freedesktop.timedate1", "/org/freedesktop/timedate1"
@@ -30,17 +30,12 @@ SECONDS = 1_000_000_000
 WALK = ["CCU/Kathmandu", "CCU/New_York", "CCU/DST/Auckland", "CCU/Lord_Howe", "CCU/DST/Berlin", "CCU/Auckland",
         "CCU/Berlin", "CCU/London"]
 
-_declared_without = os.environ.get(DECLARED_WITHOUT) == "1"
 _lacking = "; ".join(missing())
 
 
-def test_this_machine_can_run_timedated_or_is_said_not_to(capsys):
-    """One of the two; what is missing is told."""
-    if _declared_without:
-        with capsys.disabled():
-            print(f"\n{__name__}: left out by {DECLARED_WITHOUT}=1: {_lacking or 'although nothing is missing'}")
-    else:
-        assert not _lacking, f"{_lacking}. {DECLARED_WITHOUT}=1 leaves these tests out."
+def test_this_machine_can_run_timedated():
+    """What is missing is told."""
+    assert not _lacking
 
 
 # Fixtures -------------------------------------------------------------------------------------------------------------
@@ -115,7 +110,7 @@ BOTH = ["TimezoneChanged", "TimeChanged"]
 class TestRealTimedated:
     """What the stand-in is trusted to do like the real one."""
 
-    __test__ = not _declared_without and not _lacking
+    __test__ = not _lacking
 
     # Zones ------------------------------------------------------------------------------------------------------------
 
@@ -249,10 +244,11 @@ class TestRealTimedated:
              OBJECT], capture_output=True, text=True, check=True)
         assert members(ElementTree.fromstring(asked.stdout)) == members(stand_in())
 
-    def test_the_machine_keeps_its_own_zone_clock_and_mounts(self):
-        """Also while the zone is another one, and after all is over."""
+    @pytest.mark.parametrize("folder_of_units", [None, "/dev/shm"])
+    def test_the_machine_keeps_its_own_zone_clock_and_mounts(self, folder_of_units):
+        """Also while the zone is another one, and after all is over, and whatever file system the unit is in."""
         with machine_untouched():
-            with RealTimedatedUnit() as unit, machine_untouched():
+            with RealTimedatedUnit(directory=folder_of_units) as unit, machine_untouched():
                 unit.client.call("SetTimezone", "s", "Kathmandu")
                 unit.client.call("SetTimeSecs", "ib", SECONDS, True)
                 folder = unit.directory
@@ -284,9 +280,8 @@ def inside(folder):
     found = {}
     for pid in filter(str.isdigit, os.listdir("/proc")):
         try:
-            with open(f"/proc/{pid}/mountinfo", encoding="utf-8") as mounts, \
-                    open(f"/proc/{pid}/comm", encoding="utf-8") as name:
-                if f"{folder}/etc /etc " in mounts.read():
+            if os.path.samefile(f"/proc/{pid}/root/etc", f"{folder}/etc"):
+                with open(f"/proc/{pid}/comm", encoding="utf-8") as name:
                     found[pid] = name.read().strip()
         except OSError:
             continue
