@@ -3,6 +3,18 @@ add_library(ccu_options INTERFACE)
 target_include_directories(ccu_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(ccu_options INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${CCU_WERROR}>:-Werror>)
 
+# What is shipped is hardened as the distribution's own programs are, and against stack clashes besides. Nothing else:
+# _FORTIFY_SOURCE needs optimisation and blinds sanitizers.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT CCU_SANITIZE)
+    set(CCU_HARDENED ON)
+    include(CheckPIESupported)
+    check_pie_supported(LANGUAGES C CXX)
+    set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(ccu_options INTERFACE -fstack-protector-strong -fstack-clash-protection -Wformat
+                                                 -Werror=format-security -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_link_options(ccu_options INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
 if(CCU_SANITIZE)
     target_compile_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)

@@ -71,6 +71,8 @@ EXPORT int open(const char* path, int flags, ...)
     va_end(arguments);
     return next(place_of(path, space), flags, mode);
 }
+/* What a program calls that was compiled with _FORTIFY_SOURCE. */
+EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
 
 EXPORT int openat(int folder, const char* path, int flags, ...)
 {
