@@ -211,6 +211,7 @@ int main(int count, char** arguments)
         std::printf("\n");
         Table table({"PNG encoder", "way", "least", "median", "size"});
         MeasureEncoding(table, "interface over smooth video", SmoothVideo(), isQuick ? 3 : 15);
+        MeasureEncoding(table, "interface over camera video", CameraVideo(), isQuick ? 3 : 15);
         MeasureEncoding(table, "interface over noise", NoisyVideo(), isQuick ? 3 : 15);
         table.Print();
     }

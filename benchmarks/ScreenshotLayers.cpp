@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 
 namespace Bench
@@ -18,6 +19,7 @@ using ControllerDaemon::videoPixelBytes;
 
 constexpr size_t pixelCount = size_t{screenWidth} * screenHeight;
 constexpr unsigned noiseLevels = 64;
+constexpr unsigned sensorLevels = 4;
 
 void Fill(std::vector<uint8_t>& overlay, uint32_t left, uint32_t top, uint32_t width, uint32_t height, uint32_t colour)
 {
@@ -45,6 +47,17 @@ std::vector<uint8_t> SmoothVideo()
         video[pixel * videoPixelBytes] = static_cast<uint8_t>(x * 255 / screenWidth);
         video[pixel * videoPixelBytes + 1] = static_cast<uint8_t>(y * 255 / screenHeight);
         video[pixel * videoPixelBytes + 2] = static_cast<uint8_t>((x + y) / 16);
+    }
+    return video;
+}
+
+std::vector<uint8_t> CameraVideo()
+{
+    std::vector<uint8_t> video = SmoothVideo();
+    std::mt19937 noise(1); // NOLINT(cert-msc51-cpp): every run measures the same picture
+    for (uint8_t& byte : video)
+    {
+        byte = static_cast<uint8_t>(std::min(byte + noise() % sensorLevels, uint_fast32_t{UINT8_MAX}));
     }
     return video;
 }

@@ -11,8 +11,10 @@ namespace Bench
 inline constexpr uint32_t screenWidth = 1920;
 inline constexpr uint32_t screenHeight = 1080;
 
-/// The pixels of a screen's video layer: smooth surfaces, or the same in the dark, gained up to noise.
+/// The pixels of a screen's video layer: smooth surfaces, the same as a camera sees them, or in the dark, gained up to
+/// noise.
 [[nodiscard]] std::vector<uint8_t> SmoothVideo();
+[[nodiscard]] std::vector<uint8_t> CameraVideo();
 [[nodiscard]] std::vector<uint8_t> NoisyVideo();
 /// The pixels of an interface layer: a few opaque and translucent areas and lines of text on an otherwise clear screen.
 [[nodiscard]] std::vector<uint8_t> InterfaceOverlay();
