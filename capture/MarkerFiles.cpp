@@ -38,6 +38,26 @@ HideResult SetHiddenAttribute(int descriptor)
     return ioctl(descriptor, FAT_IOCTL_SET_ATTRIBUTES, &attributes) != 0 ? HideResult::NotWritten : HideResult::Hidden;
 }
 
+/// Opens a plain file and nothing else: others can put what they like under a marker's name, which is known beforehand.
+/// A pipe would be waited for and a link followed; a device or a pipe with a reader notices that it is opened, so these
+/// are not even tried. Negative when there is no such file, or none can be made.
+int OpenPlainFile(const std::string& path, int flags, mode_t mode)
+{
+    struct stat status
+    {};
+    if (lstat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    {
+        return -1;
+    }
+    const int descriptor = open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+    if (descriptor >= 0 && (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)))
+    {
+        close(descriptor); // it came between the two looks
+        return -1;
+    }
+    return descriptor;
+}
+
 std::string MarkerPath(const std::string& mediaPath, const char* suffix)
 {
     if (mediaPath.empty())
@@ -70,18 +90,19 @@ std::string RecoveryPath(const std::string& mediaPath) { return MarkerPath(media
 bool CreateHiddenFile(const std::string& path, bool ownerExecute)
 {
     const mode_t mode = ownerExecute ? S_IWUSR | S_IXUSR : S_IWUSR;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    const int descriptor = OpenPlainFile(path, O_WRONLY | O_CREAT, mode);
     if (descriptor < 0)
     {
         return false;
     }
+    const bool emptied = ftruncate(descriptor, 0) == 0;
     const bool hidden = SetHiddenAttribute(descriptor) == HideResult::Hidden;
-    return close(descriptor) == 0 && hidden;
+    return close(descriptor) == 0 && emptied && hidden;
 }
 
 bool MakeHidden(const std::string& path)
 {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_APPEND | O_CLOEXEC);
+    const int descriptor = OpenPlainFile(path, O_RDONLY | O_APPEND, 0);
     if (descriptor < 0)
     {
         Log::Error("MakeHidden: Failed to open file - %s", path.c_str());

@@ -14,13 +14,16 @@ namespace ControllerDaemon
 
 /// Creates or truncates a file that only its owner can write (and execute, when `ownerExecute`), and sets its FAT
 /// hidden attribute. False when the file could not be created, and also where the filesystem is not FAT: the file
-/// stands then, hidden by its dot alone.
+/// stands then, hidden by its dot alone. A pipe, link, socket, device or folder at the path counts as a file that could
+/// not be created; it is not opened, followed or changed, nor waited for.
 bool CreateHiddenFile(const std::string& path, bool ownerExecute);
 
-/// Sets the FAT hidden attribute of an existing file. False, and logged, when that fails.
+/// Sets the FAT hidden attribute of an existing file. False, and logged, when that fails, and for anything else than a
+/// plain file, which is not opened.
 bool MakeHidden(const std::string& path);
 
-/// Removes the recActive marker of a media file. A missing marker is no error. Non-zero, and logged, on failure.
+/// Removes the recActive marker of a media file, or what else stands under its name: a link, not its target; a folder
+/// only when it is empty. A missing marker is no error. Non-zero, and logged, on failure.
 int RemoveRecActiveFile(const std::string& mediaPath);
 
 /// Removes the recovery file of a media file, on the same terms.

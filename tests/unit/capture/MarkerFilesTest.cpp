@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
@@ -13,10 +14,12 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <vector>
 
 namespace
 {
@@ -87,6 +90,7 @@ namespace
 
 using namespace ControllerDaemon;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using Line = SyslogCapture::Line;
 
@@ -175,6 +179,67 @@ TEST_F(MarkerFiles, CreatingFailsQuietly)
     EXPECT_FALSE(CreateHiddenFile(Path(".unclosed"), true));
     EXPECT_TRUE(std::filesystem::exists(Path(".unwritten")));
     EXPECT_THAT(SyslogCapture::Take(), IsEmpty());
+}
+
+/// What may stand in a marker's place, and the file that a link leads to.
+class InTheWay : public MarkerFiles
+{
+  protected:
+    void SetUp() override
+    {
+        MarkerFiles::SetUp();
+        fat.emplace();
+        target_ = Create("target", "kept");
+        ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+        std::filesystem::create_symlink(target_, Path("link"));
+        std::filesystem::create_symlink(Path("new"), Path("nowhere"));
+        std::filesystem::create_symlink("loop", Path("loop"));
+        std::filesystem::create_directory(Path("folder"));
+    }
+
+    static constexpr const char* names[] = {"pipe", "link", "nowhere", "loop", "folder"};
+    std::string target_;
+};
+
+TEST_F(InTheWay, NothingButAFileIsEmptiedOrHidden)
+{
+    for (const char* name : names)
+    {
+        EXPECT_FALSE(CreateHiddenFile(Path(name), true)) << name;
+    }
+    EXPECT_EQ(std::filesystem::file_size(target_), 4U);
+    EXPECT_FALSE(std::filesystem::exists(Path("new")));
+    EXPECT_EQ(fat->attributes, 0x20U);
+    EXPECT_THAT(SyslogCapture::Take(), IsEmpty());
+}
+
+TEST_F(InTheWay, MakeHiddenCannotOpenIt)
+{
+    std::vector<Line> lines;
+    for (const char* name : names)
+    {
+        EXPECT_FALSE(MakeHidden(Path(name))) << name;
+        lines.push_back({LOG_ERR, "MakeHidden: Failed to open file - " + Path(name)});
+    }
+    EXPECT_EQ(fat->attributes, 0x20U);
+    EXPECT_THAT(SyslogCapture::Take(), ElementsAreArray(lines));
+}
+
+/// A terminal's line: its other end sees a hang-up once somebody has opened and closed it.
+TEST_F(InTheWay, ADeviceIsNotEvenOpened)
+{
+    const int other = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(other, 0);
+    ASSERT_EQ(unlockpt(other), 0);
+    const std::string device = ptsname(other);
+    EXPECT_FALSE(CreateHiddenFile(device, true));
+    EXPECT_FALSE(MakeHidden(device));
+    pollfd state{.fd = other, .events = 0, .revents = 0};
+    EXPECT_EQ(poll(&state, 1, 0), 0);
+    close(open(device.c_str(), O_RDWR | O_NOCTTY));
+    EXPECT_EQ(poll(&state, 1, 0), 1) << "that is how it would look";
+    EXPECT_EQ(fat->attributes, 0x20U);
+    close(other);
 }
 
 TEST_F(MarkerFiles, MakeHiddenTellsEachFailure)
