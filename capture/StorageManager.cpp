@@ -31,6 +31,7 @@ constexpr MediaFile autoLogFile{"-autolog.mp4", "Autolog", "GetNextAutoLogPath",
 
 CaptureErrorCode GetNextPath(const MediaFile& file, std::string& path)
 {
+    path.clear();
     std::string folder;
     std::string stem;
     const CaptureErrorCode code = StorageManager::GetFilepathComponents(folder, stem);

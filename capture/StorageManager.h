@@ -16,7 +16,7 @@ class StorageManager
     /// NoCurrentJob without a job, PathNotCreated for everything else that fails.
     static DbusHelper::CaptureErrorCode GetFilepathComponents(std::string& folder, std::string& stem);
 
-    /// Full path of the next file of each kind. The same codes; the path stays empty then.
+    /// Full path of the next file of each kind. The same codes; the path is empty then.
     static DbusHelper::CaptureErrorCode GetNextSnapshotPath(std::string& path);
     static DbusHelper::CaptureErrorCode GetNextVideoRecordingPath(std::string& path);
     static DbusHelper::CaptureErrorCode GetNextPhotoTalkPath(std::string& path);

@@ -1,5 +1,6 @@
 #include "capture/AutoLogCapture.h"
 #include "capture/PhotoTalkCapture.h"
+#include "capture/StorageManager.h"
 #include "capture/VideoCapture.h"
 #include "tests/driver/OperationTable.h"
 
@@ -13,4 +14,8 @@ void AddOperations(Driver::OperationTable& table)
     table.Add("photoTalk.Cancel", &PhotoTalkCapture::PhotoTalkRecordCancel);
     table.Add("autolog.Cancel", &AutoLogCapture::AutoLogRecordCancel);
     table.Add("autolog.StopAndSaveAllRecordingsOnStoragePath", &AutoLogCapture::StopAndSaveAllRecordingsOnStoragePath);
+    table.Add("paths.GetNextSnapshotPath", &StorageManager::GetNextSnapshotPath);
+    table.Add("paths.GetNextVideoRecordingPath", &StorageManager::GetNextVideoRecordingPath);
+    table.Add("paths.GetNextPhotoTalkPath", &StorageManager::GetNextPhotoTalkPath);
+    table.Add("paths.GetNextAutoLogPath", &StorageManager::GetNextAutoLogPath);
 }

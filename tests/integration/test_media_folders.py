@@ -4,7 +4,9 @@ import os
 
 import pytest
 
+from tests.integration.client_driver import ClientDriver
 from tests.integration.recording_texts import (MESSAGES, VIDEO, error, info, left_over, lines_of)
+from virtual_unit import REFUSE, VirtualUnit
 
 
 def redirect(unit, folder, stem="0001"):
@@ -113,3 +115,29 @@ def test_a_full_disk_with_the_folder_lets_the_video_daemon_decide(make_unit):
     VIDEO.start_recording(unit)
     assert left_over(unit) == ["0001.mp4"], "no marker could be made"
     assert unit.client.call("VideoRecordStop") == (0, MESSAGES[0])
+
+
+@pytest.fixture(scope="module", name="driver")
+def driver_fixture():
+    """A driver of the operations by which the daemon's parts get their paths, and the unit that it asks."""
+    with VirtualUnit(daemon=False) as unit, ClientDriver(unit, program="capture_driver") as driver:
+        yield unit, driver
+
+
+@pytest.mark.parametrize("operation, suffix", [
+    ("GetNextSnapshotPath", ".jpeg"), ("GetNextVideoRecordingPath", ".mp4"), ("GetNextPhotoTalkPath", "-photoTalk.mp4"),
+    ("GetNextAutoLogPath", "-autolog.mp4")])
+def test_a_path_is_empty_when_there_is_none(driver, operation, suffix):
+    """Whatever the caller had there before."""
+    unit, asked = driver
+    folder = os.path.join(unit.media, "paths")
+    redirect(unit, folder)
+    assert asked.run(f"paths.{operation}").outs == [f"{folder}/0001{suffix}"]
+    for answer, code in (((7, "", ""), -7), ((5, folder, "0002"), -4), ((0, folder, ""), -4)):
+        unit.jobs.on_GetNewMediaPathComponents = lambda _path, answer=answer: answer
+        outcome = asked.run(f"paths.{operation}")
+        assert (outcome.result, outcome.outs) == (code, [""])
+    rule = unit.faults.on("jobs", "GetNewMediaPathComponents", kind=REFUSE)
+    outcome = asked.run(f"paths.{operation}")
+    rule.cancel()
+    assert (outcome.result, outcome.outs) == (-4, [""])
