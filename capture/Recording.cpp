@@ -6,6 +6,7 @@
 #include "clients/StorageDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 
+#include <cerrno>
 #include <optional>
 
 namespace ControllerDaemon::Recording
@@ -27,21 +28,22 @@ bool IsInProgress(const Kind& kind)
     return kind.peers.getState(state, nullptr) >= 0 && state != stateOff;
 }
 
-/// The storage of a file, empty when it does not resolve.
-std::string StorageOf(const std::string& filename)
+/// The storage of a file, empty when no device holds it; nothing when that could not be asked.
+std::optional<std::string> StorageOf(const std::string& filename)
 {
     std::string storagePath;
-    if (StorageDaemonDbusHandler::GetPathFromFilename(filename, storagePath) < 0)
+    const int32_t result = StorageDaemonDbusHandler::GetPathFromFilename(filename, storagePath);
+    if (result < 0)
     {
         Log::Error("GetPathFromFilename() failed for filepath %s", filename.c_str());
-        return {};
+        return result == -ENOENT ? std::optional(storagePath) : std::nullopt;
     }
     Log::Info("GetPathFromFilename() ok %s", storagePath.c_str());
     return storagePath;
 }
 
-/// The storage of the recording in progress, empty when it does not resolve any more; nothing when no recording that
-/// could be affected is known.
+/// The storage of the recording in progress, empty when no device holds its file any more; nothing when no recording
+/// that could be affected is known, or its storage could not be asked for: that is no news of the storage itself.
 std::optional<std::string> StorageInUse(const Kind& kind, const char* signature)
 {
     if (!IsInProgress(kind))

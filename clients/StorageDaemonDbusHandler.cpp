@@ -134,6 +134,9 @@ int32_t ListDevices(std::vector<Device>& devices)
     return result;
 }
 
+/// A question's failure, which must not read as the answer that no device holds the file.
+int32_t NotAnswered(int32_t result) { return result == -ENOENT ? -EIO : result; }
+
 /// Components, the root among them, of a mount point that holds the file; 0 when it does not.
 size_t MatchingComponents(const std::string& mountPoint, const std::filesystem::path& file)
 {
@@ -242,15 +245,19 @@ int32_t Handler::GetPathFromFilename(const std::string& filename, std::string& s
     const int32_t result = ListDevices(devices);
     if (result < 0)
     {
-        return result;
+        return NotAnswered(result);
     }
     const std::filesystem::path file(filename);
     const Device* holder = nullptr;
     size_t longest = 0;
+    int32_t notHeld = -ENOENT;
     for (Device& device : devices)
     {
-        if (!device.mountPoint.has_value() && GetMountPoint(device.path, device.mountPoint.emplace()) < 0)
+        const int32_t asked =
+            device.mountPoint.has_value() ? 0 : GetMountPoint(device.path, device.mountPoint.emplace());
+        if (asked < 0)
         {
+            notHeld = NotAnswered(asked);
             continue;
         }
         const size_t components = MatchingComponents(*device.mountPoint, file);
@@ -262,7 +269,7 @@ int32_t Handler::GetPathFromFilename(const std::string& filename, std::string& s
     }
     if (holder == nullptr)
     {
-        return -ENOENT;
+        return notHeld;
     }
     storagePath = holder->path;
     return result;

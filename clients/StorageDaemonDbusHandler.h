@@ -69,7 +69,9 @@ class StorageDaemonDbusHandler
     static int32_t GetStorageObjectPaths(std::vector<std::string>& paths);
 
     /// The device that holds a file: the one whose mount point is the longest prefix, by whole path components, of
-    /// `filename`, an absolute path. The file need not exist. -ENOENT, not logged, when no device holds it.
+    /// `filename`, an absolute path. The file need not exist. -ENOENT, not logged, when no device holds it, and only
+    /// then: that is an answer, everything else that is negative a question that failed. A device whose mount point
+    /// cannot be asked for is passed over when another one holds the file, and is such a failure otherwise.
     static int32_t GetPathFromFilename(const std::string& filename, std::string& storagePath);
 
   private:

@@ -188,14 +188,14 @@ def delete(model):
 
 
 def storage_event(model, handler):
-    """The recording's own part of a storage event up to the decision: whether its storage resolves, None if nothing is
-    known of it.  The kinds that are not recording ask before and after; see `before` and `after`."""
+    """The recording's own part of a storage event up to the decision: whether its storage is known; what could not be
+    asked is no reason to end it.  The kinds that are not recording ask before and after; see `before` and `after`."""
     kind = model.kind
     if not model.ask(*kind.state_call):
-        return None
+        return False
     if not model.ask(*kind.filename_call):
         model.error(f"{getattr(kind, handler)} Failed to get {kind.word} recording filepath")
-        return None
+        return False
     if model.find_storage():
         return True
     model.error("GetPathFromFilename() failed for filepath ", ".+/0001.*mp4")

@@ -164,12 +164,12 @@ class Low(Running):
 
     def walk(self, model, unit):
         recording_model.before(model)
-        resolves = recording_model.storage_event(model, "storage")
-        stopped = resolves and self.saved(model, unit)
+        known = recording_model.storage_event(model, "storage")
+        stopped = known and self.saved(model, unit)
         recording_model.after(model)
         if stopped:
             model.stopped()
-        return LOW if resolves else ()
+        return LOW if known else ()
 
 
 class Pulled(Running):
@@ -182,7 +182,7 @@ class Pulled(Running):
 
     def walk(self, model, unit):
         recording_model.before(model, removed=True)
-        known = recording_model.storage_event(model, "removed") is not None
+        known = recording_model.storage_event(model, "removed")
         stopped = known and self.lost(model, unit)
         recording_model.after(model, removed=True)
         if stopped:

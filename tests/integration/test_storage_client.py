@@ -163,6 +163,11 @@ def test_a_device_that_is_not_there(driver, case):
 FAILED_LIST = [(ABSENT, -errno.EHOSTUNREACH), (REFUSE, -errno.EACCES), (WRONG_TYPE, -errno.ENXIO)]
 
 
+def told_of_files(result):
+    """What a question for a file's device gives when one of its calls fails: -ENOENT is the answer that there is none."""
+    return -errno.EIO if result == -errno.ENOENT else result
+
+
 @pytest.mark.parametrize("case", LIST_CASES, ids=str)
 @pytest.mark.parametrize("fault, result", FAILED_LIST + [(DIE, -errno.EHOSTUNREACH)])
 def test_the_devices_cannot_be_listed(unit, driver, case, fault, result):
@@ -186,7 +191,7 @@ def test_no_bus_and_no_answer_while_listing(unit):
         with ClientDriver(unit, environment) as driver:
             for case in LIST_CASES:
                 outcome = driver.run(case.operation, *case.inputs)
-                assert outcome.result == result
+                assert outcome.result == (told_of_files(result) if case.inputs else result)
                 assert outcome.lines == [error(f"Storage.GetStorageObjectPaths() failed {result}")]
         if rule:
             rule.cancel()
@@ -221,6 +226,25 @@ def test_a_mount_point_that_cannot_be_asked_for(unit, driver):
     assert found.result >= 0 and found.outs == [INTERNAL]
     assert found.lines == [error(f"static int32_t {CLASS}::GetMountPoint(const std::string&, std::string&): "
                                  "sdbus_utils::GetProperty PROP_MOUNTPOINT failed refused by the simulation")]
+
+
+@pytest.mark.parametrize("fault, result", FAILED_LIST + [(DIE, -errno.ETIMEDOUT)])
+def test_a_file_that_only_the_device_without_an_answer_could_hold(unit, driver, fault, result):
+    """The call's failure, since nobody has said that no device holds it."""
+    mount(unit, card="/m/card", internal="/n")
+    unit.storage.set_properties(PATH, {"AvailableDevices": [INTERNAL, CARD]}, emit=False)
+    rules = [unit.faults.on("storage", "GetManagedObjects"),
+             unit.faults.on("storage", "Get MountPoint", kind=fault, path=CARD)]
+    for name in ("/m/card/x", "/elsewhere"):
+        lost = driver.run("storage.GetPathFromFilename", name)
+        unit.storage.revive()
+        assert (lost.result, lost.outs) == (result, ["untouched"])
+        assert len(lost.lines) == 1 and "PROP_MOUNTPOINT" in lost.lines[0].text
+    assert driver.run("storage.GetPathFromFilename", "/n/x").outs == [INTERNAL]
+    unit.storage.revive()
+    for rule in rules:
+        rule.cancel()
+    assert driver.run("storage.GetPathFromFilename", "/elsewhere").result == -errno.ENOENT
 
 
 def test_only_devices_are_listed(fresh_unit):
