@@ -13,14 +13,19 @@ _ESCAPED = {"n": "\n", "t": "\t", "\\": "\\"}
 
 @dataclass(frozen=True)
 class LogLine:
-    """One message as syslog(3) would have delivered it: its level (0 emergency .. 7 debug) and its text."""
+    """One message as syslog(3) would have delivered it: its level (0 emergency .. 7 debug) and its text.
+
+    callers  where it was logged, the innermost first, as "FILE+OFFSET"; only with CCU_SYSLOG_CALLERS
+    """
     priority: int
     text: str
+    callers: tuple = ()
 
 
 def _parse(record):
-    priority, text = record.split("\t", 1)
-    return LogLine(int(priority), _ESCAPE.sub(lambda match: _ESCAPED[match.group(1)], text))
+    priority, text, *callers = record.split("\t")
+    text = _ESCAPE.sub(lambda match: _ESCAPED[match.group(1)], text)
+    return LogLine(int(priority), text, tuple(callers))
 
 
 class SyslogReader:

@@ -74,6 +74,16 @@ def test_records_are_exact(program, capture_library, tmp_path):
     assert path.read_bytes().splitlines(keepends=True)[2] == b"7\ta\\tb\\nc\\\\d%\n"
 
 
+def test_callers_are_told_to_who_asks_for_them(program, capture_library, tmp_path):
+    path = tmp_path / "log"
+    assert _run(program, capture_library, CCU_SYSLOG_FILE=str(path), CCU_SYSLOG_CALLERS="1") == 0
+    lines = SyslogReader(str(path)).lines()
+    assert [LogLine(line.priority, line.text) for line in lines] == _EXPECTED
+    inside = [[caller for caller in line.callers if caller.startswith(f"{program}+0x")] for line in lines]
+    assert all(inside) and not [caller for line in lines for caller in line.callers if "syslog_capture" in caller]
+    assert len({callers[0] for callers in inside}) == len(lines)  # every line is logged by a call of its own
+
+
 def test_without_the_variable_the_system_log_is_used(program, capture_library, tmp_path):
     assert _run(program, capture_library) == 0
     assert os.listdir(tmp_path) == []
