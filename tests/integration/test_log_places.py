@@ -19,20 +19,28 @@ _ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 _ZONES = "Adelaide, Alaska, "
 
 
+def _source(path):
+    """The path of a source as it is here, whatever stood before it where it was compiled; "" for none of the sources."""
+    parts = pathlib.Path(os.path.normpath(path)).parts
+    tails = (os.path.join(*parts[index:]) for index in range(1, len(parts) - 1))
+    return next((tail for tail in tails if (_ROOT / tail).is_file()), "")
+
+
 def _callers(lines):
-    """The places of the lines' callers, as FILE:LINE, by the places in the binary; those outside the sources left out."""
+    """The places of the calls that led to each text, as FILE:LINE; those outside the sources and the log left out."""
     addresses = {caller for line in lines for caller in line.callers}
     places = {}
     for binary in {caller.rpartition("+")[0] for caller in addresses}:
-        if not pathlib.Path(binary).resolve().is_relative_to(os.environ["CCU_BUILD_DIR"]):
+        if not binary.startswith(os.environ["CCU_BUILD_DIR"]):
             continue
         offsets = sorted({caller.rpartition("+")[2] for caller in addresses if caller.startswith(f"{binary}+")})
         calls = "\n".join(hex(int(offset, 16) - 1) for offset in offsets)  # what returns there
         done = subprocess.run(["addr2line", "-e", binary], input=calls, capture_output=True, text=True, check=True)
         for offset, place in zip(offsets, done.stdout.splitlines()):
             path, _, number = place.partition(" ")[0].rpartition(":")
-            if pathlib.Path(path).is_relative_to(_ROOT) and not path.endswith("/Log.cpp"):
-                places[f"{binary}+{offset}"] = f"{pathlib.Path(path).relative_to(_ROOT)}:{number}"
+            source = _source(path)
+            if source and not source.endswith("/Log.cpp"):
+                places[f"{binary}+{offset}"] = f"{source}:{number}"
     return {line.text: [places[caller] for caller in line.callers if caller in places] for line in lines}
 
 
