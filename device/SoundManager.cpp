@@ -4,6 +4,7 @@
 #include "dbus_helper/Signature.h"
 #include "device/MixerOutput.h"
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,8 +13,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -31,7 +32,7 @@ constexpr unsigned int micOffset = 14;
 constexpr unsigned int spkrOffset = 13;
 constexpr const char* soundFolder = "/usr/share/sounds/";
 constexpr const char* soundExtension = ".wav";
-constexpr const char* speakerControl = "'HP DAC'"; // quoted for the shell: its name has a blank
+constexpr const char* speakerControl = "HP DAC";
 constexpr const char* dacControl = "PCM";
 
 struct ChipCloser
@@ -40,11 +41,11 @@ struct ChipCloser
 };
 using ChipHandle = std::unique_ptr<gpiod_chip, ChipCloser>;
 
-struct PipeCloser
+struct FileCloser
 {
-    void operator()(std::FILE* pipe) const { pclose(pipe); }
+    void operator()(std::FILE* file) const { std::fclose(file); }
 };
-using PipeHandle = std::unique_ptr<std::FILE, PipeCloser>;
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
 
 /// A line as it appears in the log.
 struct Line
@@ -81,6 +82,16 @@ int32_t ReadLine(const Line& source, bool& enabled)
     return result;
 }
 
+/// A program and its arguments, with a null pointer behind them.
+using Words = std::initializer_list<const char*>;
+
+/// Starts a program of the PATH; 0 or an errno. Without a shell in between: whatever characters an argument has, it is
+/// one argument.
+int Spawn(pid_t& child, Words words, const posix_spawn_file_actions_t* actions = nullptr)
+{
+    return posix_spawnp(&child, *words.begin(), actions, nullptr, const_cast<char* const*>(words.begin()), environ);
+}
+
 /// Waits for a child's end; its status, as the C library's system() gives it.
 int Reap(pid_t child)
 {
@@ -90,39 +101,90 @@ int Reap(pid_t child)
     return status;
 }
 
-/// Runs a command through the shell and returns its status, -1 when no shell can be run: system() of some C libraries
-/// would tell that as a shell that did not find the command.
-int RunShell(std::string command)
+/// Runs a program to its end and returns the status that system() gives of a shell that runs it, also where there is
+/// no such program. -1 when there is no room for another process.
+int Run(Words words)
 {
-    std::string shell = "sh";
-    std::string option = "-c";
-    const std::array<char*, 4> arguments{shell.data(), option.data(), command.data(), nullptr};
+    constexpr int notFound = 127 << 8;
+    constexpr int notExecutable = 126 << 8;
     pid_t child = 0;
-    return posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments.data(), environ) == 0 ? Reap(child) : -1;
+    switch (Spawn(child, words))
+    {
+    case 0:
+        return Reap(child);
+    case EAGAIN:
+    case ENOMEM:
+        return -1;
+    case ENOENT:
+        return notFound;
+    default:
+        return notExecutable;
+    }
 }
+
+/// What a program prints. Its end is waited for, and what is not read by then is not missed.
+class Output
+{
+  public:
+    explicit Output(Words words)
+    {
+        std::array<int, 2> pipe{};
+        if (pipe2(pipe.data(), O_CLOEXEC) != 0)
+        {
+            return;
+        }
+        file_.reset(fdopen(pipe[0], "r"));
+        posix_spawn_file_actions_t actions{};
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
+        if (Spawn(child_, words, &actions) != 0)
+        {
+            child_ = 0;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+        close(pipe[1]);
+    }
+    ~Output()
+    {
+        file_.reset(); // before the wait, or a program that prints on would never end
+        if (child_ > 0)
+        {
+            Reap(child_);
+        }
+    }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    Output(Output&&) = delete;
+    Output& operator=(Output&&) = delete;
+
+    /// The next line, with its newline. False at the end.
+    bool Read(std::string& line)
+    {
+        line.clear();
+        int character = 0;
+        while (file_ != nullptr && character != '\n' && (character = std::fgetc(file_.get())) != EOF)
+        {
+            line.push_back(static_cast<char>(character));
+        }
+        return !line.empty();
+    }
+
+  private:
+    FileHandle file_;
+    pid_t child_ = 0;
+};
 
 int32_t SetControl(const char* control, int percent)
 {
-    return RunShell("amixer set " + std::string(control) + " " + std::to_string(percent) + "%");
-}
-
-/// Reads a line of a program's output, with its newline. False at the end.
-bool ReadOutput(std::FILE* pipe, std::string& line)
-{
-    line.clear();
-    int character = 0;
-    while (character != '\n' && (character = std::fgetc(pipe)) != EOF)
-    {
-        line.push_back(static_cast<char>(character));
-    }
-    return !line.empty();
+    const std::string value = std::to_string(percent) + "%";
+    return Run({"amixer", "set", control, value.c_str(), nullptr});
 }
 
 int32_t GetControl(const char* control, const char* key, std::string& text)
 {
-    const PipeHandle pipe(popen(("amixer get " + std::string(control)).c_str(), "re"));
+    Output output({"amixer", "get", control, nullptr});
     std::string line;
-    while (pipe != nullptr && ReadOutput(pipe.get(), line))
+    while (output.Read(line))
     {
         if (IsMixerLine(line, key))
         {
@@ -133,24 +195,12 @@ int32_t GetControl(const char* control, const char* key, std::string& text)
     return -1;
 }
 
-/// Runs the player and reaps it. Without a shell in between: whatever characters a file's name has, it is one file.
-void RunPlayer(std::string path)
-{
-    std::string program = "aplay";
-    const std::array<char*, 3> arguments{program.data(), path.data(), nullptr};
-    pid_t player = 0;
-    if (posix_spawnp(&player, program.c_str(), nullptr, nullptr, arguments.data(), environ) == 0)
-    {
-        Reap(player);
-    }
-}
-
 } // namespace
 
 SoundManager::SoundManager() noexcept
 {
     // What comes of it is nobody's: without a mixer the daemon has other things to do.
-    RunShell("amixer set PGA 3");
+    Run({"amixer", "set", "PGA", "3", nullptr});
 }
 
 int32_t SoundManager::Init()
@@ -228,7 +278,7 @@ int32_t SoundManager::Play(const std::string& name) const
     }
     try
     {
-        std::thread(&RunPlayer, soundFolder + name).detach();
+        std::thread([path = soundFolder + name] { Run({"aplay", path.c_str(), nullptr}); }).detach();
     }
     catch (const std::system_error&) // no thread to be had
     {

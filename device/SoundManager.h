@@ -12,8 +12,8 @@ namespace ControllerDaemon
 /// The unit's audio hardware: two GPIO lines that switch microphone and speaker, the mixer's controls, through amixer,
 /// and sound files, through aplay. Loop thread only; amixer is waited for, aplay is not.
 ///
-/// Results are negative on failure. Those of the operations that set a control are the shell's status as system(3)
-/// gives it: a failing amixer is positive, only a shell that cannot be run is negative.
+/// Results are negative on failure. Those of the operations that set a control are a status as system(3) gives it: a
+/// failing amixer is positive, and so is a missing one; negative is only that no process can be started.
 class SoundManager
 {
   public:

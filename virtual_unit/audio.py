@@ -243,7 +243,7 @@ class Audio:
             file.write(text)
 
     def refuse_processes(self):
-        """From now on the daemon can start no process at all, not even a shell."""
+        """From now on the daemon can start no process at all."""
         self._write("no-processes", "")
 
     def mend(self):

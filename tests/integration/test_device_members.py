@@ -1,6 +1,8 @@
 """The devices' properties as clients see them: values, lines, what is told to whom, and every failure."""
 
 import errno
+import os
+import shutil
 
 import pytest
 
@@ -259,7 +261,62 @@ def test_a_mixer_that_prints_before_it_fails_is_read(unit):
     assert read(unit, "SpkrVolume").answer == 79
 
 
-def test_without_a_shell_the_volume_can_be_neither_written_nor_read(unit):
+@pytest.fixture(name="programs")
+def folder_of_programs(tmp_path):
+    """A folder to be all of the daemon's PATH, with nothing in it but what the unit starts the daemon with."""
+    os.symlink(shutil.which("setpriv"), tmp_path / "setpriv")
+    return tmp_path
+
+
+def write_mixer(folder, contents, mode):
+    """Puts a file in the mixer's place."""
+    (folder / "amixer").write_bytes(contents)
+    (folder / "amixer").chmod(mode)
+
+
+@pytest.mark.parametrize("prepare", [
+    lambda folder: None, lambda folder: (folder / "amixer").mkdir(),
+    lambda folder: write_mixer(folder, b"#!/bin/sh\n", 0o600), lambda folder: write_mixer(folder, b"\0", 0o755),
+    lambda folder: write_mixer(folder, b"#!/nonexistent\n", 0o755)],
+    ids=["none", "a folder", "not executable", "no program", "no interpreter"])
+def test_a_mixer_that_is_not_there_is_as_one_that_fails(make_unit, programs, prepare):
+    """At the start, when the volume is written, and when it is read."""
+    prepare(programs)
+    unit = make_unit(environment={"PATH": str(programs)})
+    assert not [line for line in texts.lines_of(unit) if INIT in line[1]]
+    assert [*write(unit, "SpkrVolume", 20)] == [
+        None, [info(f"{texts.handler('SetSpkrVolume')}: spkr_volume = 20"), *NO_VOLUME_LINES], [], []]
+    assert read(unit, "SpkrVolume").answer == NO_VOLUME
+    assert unit.audio.commands == []
+
+
+def test_a_mixer_that_prints_on_is_not_waited_for_in_vain(make_unit, programs):
+    """Nobody listens to it any more, which ends it."""
+    write_mixer(programs, b"#!/bin/sh\n[ $1 = set ] || while echo 'Front Left: Playback 1 [2%] [3dB]'; do :; done\n",
+                0o755)
+    unit = make_unit(environment={"PATH": str(programs)})
+    assert read(unit, "SpkrVolume").answer == 2
+
+
+def test_the_mixer_inherits_nothing_of_the_daemons(unit):
+    """No socket, no line of the chip, and of pipes the one that it prints to."""
+    before = len(unit.audio.wait_commands("amixer"))
+    unit.audio.hold("amixer")
+    reading = unit.client.request(unit.client.service, unit.client.path, texts.PROPERTIES, "Get", "ss",
+                                  unit.client.interface, "SpkrVolume")
+    unit.audio.wait_commands("amixer", before + 1)
+    with open(f"/proc/{unit.pid}/task/{unit.pid}/children", encoding="ascii") as file:
+        (mixer,) = file.read().split()
+    folder = f"/proc/{mixer}/fd"
+    links = {int(number): os.readlink(os.path.join(folder, number)) for number in os.listdir(folder)}
+    unit.audio.release("amixer")
+    assert reading.result(10).args == (unit.audio.volume,)
+    assert links.pop(1).startswith("pipe:")
+    assert not [link for link in links.values()
+                if link.startswith(("socket:", "anon_inode:", "pipe:")) or "gpio" in link]
+
+
+def test_without_a_process_the_volume_can_be_neither_written_nor_read(unit):
     """By texts of their own."""
     unit.audio.refuse_processes()
     assert [*write(unit, "SpkrVolume", 20)] == [

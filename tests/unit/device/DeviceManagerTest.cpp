@@ -4,13 +4,14 @@
 #include "device/LedValues.h"
 #include "tests/unit/device/BusStandIn.h"
 #include "tests/unit/device/HardwareStandIn.h"
-#include "tests/unit/device/ShellStandIn.h"
+#include "tests/unit/device/ProgramStandIn.h"
 #include "tests/unit/support/SyslogCapture.h"
 #include "tests/unit/support/TestMessage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
 
 namespace
@@ -36,8 +37,8 @@ class DeviceManagerTest : public testing::Test
     {
         HardwareStandIn::TheKeypad() = {};
         HardwareStandIn::TheKeypad().hasUdev = false;
-        ShellStandIn::Answer(0);
-        ShellStandIn::TakeCommands();
+        ProgramStandIn::Refuse(0);
+        ProgramStandIn::TakeCommands();
         BusStandIn::TakeLedCalls();
         SyslogCapture::Take();
     }
@@ -86,12 +87,12 @@ TEST_F(DeviceManagerTest, WithoutABusAChangeIsNotEmitted)
     DeviceManager::SetBus(nullptr);
     EXPECT_LT(DeviceManager::EmitPropertyChanged("MicEnabled"), 0);
     EXPECT_EQ(DeviceManager::SetSpkrVolume(40), 0);
-    EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre("amixer set 'HP DAC' 40%"));
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre("amixer set 'HP DAC' 40%"));
 }
 
-TEST_F(DeviceManagerTest, AVolumeWithoutAShellFails)
+TEST_F(DeviceManagerTest, AVolumeWithoutRoomForAProcessFails)
 {
-    ShellStandIn::Answer(-1);
+    ProgramStandIn::Refuse(EAGAIN);
     EXPECT_EQ(DeviceManager::SetSpkrVolume(40), -1);
     EXPECT_THAT(SyslogCapture::Take(),
                 ElementsAre(Line{LOG_ERR, "static int32_t ControllerDaemon::DeviceManager::SetSpkrVolume(int): "

@@ -1,12 +1,14 @@
 #include "device/SoundManager.h"
 
-#include "tests/unit/device/ShellStandIn.h"
+#include "tests/unit/device/ProgramStandIn.h"
 #include "tests/unit/support/SyslogCapture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
+#include <utility>
 
 namespace
 {
@@ -22,18 +24,19 @@ class SoundManagerTest : public testing::Test
   protected:
     void SetUp() override
     {
-        ShellStandIn::Answer(0);
-        ShellStandIn::Print("");
-        ShellStandIn::TakeCommands();
+        ProgramStandIn::Answer(0);
+        ProgramStandIn::Refuse(0);
+        ProgramStandIn::Print("");
+        ProgramStandIn::TakeCommands();
         SyslogCapture::Take();
     }
 };
 
 TEST_F(SoundManagerTest, IsMadeByOneCommandWhateverComesOfIt)
 {
-    ShellStandIn::Answer(-1);
+    ProgramStandIn::Refuse(EAGAIN);
     const SoundManager sound;
-    EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre("amixer set PGA 3"));
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre("amixer set PGA 3"));
     EXPECT_THAT(SyslogCapture::Take(), ElementsAre());
     EXPECT_THAT(sound.GetAudioFiles(), ElementsAre());
 }
@@ -41,10 +44,10 @@ TEST_F(SoundManagerTest, IsMadeByOneCommandWhateverComesOfIt)
 TEST_F(SoundManagerTest, WithoutAChipHasNoSoundsAndTouchesNoMixer)
 {
     SoundManager sound;
-    ShellStandIn::TakeCommands();
+    ProgramStandIn::TakeCommands();
     EXPECT_EQ(sound.Init(), -1);
     EXPECT_THAT(SyslogCapture::Take(), ElementsAre(Line{LOG_ERR, prefix + "Init(): Failed to open GPIO chip"}));
-    EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre());
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre());
     EXPECT_EQ(sound.Play(""), -1);
     EXPECT_EQ(sound.Play("beep.wav"), -1);
 }
@@ -77,16 +80,36 @@ TEST_F(SoundManagerTest, HandsVolumesToTheMixerAsTheyAre)
     for (const int percent : {75, 0, 150, -1, INT_MIN, INT_MAX})
     {
         EXPECT_EQ(SoundManager::SetSpkrVolume(percent), 0);
-        EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre("amixer set 'HP DAC' " + std::to_string(percent) + "%"));
+        EXPECT_THAT(ProgramStandIn::TakeCommands(),
+                    ElementsAre("amixer set 'HP DAC' " + std::to_string(percent) + "%"));
     }
 }
 
-TEST_F(SoundManagerTest, GivesTheStatusOfTheShellOn)
+TEST_F(SoundManagerTest, GivesTheStatusOfTheMixerOn)
 {
-    for (const int status : {0, 256, 127 << 8, -1})
+    for (const int status : {0, 256, 9})
     {
-        ShellStandIn::Answer(status);
+        ProgramStandIn::Answer(status);
         EXPECT_EQ(SoundManager::SetSpkrVolume(50), status);
+    }
+}
+
+TEST_F(SoundManagerTest, AMixerThatIsMissingOrNoneIsWhatAShellMakesOfIt)
+{
+    for (const auto& [error, status] : {std::pair(ENOENT, 127 << 8), std::pair(EACCES, 126 << 8),
+                                        std::pair(ENOEXEC, 126 << 8), std::pair(E2BIG, 126 << 8)})
+    {
+        ProgramStandIn::Refuse(error);
+        EXPECT_EQ(SoundManager::SetSpkrVolume(50), status);
+    }
+}
+
+TEST_F(SoundManagerTest, WithoutRoomForAProcessAVolumeCannotBeSet)
+{
+    for (const int error : {EAGAIN, ENOMEM})
+    {
+        ProgramStandIn::Refuse(error);
+        EXPECT_EQ(SoundManager::SetSpkrVolume(50), -1);
     }
 }
 
@@ -100,12 +123,12 @@ const char* const output = "Simple mixer control 'HP DAC',0\n"
 
 TEST_F(SoundManagerTest, ReadsTheVolumeOfTheLeftChannel)
 {
-    ShellStandIn::Print(output);
+    ProgramStandIn::Print(output);
     int raw = 0;
     int percent = 0;
     float decibels = 0;
     EXPECT_EQ(SoundManager::GetSpkrVolume(raw, percent, decibels), 0);
-    EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre("amixer get 'HP DAC'"));
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre("amixer get 'HP DAC'"));
     EXPECT_EQ(raw, 100);
     EXPECT_EQ(percent, 79);
     EXPECT_EQ(decibels, -13.5F);
@@ -113,11 +136,11 @@ TEST_F(SoundManagerTest, ReadsTheVolumeOfTheLeftChannel)
 
 TEST_F(SoundManagerTest, ReadsTheLimitsOfTheDac)
 {
-    ShellStandIn::Print(output);
+    ProgramStandIn::Print(output);
     int minimum = 7;
     int maximum = 7;
     EXPECT_EQ(SoundManager::GetSpkrVolumeLimits(minimum, maximum), 0);
-    EXPECT_THAT(ShellStandIn::TakeCommands(), ElementsAre("amixer get PCM"));
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre("amixer get PCM"));
     EXPECT_EQ(minimum, 0);
     EXPECT_EQ(maximum, 127);
 }
@@ -135,11 +158,11 @@ TEST_F(SoundManagerTest, WhatTheMixerDoesNotSayIsAFailureThatLeavesTheValues)
     for (const char* text : {"", "\n", "Front Left:", "Front Left:\nFront Left: Playback 100 [79%] [-13.50dB]\n",
                              "  Limits: Capture 0 - 9\n  Front Left: Capture 1 [1%] [1.00dB]\n"})
     {
-        ShellStandIn::Print(text);
+        ProgramStandIn::Print(text);
         EXPECT_TRUE(fails()) << text;
     }
-    ShellStandIn::Print(output);
-    ShellStandIn::Answer(-1);
+    ProgramStandIn::Print(output);
+    ProgramStandIn::Refuse(ENOENT);
     EXPECT_TRUE(fails());
     EXPECT_THAT(SyslogCapture::Take(), ElementsAre());
 }
