@@ -15,6 +15,14 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT CCU_SANITIZE)
     target_link_options(ccu_options INTERFACE -Wl,-z,relro,-z,now)
 endif()
 
+# A sixth smaller than with CMake's own -O3, and no slower: docs/performance.md. The pixel loops are vectors by hand.
+# What a program does not use of its libraries is left out of it.
+foreach(language IN ITEMS C CXX)
+    string(REPLACE "-O3" "-O2" CMAKE_${language}_FLAGS_RELEASE "${CMAKE_${language}_FLAGS_RELEASE}")
+endforeach()
+target_compile_options(ccu_options INTERFACE $<$<CONFIG:Release>:-ffunction-sections;-fdata-sections>)
+target_link_options(ccu_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
+
 if(CCU_SANITIZE)
     target_compile_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
