@@ -18,6 +18,7 @@ using DbusHelper::Concat;
 using DbusHelper::Endpoint;
 using DbusHelper::FixedString;
 using DbusHelper::signatureOf;
+using DbusHelper::WireText;
 
 constexpr Endpoint root{"com.tavilon.common.Settings1", "/com/tavilon/common/Settings1",
                         "com.tavilon.common.Settings1"};
@@ -137,8 +138,8 @@ template <typename T>
 int32_t Handler::GetSetting(const std::string& section, const std::string& key, T& value)
 {
     std::string errorText;
-    const int32_t result = sdbus_utils::GetProperty(nullptr, root.service, SectionPath(section).c_str(), root.interface,
-                                                    key.c_str(), value, errorText);
+    const int32_t result = sdbus_utils::GetProperty(nullptr, root.service, WireText(SectionPath(section)),
+                                                    root.interface, WireText(key), value, errorText);
     if (result < 0)
     {
         Log::Error("%s: ERROR sdbus_utils::GetProperty %s failed %s", getSettingText<T>.c_str(), key.c_str(),
@@ -167,7 +168,8 @@ int32_t Handler::ResetSetting(const std::string& section, const std::string& key
 
 int32_t Handler::GetSectionSettings(const std::string& section, sdbus_utils::TypedPropertyMap& settings)
 {
-    return sdbus_utils::GetAllProperties(nullptr, root.service, SectionPath(section).c_str(), root.interface, settings);
+    return sdbus_utils::GetAllProperties(nullptr, root.service, WireText(SectionPath(section)), root.interface,
+                                         settings);
 }
 
 int32_t Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept

@@ -26,7 +26,10 @@ constexpr Endpoint manager{"com.tavilon.common.StorageDaemon1", "/com/tavilon/co
                            "com.tavilon.common.StorageDaemon1"};
 constexpr const char* deviceInterface = "com.tavilon.common.StorageDaemon1.Device";
 
-Endpoint DeviceAt(const std::string& device) { return {manager.service, device.c_str(), deviceInterface}; }
+Endpoint DeviceAt(const std::string& device)
+{
+    return {manager.service, DbusHelper::WireText(device), deviceInterface};
+}
 
 /// How a property operation appears in its failure line: the operation's signature text and the property's constant.
 struct Names

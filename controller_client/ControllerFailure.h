@@ -13,7 +13,7 @@ struct ControllerFailure
     enum class Kind : unsigned char
     {
         None,        ///< the controller has answered; its code may tell of a refusal all the same
-        Invalid,     ///< nothing was sent: an argument cannot be, as a text that is no UTF-8
+        Invalid,     ///< nothing was sent: an argument cannot be, as a text that is no UTF-8 or has a zero byte
         Unreachable, ///< there is no bus, or no controller on it
         Silent,      ///< the controller did not answer in time, or ended over the call
         Refused,     ///< the controller answered with a D-Bus error

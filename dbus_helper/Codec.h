@@ -18,6 +18,13 @@ namespace DbusHelper
 template <typename>
 inline constexpr bool hasNoDbusType = false;
 
+/// The text as sd-bus takes it, which is up to its first zero byte. A text with such a byte in it cannot travel whole:
+/// in its place stands one that sd-bus refuses (-EINVAL), as any that is no UTF-8.
+[[nodiscard]] inline const char* WireText(const std::string& text)
+{
+    return text.find('\0') == std::string::npos ? text.c_str() : "\xFF";
+}
+
 /// The D-Bus type of a C++ type, how it is written into a message and read from it. A type without one does not
 /// compile.
 template <typename T, typename = void>
@@ -90,7 +97,7 @@ struct Codec<std::string>
 
     static int Append(sd_bus_message* message, const std::string& value)
     {
-        return sd_bus_message_append_basic(message, 's', value.c_str());
+        return sd_bus_message_append_basic(message, 's', WireText(value));
     }
     static int Read(sd_bus_message* message, std::string& value)
     {

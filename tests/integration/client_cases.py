@@ -250,6 +250,25 @@ def check_declared(case):
         assert access == "readwrite"
 
 
+def cut_texts(inputs):
+    """The inputs once for each text in them, at any depth, with a zero byte in the midst of that text."""
+    for index, value in enumerate(inputs):
+        nested = isinstance(value, (list, tuple))
+        texts = cut_texts(value) if nested else [f"{value}\0cut"] if isinstance(value, str) else []
+        for cut in texts:
+            yield [*inputs[:index], cut, *inputs[index + 1:]]
+
+
+def check_no_text_is_cut(unit, driver, case):
+    """A text with a zero byte is refused like one that is no UTF-8: its beginning alone is not sent."""
+    mark = unit.calls.mark()
+    for inputs in cut_texts(case.inputs):
+        outcome = driver.run(case.operation, *inputs)
+        outs = case.untouched + ([os.strerror(errno.EINVAL)] if case.told else [])
+        assert (outcome.result, outcome.outs) == (-errno.EINVAL, outs), inputs
+    assert not unit.calls.since(mark)
+
+
 def untouched(*types):
     """What out-arguments of these D-Bus types hold after a failure."""
     return [UNTOUCHED[kind] if kind in UNTOUCHED else UNTOUCHED["i"] for kind in types]
@@ -270,6 +289,10 @@ class FailureTests:
     def test_fault(self, unit, driver, case, column):
         """A call that fails: line, result, untouched out-arguments, no second try."""
         check_failure(unit, driver, case, column)
+
+    def test_no_text_is_cut(self, unit, driver, case):
+        """Nothing is sent when a text is not whole."""
+        check_no_text_is_cut(unit, driver, case)
 
     def test_the_daemon_is_gone(self, unit):
         """The bus itself knows no owner of the name."""

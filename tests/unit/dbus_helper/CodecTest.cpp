@@ -140,7 +140,24 @@ TEST(Codec, StructuresPairsAndRecords)
 TEST(Codec, TextThatIsNoUtf8CannotBeWritten)
 {
     TestMessage message;
-    EXPECT_LT(Codec<string>::Append(message.Get(), "\xFF\xFE"), 0);
+    EXPECT_EQ(Codec<string>::Append(message.Get(), "\xFF\xFE"), -EINVAL);
+}
+
+TEST(Codec, TextWithAZeroByteCannotBeWritten)
+{
+    const string cut("Ber\0lin", 7);
+    for (const string& text : {cut, string(1, '\0'), "Berlin" + string(1, '\0')})
+    {
+        TestMessage message;
+        EXPECT_EQ(Codec<string>::Append(message.Get(), text), -EINVAL);
+    }
+    TestMessage list;
+    EXPECT_EQ(Codec<Strings>::Append(list.Get(), {"whole", cut}), -EINVAL);
+    TestMessage record;
+    EXPECT_EQ(Codec<Record>::Append(record.Get(), Record{true, 1, cut}), -EINVAL);
+    TestMessage sequence;
+    const std::tuple<int32_t, string> values{1, cut};
+    EXPECT_EQ((Sequence<int32_t, string>::Append(sequence.Get(), values)), -EINVAL);
 }
 
 TEST(Sequence, ReadsInOrder)
