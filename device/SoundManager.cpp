@@ -92,13 +92,14 @@ int Spawn(pid_t& child, Words words, const posix_spawn_file_actions_t* actions =
     return posix_spawnp(&child, *words.begin(), actions, nullptr, const_cast<char* const*>(words.begin()), environ);
 }
 
-/// Waits for a child's end; its status, as the C library's system() gives it.
+/// Waits for a child's end; its status, as the C library's system() gives it: -1 when it is not to be had.
 int Reap(pid_t child)
 {
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+    pid_t reaped = 0;
+    while ((reaped = waitpid(child, &status, 0)) < 0 && errno == EINTR)
     {}
-    return status;
+    return reaped < 0 ? -1 : status;
 }
 
 /// Runs a program to its end and returns the status that system() gives of a shell that runs it, also where there is

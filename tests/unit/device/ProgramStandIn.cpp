@@ -15,6 +15,7 @@ struct Programs
     std::vector<std::string> commands;
     int status = 0;
     int error = 0;
+    bool lost = false;
     std::string output;
     int outputDescriptor = -1; ///< where the next program prints to
 };
@@ -47,6 +48,7 @@ namespace ProgramStandIn
 std::vector<std::string> TakeCommands() { return std::exchange(State().commands, {}); }
 void Answer(int status) { State().status = status; }
 void Refuse(int error) { State().error = error; }
+void Lose(bool lost) { State().lost = lost; }
 void Print(const std::string& text) { State().output = text; }
 
 } // namespace ProgramStandIn
@@ -76,6 +78,11 @@ extern "C" int posix_spawnp(pid_t* child, const char* /*file*/, const posix_spaw
 
 extern "C" pid_t waitpid(pid_t child, int* status, int /*options*/)
 {
+    if (State().lost)
+    {
+        errno = ECHILD;
+        return -1;
+    }
     *status = State().status;
     return child;
 }

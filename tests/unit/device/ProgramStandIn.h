@@ -16,6 +16,9 @@ void Answer(int status);
 /// What comes of starting a program from now on, an errno; 0: it is started.
 void Refuse(int error);
 
+/// Whether the status of commands is not to be had from now on, as when somebody else has reaped them.
+void Lose(bool lost);
+
 /// What a command whose output is read prints from now on; no more than a pipe holds.
 void Print(const std::string& text);
 

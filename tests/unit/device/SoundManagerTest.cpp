@@ -26,6 +26,7 @@ class SoundManagerTest : public testing::Test
     {
         ProgramStandIn::Answer(0);
         ProgramStandIn::Refuse(0);
+        ProgramStandIn::Lose(false);
         ProgramStandIn::Print("");
         ProgramStandIn::TakeCommands();
         SyslogCapture::Take();
@@ -111,6 +112,13 @@ TEST_F(SoundManagerTest, WithoutRoomForAProcessAVolumeCannotBeSet)
         ProgramStandIn::Refuse(error);
         EXPECT_EQ(SoundManager::SetSpkrVolume(50), -1);
     }
+}
+
+TEST_F(SoundManagerTest, TakesAStatusThatIsNotToBeHadForAFailure)
+{
+    ProgramStandIn::Lose(true);
+    EXPECT_EQ(SoundManager::SetSpkrVolume(50), -1);
+    EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre("amixer set 'HP DAC' 50%"));
 }
 
 const char* const output = "Simple mixer control 'HP DAC',0\n"
