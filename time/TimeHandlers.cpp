@@ -32,7 +32,9 @@ int TimeManager::GetTime(const LocalTimeCall& call)
     {
         return call.RefuseWithCode(localUnread, result);
     }
-    const auto time = BreakDown(std::time(nullptr), local, IsDstInForce()).value_or(BrokenDownTime{});
+    const bool dst = IsDstInForce();
+    const time_t now = std::time(nullptr); // when the zone is known, which may take timedated long
+    const auto time = BreakDown(now, local, dst).value_or(BrokenDownTime{});
     return call.Answer(time.year, time.month, time.day, time.hour, time.minute, time.second, time.dst);
 }
 
@@ -44,8 +46,9 @@ int TimeManager::GetTimeSecs(const MethodCall<std::tuple<int32_t, bool>(bool)>& 
     {
         return call.RefuseWithCode(localUnread, result);
     }
-    const time_t now = std::time(nullptr);
-    return call.Answer(ToWireSeconds(local ? now : FromLocalFields(now)), IsDstInForce());
+    const bool dst = IsDstInForce();
+    const time_t now = std::time(nullptr); // as above
+    return call.Answer(ToWireSeconds(local ? now : FromLocalFields(now)), dst);
 }
 
 int TimeManager::SetTime(const SetTimeCall& call)

@@ -40,10 +40,11 @@ class TimeManager : public sigc::trackable
         DbusHelper::MethodCall<void(int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, bool dst, bool local)>;
 
     /// Method handlers. Each failure is answered with "org.freedesktop.DBus.Error.Failed" and a text that names it;
-    /// nothing has been changed then, and nothing is emitted.
+    /// nothing is emitted then, and nothing has been changed, unless the handler says otherwise.
     static int GetTime(const LocalTimeCall& call);
     /// The seconds travel as "i": from 2038-01-19 03:14:07 UTC on the reply stays at that second.
     static int GetTimeSecs(const DbusHelper::MethodCall<std::tuple<int32_t, bool>(bool)>& call);
+    /// Brings the zone into the form that the time asks for first: it stays so when the clock is then refused.
     static int SetTime(const SetTimeCall& call);
     /// Answers without an error also when timedated refuses.
     static int SetTimeSecs(const DbusHelper::MethodCall<void(int32_t, bool)>& call);

@@ -33,7 +33,9 @@ void Emit(const char* operation, const char* member, const Values&... values)
 void EmitTimeChange(time_t seconds)
 {
     constexpr const char* operation = "EmitTimeChange";
-    const auto time = BreakDown(seconds == -1 ? std::time(nullptr) : seconds, true, IsDstInForce());
+    const bool dst = IsDstInForce();
+    const time_t moment = seconds == -1 ? std::time(nullptr) : seconds; // now is when the zone is known
+    const auto time = BreakDown(moment, true, dst);
     if (!time.has_value())
     {
         Log::Info("%s: Failed to emit signal, error code: %d", operation, -EOVERFLOW);

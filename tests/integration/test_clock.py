@@ -7,7 +7,7 @@ import pytest
 from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (
     ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second, told)
-from virtual_unit import REFUSE, VirtualUnit
+from virtual_unit import LATE, REFUSE, VirtualUnit
 
 #: Zones by what they are for: standard time of no hour at all, west, and daylight saving of both hemispheres.
 LONDON, NEW_YORK, KATHMANDU, LORD_HOWE = "CCU/London", "CCU/New_York", "CCU/Kathmandu", "CCU/Lord_Howe"
@@ -60,6 +60,38 @@ def test_the_seconds_are_now(unit, zone, local):
     first = second()
     seconds, dst = unit.client.call("GetTimeSecs", "b", local)
     assert first <= seconds <= second() and dst is ("DST" in zone)
+
+
+def late_zone(unit):
+    """timedated takes its time, more than a second, over every question for the zone."""
+    return unit.faults.on("timedate", "Get Timezone", LATE(1.1))
+
+
+@pytest.mark.parametrize("zone", [NEW_YORK, PARIS_DST])
+@pytest.mark.parametrize("member, local", [("GetTime", True), ("GetTime", False), ("GetTimeSecs", True)])
+def test_the_time_is_that_of_the_answer(unit, zone, member, local):
+    """Not that from before timedated has told the zone, whose answer may take long."""
+    unit.timedate.timezone = zone
+    rule = late_zone(unit)
+    first = second()
+    answer = unit.client.call(member, "b", local)
+    last = second()
+    rule.cancel()
+    later = range(first + 1, last + 1)
+    assert answer in ([fields(unit, seconds, zone if local else None) for seconds in later] if member == "GetTime"
+                      else [(seconds, "DST" in zone) for seconds in later])
+
+
+def test_the_time_that_is_told_is_that_of_the_announcement(unit):
+    """With a new zone, too."""
+    rule = late_zone(unit)
+    first = second()
+    assert unit.client.call("SetTimezone", "s", PARIS_DST) == ()
+    last = second()
+    rule.cancel()
+    zone, time = told(unit)
+    assert zone == ("TimezoneChanged", (PARIS_DST,))
+    assert time in [("TimeChanged", fields(unit, seconds, PARIS_DST)) for seconds in range(first + 1, last + 1)]
 
 
 @pytest.mark.parametrize("member, shape", [("GetTime", "iiiiiib"), ("GetTimeSecs", "ib")])
@@ -203,6 +235,13 @@ def test_fields_beyond_the_clock(unit, given, local):
     assert refused(unit.client.call, "SetTime", "iiiiiibb", *given, False, local) == CLOCK_REFUSED
     assert asked(unit, calls) == [] and told(unit) == []
     assert lines_of(unit, mark) == [error("The time to be set is beyond what the clock can hold")]
+
+
+def test_fields_beyond_the_clock_of_the_other_form(unit):
+    """The form is changed before the fields are read, and stays so; timedated is not asked to set the clock."""
+    calls = unit.calls.mark()
+    assert refused(unit.client.call, "SetTime", "iiiiiibb", 300_000, 1, 1, 0, 0, 0, True, True) == CLOCK_REFUSED
+    assert asked(unit, calls) == [("SetTimezone", "CCU/DST/London", False)] and told(unit) == []
 
 
 @pytest.mark.parametrize("given", [(1969, 12, 31, 23, 59, 59), (1970, 1, 1, 0, 0, 0), (-4, 2, 29, 0, 0, 0)])
