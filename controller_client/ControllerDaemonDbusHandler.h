@@ -19,8 +19,8 @@ namespace Controllerd
 ///
 /// Results are sd-bus's: 0 or positive on success, negative errno-style when the call failed: -EHOSTUNREACH without a
 /// controller, -ETIMEDOUT without an answer, -ENXIO for a reply of another type, -EACCES or another errno when the
-/// controller refused, that of the connection when there is no bus. A failure is logged to syslog, and leaves the
-/// out-arguments as they were; `ControllerFailure::Last` has its words.
+/// controller refused, -EINVAL for a text that cannot be sent, that of the connection when there is no bus. A failure
+/// is logged to syslog, and leaves the out-arguments as they were; `ControllerFailure::Last` has its words.
 ///
 /// Recordings, pictures and playback answer besides with a `code` and its `message`, in English. 0 is success, a
 /// negative code tells why the controller did not do what it was asked; the result tells only whether it was asked.
@@ -51,16 +51,20 @@ class CONTROLLER_CLIENT_API ControllerDaemonDbusHandler
 
     /// Sets the time zone by a name out of GetTimezoneList.
     static int SetTimezone(std::string timezone);
-    /// Sets the time zone by its offset from UTC in seconds, east of Greenwich positive.
+    /// Sets the time zone by its offset from UTC in seconds, east of Greenwich positive: the zone that
+    /// GetTimezoneFromUTC names. Not refused while something is recorded or synced.
     static int SetTimezone(int offsetSeconds, bool dst);
     /// Sets the time zone by the position that GPS gives.
     static int SetTimezoneGPS();
     static int GetTimezone(std::string& timezone);
     /// The names of the zones that are installed.
     static int GetTimezoneList(std::vector<std::string>& timezones);
-    /// What the clock can be set by.
+    /// `source`: 1 when the controller would let clock and zone be changed now, 0 while something is recorded or
+    /// synced. Despite its name it does not tell what the clock could be set by, nor whether GPS has a fix.
     static int GetTimeSourceAvailable(int& source);
-    /// The name of the zone with that offset from UTC in seconds.
+    /// The whole name ("CCU/Bogota") of the zone that SetTimezone would set for these: the one whose standard time,
+    /// an hour later if `dst`, comes nearest to the offset, the first by name of several. Its form, with or without
+    /// daylight saving time, is the one in force, whatever `dst` says.
     static int GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool dst);
 
     // Sound, sonde and keypad -----------------------------------------------------------------------------------------
