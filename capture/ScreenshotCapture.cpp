@@ -156,6 +156,15 @@ std::string FilePath(const std::string& folder)
     return folder + "/screenshot_" + name + ".png";
 }
 
+/// Whether a file can be made or overwritten there. The name tells everybody beforehand where the next one goes: libpng
+/// would wait for the reader of a pipe, and write wherever a link leads.
+bool TakesFile(const std::string& path)
+{
+    std::error_code ignored; // what cannot be looked up cannot be written either, which libpng finds out
+    const auto status = std::filesystem::symlink_status(path, ignored);
+    return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+}
+
 } // namespace
 
 int ScreenshotCapture::Screenshot(const ScreenshotCall& call)
@@ -259,7 +268,7 @@ int ScreenshotCapture::write_PNG(const uint8_t* pixels, const std::string& path,
     image.height = height;
     image.format = format;
     image.flags = encoderFlags;
-    if (png_image_write_to_file(&image, path.c_str(), 0, pixels, rowStride, nullptr) == 0)
+    if (!TakesFile(path) || png_image_write_to_file(&image, path.c_str(), 0, pixels, rowStride, nullptr) == 0)
     {
         return Fail(writePngText, "png_image_write_to_file");
     }

@@ -4,6 +4,7 @@ import itertools
 import os
 import random
 import re
+import resource
 import time
 
 import pytest
@@ -264,17 +265,49 @@ def test_a_folder_that_cannot_be_written_to(small):
     assert logged == failed(answer[0], both_layers(*SMALL) + NO_FILE)
 
 
-def test_a_full_disk_leaves_no_file(small, folder):
-    # The files of the next minutes lead to the device that is always full: writing fails in the middle of the file.
+def test_a_full_disk_leaves_no_file(make_unit):
+    # Nothing may become larger than a part of the picture: writing fails in the middle of the file.
+    unit = make_unit(daemon=False)
+    unit.daemon.launcher = ["env", "--ignore-signal=XFSZ"]
+    unit.start_daemon()
+    width, height = 400, 400
+    for device, pixels in zip((VIDEO, INTERFACE), random_layers(width, height, seed=1)):
+        unit.framebuffers.set(device, width, height, pixels=pixels)
+    limit = width * height * 3 // 2
+    resource.prlimit(unit.pid, resource.RLIMIT_FSIZE, (limit, limit))
+    answer, logged = take(unit, "")
+    assert answer[1:] == (-1, MESSAGES[-1])
+    assert logged == failed(answer[0], both_layers(width, height) + NO_FILE)
+    assert os.listdir(unit.logs_folder) == []
+
+
+#: What may stand where the file goes; the other path is that of a file which is none of the daemon's business.
+OBSTACLES = {
+    "pipe": lambda path, _aside: os.mkfifo(path),
+    "folder": lambda path, _aside: os.mkdir(path),
+    "link to a file": lambda path, aside: os.symlink(aside, path),
+    "link to nothing": lambda path, aside: os.symlink(aside + "-missing", path),
+    "link to a device": lambda path, _aside: os.symlink("/dev/null", path),
+}
+
+
+@pytest.mark.parametrize("obstacle", OBSTACLES)
+def test_something_else_under_the_files_name(small, folder, obstacle):
+    aside = os.path.join(small.directory, "aside")
+    with open(aside, "w", encoding="ascii") as file:
+        file.write("kept")
     now = int(time.time())
-    for moment in range(now - 1, now + 300):
-        name = time.strftime("screenshot_%Y-%m-%d-%H-%M-%S.png", time.gmtime(moment))
-        os.symlink("/dev/full", os.path.join(folder, name))
+    names = [time.strftime("screenshot_%Y-%m-%d-%H-%M-%S.png", time.gmtime(now + later)) for later in range(-1, 300)]
+    for name in names:  # as anybody could who expects a screenshot
+        OBSTACLES[obstacle](os.path.join(folder, name), aside)
+    modes = {name: os.lstat(os.path.join(folder, name)).st_mode for name in names}
     answer, logged = take(small, folder)
     assert answer[1:] == (-1, MESSAGES[-1])
     assert logged == failed(answer[0], both_layers(*SMALL) + NO_FILE)
-    assert not os.path.lexists(answer[0])
-    assert os.path.exists("/dev/full")
+    assert {name: os.lstat(os.path.join(folder, name)).st_mode for name in os.listdir(folder)} == modes
+    with open(aside, encoding="ascii") as file:
+        assert file.read() == "kept"
+    assert not os.path.lexists(aside + "-missing")
 
 
 @pytest.mark.parametrize("name", ["with blanks", "100%s%n%d", "quo'te\"s", "semi;colon`$(x)", "ümläut", "-dash",
