@@ -1,5 +1,6 @@
 """What is written of the command-line control holds: its help, man page, completions, JSON schema and examples."""
 
+import json
 import os
 import re
 import shlex
@@ -8,10 +9,12 @@ import subprocess
 import pytest
 
 from tests.integration.controllerctl_cases import (
-    CASES, DONE, NAMED_ALIKE, PROGRAM, VERBS, environment, prepare_status, run)
+    CASES, DONE, NAMED_ALIKE, PROGRAM, VERBS, Running, environment, prepare_status, run)
 from virtual_unit import VirtualUnit
+from virtual_unit.client import INTERFACE, PATH
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.declaration import controller_members
+from virtual_unit.values import zero
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 FOLDER = os.path.join(ROOT, "controllerctl")
@@ -102,6 +105,16 @@ def test_wait_knows_every_signal_and_property(unit):
     names = {member.name for member in controller_members() if member.kind in ("signal", "property")}
     listed = re.search(r"One of (.*)$", help_of(unit, "wait")[2], re.MULTILINE).group(1).split(", ")
     assert sorted(listed) == sorted(names - {"VideoPlaybackRate"})
+
+
+def test_arguments_of_signals_have_the_names_of_the_interface(unit):
+    """All of them, in order."""
+    signals = [member for member in controller_members() if member.kind == "signal"]
+    with Running(unit, f"monitor --json --count {len(signals)}") as monitor:
+        for member in signals:
+            unit.controller.emit(PATH, INTERFACE, member.name, *(zero(kind) for kind, _ in member.outputs))
+            told = json.loads(monitor.line())
+            assert (told["name"], list(told["arguments"])) == (member.name, [name for _, name in member.outputs])
 
 
 # Completion -----------------------------------------------------------------------------------------------------------
