@@ -19,7 +19,7 @@ _ROOT = pathlib.Path(__file__).resolve().parent.parent
 _OTHERS = ("build", "tests", "benchmarks", "virtual_unit")
 
 #: How many callers up a text is followed, and how many callees down an operation is.
-_CALLERS, _CALLEES = 4, 6
+_CALLERS, _CALLEES = 4, 4
 _NEVER = float("inf")
 
 _TOKEN = re.compile(r"""
@@ -74,7 +74,6 @@ class Definition:
 class Source:
     """A file, as far as it matters here."""
     path: str
-    includes: list
     aliases: dict = field(default_factory=dict)
     literals: set = field(default_factory=set)
     definitions: list = field(default_factory=list)
@@ -256,12 +255,10 @@ def _parameters_at(declaration):
     """The index of the "(" of a function's parameters; None when no function is declared."""
     for index in _top(declaration):
         token = declaration[index]
-        if _is(token, "=") and not _is(declaration[index - 1], "operator"):
+        if _is(token, "="):
             return None
-        if _is(token, "(") and index and (declaration[index - 1].kind == "name" or any(
-                _is(before, "operator") for before in declaration[max(0, index - 3):index])):
-            if not _is(declaration[index - 1], "decltype", "alignas", "requires", "noexcept"):
-                return index
+        if _is(token, "(") and index and not _is(declaration[index - 1], "decltype", "alignas", "requires"):
+            return index
     return None
 
 
@@ -269,7 +266,7 @@ class Reader:
     """Finds the definitions of one source."""
 
     def __init__(self, path, text):
-        self.source = Source(path, re.findall(r'^\s*#\s*include\s+"([^"]+)"', text, re.MULTILINE))
+        self.source = Source(path)
         self.bases = {}
         self._tokens = _tokens(text)
         self.source.literals.update(token.text for token in self._tokens if token.kind == "text")
@@ -381,44 +378,16 @@ class Sources:
 
     # Names --------------------------------------------------------------------
 
-    @functools.lru_cache(maxsize=None)
-    def _included(self, path):
-        """The sources that a source includes, itself among them."""
-        found, waiting = set(), [path]
-        while waiting:
-            each = waiting.pop()
-            if each in self._sources and each not in found:
-                found.add(each)
-                waiting.extend(self._sources[each].includes)
-        return frozenset(found)
-
-    @functools.lru_cache(maxsize=None)
-    def _sees(self, path, other):
-        """Whether one source sees what another defines: a header that it includes, or what implements one."""
-        if other in self._included(path):
-            return True
-        folder = other.rpartition("/")[0]
-        return any(each.rpartition("/")[0] == folder and each in self._included(path)
-                   for each in self._sources[other].includes)
-
     def _meant(self, definition, index):
-        """The definitions that a name in a definition's body can mean."""
-        body = definition.body
-        candidates = self._named.get(body[index].text, ())
-        if not candidates:
-            return []
+        """The definitions that a name in a definition's body can mean: those of its own source, or else of all."""
         source = definition.source
-        qualifiers = _qualified_before(body, index + 1)[:-1]
+        candidates = self._named.get(definition.body[index].text, ())
+        qualifiers = _qualified_before(definition.body, index + 1)[:-1] if candidates else ()
         if qualifiers:
             last = source.aliases.get(qualifiers[-1], qualifiers[-1])
             candidates = [each for each in candidates if last in each.scope]
-        candidates = [each for each in candidates if each.source is source
-                      or ("" not in each.scope and self._sees(source.path, each.source.path))]
-        if qualifiers or (index and _is(body[index - 1], ".", ">", "->")):
-            return candidates
-        own = [each for each in candidates if each.source is source or
-               (each.scope == definition.scope and definition.scope[-1:] != ("",))]
-        return own or candidates
+        return [each for each in candidates if each.source is source] or \
+            [each for each in candidates if "" not in each.scope or each.source.path.endswith(".h")]
 
     @functools.lru_cache(maxsize=None)
     def _callees(self, definition):
@@ -457,7 +426,7 @@ class Sources:
         if any(parameter and name == self._parameter_name(parameter) for parameter in definition.parameters or ()):
             return [Parameter(name)]
         for meant in self._named.get(name, ()):
-            if meant.parameters is None and self._sees(definition.source.path, meant.source.path):
+            if meant.parameters is None and (meant.source is definition.source or meant.source.path.endswith(".h")):
                 text = meant.body[1:] if _is(meant.body[0], "=") else meant.body[1:-1]
                 if text and all(token.kind == "text" for token in text):
                     return ["".join(token.text for token in text)]
@@ -571,14 +540,11 @@ class Sources:
         pieces = [piece for piece in pattern.pieces if not isinstance(piece, str)]
         for piece, captured in zip(pieces, found.groups()):
             weight = 0 if isinstance(piece, tuple) else 1 if captured in self._fields[getattr(piece, "name", None)] \
-                else 0.5 if any(self._reads(place.definition.source.path, captured) for place in pattern.places) else 0
+                else 0.5 if len(captured) > 2 and any(
+                    captured in place.definition.source.literals for place in pattern.places) else 0
             characters += weight * len(captured)
             telling = telling or weight * len(captured)
         return Match(pattern.places, pattern.format, characters, steps) if telling else None
-
-    def _reads(self, path, text):
-        """Whether a text, if it is one that says something, stands in a source or in one that it includes."""
-        return len(text) > 2 and any(text in self._sources[each].literals for each in self._included(path))
 
     def matches(self, text):
         """The statements that can have made a line, the best first; those that are clearly worse are left out."""
