@@ -23,7 +23,7 @@ _CALLERS, _CALLEES = 4, 4
 _NEVER = float("inf")
 
 _TOKEN = re.compile(r"""
-    (?P<skip>\s+ | //[^\n]* | /\*.*?\*/ | (?<![^\n])[ \t]*\#(?:\\\n|[^\n])*)
+    (?P<skip>\s+ | //[^\n]* | /\*.*?\*/ | \#(?:\\\n|[^\n])*)
   | R"(?P<fence>[^(]*)\((?P<raw>.*?)\)(?P=fence)"
   | "(?P<text>(?:\\.|[^"\\])*)"
   | '(?:\\.|[^'\\])+'
@@ -243,11 +243,10 @@ def _qualified_before(tokens, end):
     """The parts of the qualified name that ends before the index, without template arguments."""
     parts, index = [], end - 1
     while index >= 0 and tokens[index].kind == "name":
-        parts.insert(0, ("~" if index and _is(tokens[index - 1], "~") else "") + tokens[index].text)
-        index -= 2 if parts[0].startswith("~") else 1
-        if index < 1 or not _is(tokens[index], "::"):
+        parts.insert(0, tokens[index].text)
+        if not index or not _is(tokens[index - 1], "::"):
             break
-        index -= 1
+        index -= 2
     return parts
 
 
@@ -297,8 +296,6 @@ class Reader:
             names = [token.text for token in declaration[1:] if token.kind == "name" and token.text != "namespace"]
             self._scan(index + 1, end, (*scope, *(names or [""])))
             return end, True
-        if "enum" in words and at is None:
-            return end, False
         if declaration and _is(declaration[0], "class", "struct", "union"):
             names = [token.text for token in declaration[1:] if token.kind == "name" and token.text != "final"]
             self.bases[names[0] if names else ""] = names[1:]
@@ -379,15 +376,16 @@ class Sources:
     # Names --------------------------------------------------------------------
 
     def _meant(self, definition, index):
-        """The definitions that a name in a definition's body can mean: those of its own source, or else of all."""
+        """The definitions that a name in a definition's body can mean: the nearest of its source, namespace, or all."""
         source = definition.source
         candidates = self._named.get(definition.body[index].text, ())
         qualifiers = _qualified_before(definition.body, index + 1)[:-1] if candidates else ()
         if qualifiers:
             last = source.aliases.get(qualifiers[-1], qualifiers[-1])
             candidates = [each for each in candidates if last in each.scope]
-        return [each for each in candidates if each.source is source] or \
-            [each for each in candidates if "" not in each.scope or each.source.path.endswith(".h")]
+        seen = [each for each in candidates if "" not in each.scope or each.source is source]
+        return [each for each in seen if each.source is source] or \
+            [each for each in seen if each.scope[:1] == definition.scope[:1]] or seen
 
     @functools.lru_cache(maxsize=None)
     def _callees(self, definition):
@@ -486,20 +484,18 @@ class Sources:
         names = [self._parameter_name(parameter) for parameter in definition.parameters]
         for caller, index, opening in self._calls.get(definition.name, ()):
             arguments = _split(caller.body[opening + 1:_end(caller.body, opening)])
-            variadic = definition.parameters and any(_is(token, ".") for token in definition.parameters[-1])
-            if caller is definition or definition not in self._meant(caller, index) or not (
-                    len(arguments) == len(names) or (variadic and len(arguments) >= len(names) - 1)):
+            fits = len(arguments) == len(names) or ("..." in "".join(token.text for token in definition.parameters[-1])
+                                                    and len(arguments) >= len(names) - 1)
+            if caller is definition or not fits or definition not in self._meant(caller, index):
                 continue
             given = dict(zip(names, arguments))
             alternatives = [[]]
             for piece in pattern.pieces:
                 values = self._values(given.get(piece.name, []), caller) if isinstance(piece, Parameter) else [piece]
                 alternatives = [[*pieces, value] for pieces in alternatives for value in values]
+            places = (*pattern.places, Place(caller, caller.body[index].line))
             for pieces in alternatives:
-                if None not in [text for text, old in zip(pieces, pattern.pieces) if isinstance(old, Parameter)] or any(
-                        isinstance(text, str) for text, old in zip(pieces, pattern.pieces)
-                        if isinstance(old, Parameter)):
-                    places = (*pattern.places, Place(caller, caller.body[index].line))
+                if any(new is not None for new, old in zip(pieces, pattern.pieces) if isinstance(old, Parameter)):
                     yield from self._with_callers(Pattern(places, pieces, pattern.format), caller)
 
     # Answers ------------------------------------------------------------------

@@ -1,5 +1,5 @@
-"""What `./ccu where` says of the lines that the demo logs, against who has logged them: the callers of syslog(3), by the
-addresses in the binary. That takes a build in which no call was optimised away: ctest runs it in those alone."""
+"""What `./ccu where` says of the lines that the demo logs, against who has logged them: the callers of syslog(3), by
+their addresses in the binary. It takes a build with debug information and every call: ctest runs it in those alone."""
 
 import io
 import os
@@ -20,7 +20,7 @@ _ZONES = "Adelaide, Alaska, "
 
 
 def _source(path):
-    """The path of a source as it is here, whatever stood before it where it was compiled; "" for none of the sources."""
+    """The path of a source as it is here, whatever stood before it where it was compiled; "" for any other."""
     parts = pathlib.Path(os.path.normpath(path)).parts
     tails = (os.path.join(*parts[index:]) for index in range(1, len(parts) - 1))
     return next((tail for tail in tails if (_ROOT / tail).is_file()), "")
