@@ -38,9 +38,8 @@ _OPENING, _CLOSING = {"(": ")", "{": "}", "[": "]"}, set(")}]")
 
 #: What stands before the text of a line in a journal, in a file of syslog, and in what a virtual unit shows.
 _PREFIX = re.compile(r"""
-    (?:<\d+>\s?)?                                                                       # <3>
-    (?:(?:[A-Z][a-z]{2}\s+\d+\s[\d:.]+ | \d{4}-\d\d-\d\d[T ][\d:.,]+\S* | \[\s*[\d.]+\])\s\S+\s)?  # time, host
-    (?:[\w./-]+\[\d+\]:\s?|controllerd:\s)?                                             # controllerd[123]:
+    (?:<\d+>)?
+    (?:(?:[^\n]*?\s)?(?:[\w./-]+\[\d+\]|controllerd):\s)?  # Nov 21 22:01:02 unit controllerd[123]:
     (?:\s*(?:emerg|alert|crit|err|warning|notice|info|debug)\s)?""", re.VERBOSE)
 _MENTION = re.compile(r"(?:\w+::)+~?\w+")
 

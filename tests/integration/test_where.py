@@ -161,7 +161,7 @@ def test_helpers_are_followed_to_who_gave_them_their_words():
     "", "Nov 21 22:01:02 unit controllerd[123]: ", "Nov  1 22:01:02.123456 unit controllerd[9]: ", "controllerd[1]: ",
     "controllerd: ", "2026-11-21T22:01:02+0000 unit controllerd[123]: ", "[   12.345678] unit controllerd[123]: ",
     "2026-11-21T22:01:02.123456+00:00 unit controllerd[123]: ", "<30>Nov 21 22:01:02 unit controllerd[7]: ", "<3>",
-    "    err ", "  debug ",
+    "Sat 2026-11-21 22:01:02 UTC unit controllerd[123]: ", "Nov 21 22:01:02 unit controllerd: ", "    err ", "  debug ",
 ])
 def test_what_a_journal_puts_before_a_line_is_no_part_of_it(prefix):
     assert text_of(f"{prefix}The controller is enabled\n") == "The controller is enabled"
@@ -248,6 +248,7 @@ int Place::Quit(const char* by)
 {
     const auto log = by != nullptr ? &Log::Info : &Log::Error;
     log("%s has left", by);
+    Log::Info("%s knocks %d", signature<&House::Enter, "House">, rows.size() < 3 ? 1 : 0);
     return 0;
 }
 }
@@ -271,7 +272,7 @@ def fixture_house(tmp_path_factory):
     ("Enter: back", ["House.h:6", "House.cpp:25"]),
     ("Rooms::House::Leave() has left", ["House.cpp:31", "House.h:12"]),
     ("Rooms::House::Enter(int) has left", ["House.cpp:31", "House.cpp:26"]),
-    ("in a comment", []), ("in another", []), ("in a macro", []), ("second one", []),
+    ("int Rooms::House::Enter(int) knocks 1", ["House.cpp:32"]), ("in a comment", []), ("in another", []), ("in a macro", []), ("second one", []),
 ])
 def test_texts_are_put_together_as_the_compiler_does(house, text, expected):
     assert [str(place) for match in house.matches(text) for place in match.places] == [
