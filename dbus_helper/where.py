@@ -253,6 +253,8 @@ def _parameters_at(declaration):
     """The index of the "(" of a function's parameters; None when no function is declared."""
     for index in _top(declaration):
         token = declaration[index]
+        if _is(token, "operator"):
+            return next((at for at in range(index, len(declaration)) if _is(declaration[at], "(")), None)
         if _is(token, "="):
             return None
         if _is(token, "(") and index and not _is(declaration[index - 1], "decltype", "alignas", "requires"):
