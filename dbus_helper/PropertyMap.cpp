@@ -108,8 +108,10 @@ int VisitEntry(sd_bus_message* message, const DictionaryVisitor& visitor, void* 
             Log::Error(" %c Failed to skip %s, type: %s", contents[0], key, contents);
         }
     }
-    result = sd_bus_message_exit_container(message);
-    return result < 0 ? result : sd_bus_message_exit_container(message);
+    // A visitor that has lied about reading is found out at the next entry, which cannot be entered then.
+    sd_bus_message_exit_container(message);
+    sd_bus_message_exit_container(message);
+    return 0;
 }
 
 } // namespace
@@ -151,7 +153,7 @@ int32_t WalkDictionary(sd_bus_message* message, const DictionaryVisitor& visitor
         result = VisitEntry(message, visitor, userData);
         if (result < 0)
         {
-            return result;
+            break;
         }
     }
     sd_bus_message_exit_container(message);
