@@ -6,7 +6,6 @@
 #include <systemd/sd-event.h>
 
 #include <exception>
-#include <memory>
 
 namespace
 {
@@ -14,17 +13,9 @@ namespace
 using ControllerDaemon::Controller;
 using ControllerDaemon::ControllerDbusListener;
 
-struct EventReleaser
+int OpenLoop(sd_event*& event)
 {
-    void operator()(sd_event* event) const { sd_event_unref(event); }
-};
-using EventHandle = std::unique_ptr<sd_event, EventReleaser>;
-
-int OpenLoop(EventHandle& event)
-{
-    sd_event* opened = nullptr;
-    const int result = sd_event_default(&opened);
-    event.reset(opened);
+    const int result = sd_event_default(&event);
     if (result < 0)
     {
         Log::Info("Failed to create event loop");
@@ -66,23 +57,23 @@ int Loop(sd_event* event)
 int Run()
 {
     Log::Info("syslog controller daemon started");
-    EventHandle event;
+    sd_event* event = nullptr;
     int result = OpenLoop(event);
-    ControllerDbusListener listener(event.get());
+    ControllerDbusListener listener(event);
     result = result < 0 ? result : Connect(listener);
     const bool connected = result >= 0;
     Log::Info("The controller is enabled");
-    Controller controller(listener, event.get());
+    Controller controller(listener, event);
     result = result < 0 ? result : Start(controller);
     // On every path: systemd must not wait for a daemon that is about to say why it cannot run.
     sd_notify(0, "READY=1");
-    result = result < 0 ? result : Loop(event.get());
+    result = result < 0 ? result : Loop(event);
     Log::Info("Exiting..\n");
     if (connected)
     {
         listener.Disconnect();
     }
-    event.reset();
+    sd_event_unref(event); // before the controller goes, and also when there never was a loop
     return result < 0 ? 1 : 0;
 }
 

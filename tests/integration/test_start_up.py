@@ -5,7 +5,7 @@ import signal
 import pytest
 
 from tests.integration.device_texts import default_lines
-from tests.integration.recording_texts import error, info, lines_of
+from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import LIST_LINE, NO_DEFAULTS
 from virtual_unit import Client
 
@@ -53,12 +53,14 @@ def test_without_a_bus_the_controller_is_built_readiness_is_told_and_the_process
 
 
 def test_without_a_loop_the_controller_is_built_readiness_is_told_and_the_process_fails(make_unit):
-    unit = make_unit(daemon=False, environment={"CCU_FAIL_CALLS": "sd_event_default"})
+    unit = make_unit(daemon=False, environment={"CCU_FAIL_CALLS": "sd_event_default",
+                                                "CCU_TELL_CALLS": "sd_event_unref"})
     unit.start_daemon(wait=False)
     assert unit.wait_exit() == 1
     assert unit.daemon.notifications == ["READY=1"]
     assert lines_of(unit) == [
-        STARTED, info("Failed to create event loop"), ENABLED, *NOT_EVEN_KEYS, LIST_LINE, NO_SERVER, EXITING]
+        STARTED, info("Failed to create event loop"), ENABLED, *NOT_EVEN_KEYS, LIST_LINE, NO_SERVER, EXITING,
+        debug("sd_event_unref without a loop")]
 
 
 def test_a_loop_that_fails_ends_the_process_in_order(make_unit):

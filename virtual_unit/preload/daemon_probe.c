@@ -4,6 +4,7 @@
  *   CCU_FAIL_CALLS=NAME[,NAME...]   these library calls fail: sd_event_default, sd_event_loop, sd_event_add_io (those
  *                                   of the daemon itself), sd_bus_emit_signal, udev_new,
  *                                   libinput_udev_create_context, libinput_udev_assign_seat
+ *   CCU_TELL_CALLS=sd_event_unref   a line in the log for each call of it without a loop
  *   CCU_FULL_DISK=PATTERN           nothing new can be made at paths that match: "no space left on device"
  *   CCU_LOOP_ENDS_ON_SIGUSR1=1      the daemon's event loop ends normally on SIGUSR1, so that a test sees the orderly
  *                                   end, leak checkers run and coverage is written
@@ -22,10 +23,11 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
-static bool fails(const char* name)
+static bool listed(const char* variable, const char* name)
 {
-    const char* list = getenv("CCU_FAIL_CALLS");
+    const char* list = getenv(variable);
     const size_t length = strlen(name);
     while (list != NULL && *list != '\0')
     {
@@ -38,6 +40,8 @@ static bool fails(const char* name)
     }
     return false;
 }
+
+static bool fails(const char* name) { return listed("CCU_FAIL_CALLS", name); }
 
 static void* real(const char* name) { return dlsym(RTLD_NEXT, name); }
 
@@ -59,6 +63,16 @@ __attribute__((visibility("default"))) int sd_event_loop(sd_event* event)
         /* Without a handler the source ends the loop with the code that it is given as user data: 0. The signal is
            blocked since before main, so that one that comes early is not lost. */
         sd_event_add_signal(event, NULL, SIGUSR1, NULL, NULL);
+    }
+    return next(event);
+}
+
+__attribute__((visibility("default"))) sd_event* sd_event_unref(sd_event* event)
+{
+    sd_event* (*next)(sd_event*) = real("sd_event_unref");
+    if (event == NULL && listed("CCU_TELL_CALLS", "sd_event_unref"))
+    {
+        syslog(LOG_DEBUG, "sd_event_unref without a loop");
     }
     return next(event);
 }
