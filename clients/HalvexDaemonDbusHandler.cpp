@@ -261,7 +261,7 @@ int Handled(const char* parser, int result)
 
 } // namespace
 
-int Handler::VideoStatusChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::VideoStatusChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::tuple<int32_t> body;
     const int result = DbusHelper::Sequence<int32_t>::Read(message, body);
@@ -272,7 +272,7 @@ int Handler::VideoStatusChangedHandler(sd_bus_message* message, void* userData, 
     return Handled("sd_bus_message_read", result);
 }
 
-int Handler::KeyPressHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::KeyPressHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::tuple<int32_t, int32_t> body;
     const int result = DbusHelper::Sequence<int32_t, int32_t>::Read(message, body);
@@ -284,7 +284,7 @@ int Handler::KeyPressHandler(sd_bus_message* message, void* userData, sd_bus_err
 }
 
 template <Handler::PropertiesSignal Handler::*Signal>
-int Handler::PropertiesChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::PropertiesChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     sdbus_utils::TypedPropertyMap properties;
     int result = sd_bus_message_skip(message, "s");
@@ -296,7 +296,7 @@ int Handler::PropertiesChangedHandler(sd_bus_message* message, void* userData, s
     return Handled("ParsePropertiesWithType", result);
 }
 
-int Handler::InterfacesAddedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::InterfacesAddedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::string path;
     sdbus_utils::InterfaceMap interfaces;
@@ -309,7 +309,7 @@ int Handler::InterfacesAddedHandler(sd_bus_message* message, void* userData, sd_
     return Handled("ParseInterfaceAdded", result);
 }
 
-int Handler::InterfacesRemovedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::InterfacesRemovedHandler(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::string path;
     std::vector<std::string> interfaces;

@@ -140,12 +140,12 @@ class HalvexDaemonDbusHandler
     static int32_t GetAllReelProperties(sdbus_utils::TypedPropertyMap& properties);
 
   private:
-    static int VideoStatusChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int KeyPressHandler(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int InterfacesAddedHandler(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int InterfacesRemovedHandler(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int VideoStatusChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* error);
+    static int KeyPressHandler(sd_bus_message* message, void* userData, sd_bus_error* error);
+    static int InterfacesAddedHandler(sd_bus_message* message, void* userData, sd_bus_error* error);
+    static int InterfacesRemovedHandler(sd_bus_message* message, void* userData, sd_bus_error* error);
     template <PropertiesSignal HalvexDaemonDbusHandler::*Signal>
-    static int PropertiesChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int PropertiesChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* error);
 
     DbusHelper::DbusListener listener_;
     VideoStatusSignal videoStatusChanged_;

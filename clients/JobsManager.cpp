@@ -276,7 +276,7 @@ JobsManager::JobsManager(sd_event* event) : listener_(event)
 
 int32_t JobsManager::Listen() { return listener_.ListenSignals({"PropertiesChanged"}); }
 
-int JobsManager::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int JobsManager::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     string interface;
     sdbus_utils::PropertyMap properties;

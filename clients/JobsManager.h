@@ -205,7 +205,7 @@ class JobsManager
                                     int32_t& code);
 
   private:
-    static int PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
 
     DbusHelper::DbusListener listener_;
     DeviceSignal devicePropertiesChanged_;

@@ -172,7 +172,7 @@ int32_t Handler::GetSectionSettings(const std::string& section, sdbus_utils::Typ
                                          settings);
 }
 
-int32_t Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int32_t Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     const std::string section = SectionOf(message);
     sdbus_utils::TypedPropertyMap changes;

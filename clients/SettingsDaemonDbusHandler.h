@@ -118,7 +118,7 @@ class SettingsDaemonDbusHandler : public DbusHelper::DbusListener
 
     /// What sd-bus calls for each "PropertiesChanged": tells the changes of the object that sent it. 0, -1 when the
     /// message cannot be read, which is logged. `userData` is the handler.
-    static int32_t PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int32_t PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
 
   private:
     SectionChangedSignal sectionChanged_;

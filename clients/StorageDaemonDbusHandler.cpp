@@ -293,7 +293,7 @@ Handler::StorageDaemonDbusHandler(sd_event* event) : listener_(event)
 
 int32_t Handler::ListenSignals(const std::vector<std::string>& keys) { return listener_.ListenSignals(keys); }
 
-int Handler::OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     Log::Info("[StorageDaemonDbusHandler] Interface Added\n");
     std::string path;
@@ -316,7 +316,7 @@ int Handler::OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_e
     return result;
 }
 
-int Handler::OnInterfacesRemoved(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::OnInterfacesRemoved(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     Log::Info("[StorageDaemonDbusHandler] Interface Removed\n");
     std::string path;
@@ -331,7 +331,7 @@ int Handler::OnInterfacesRemoved(sd_bus_message* message, void* userData, sd_bus
     return 0;
 }
 
-int Handler::OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     const char* interface = nullptr;
     sdbus_utils::PropertyMap properties;

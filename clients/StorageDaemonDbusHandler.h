@@ -75,9 +75,9 @@ class StorageDaemonDbusHandler
     static int32_t GetPathFromFilename(const std::string& filename, std::string& storagePath);
 
   private:
-    static int OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int OnInterfacesRemoved(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
-    static int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_error* error);
+    static int OnInterfacesRemoved(sd_bus_message* message, void* userData, sd_bus_error* error);
+    static int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
 
     DbusHelper::DbusListener listener_;
     InterfacesAddedSignal interfacesAdded_;

@@ -188,7 +188,7 @@ int32_t Handler::Listen()
     return result;
 }
 
-int Handler::OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::string interface;
     int result = DbusHelper::Codec<std::string>::Read(message, interface);

@@ -48,7 +48,7 @@ class SyncDaemonDbusHandler
     static int32_t GetSyncStatus(std::string& status);
 
   private:
-    static int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
 
     DbusHelper::DbusListener listener_;
     PropertiesChangedSignal propertiesChanged_;

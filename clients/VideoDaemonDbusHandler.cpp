@@ -189,7 +189,7 @@ int32_t Handler::EmitPropertiesChanged(const sdbus_utils::PropertyMap& propertie
     return 0;
 }
 
-int Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     sdbus_utils::PropertyMap properties;
     int result = sd_bus_message_skip(message, "s");
@@ -208,7 +208,7 @@ int Handler::PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_e
 }
 
 template <Handler::GrownSignal Handler::*Signal>
-int Handler::Grew(sd_bus_message* message, void* userData, sd_bus_error* /*error*/) noexcept
+int Handler::Grew(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     std::tuple<std::string, bool> body;
     const int result = DbusHelper::Sequence<std::string, bool>::Read(message, body);

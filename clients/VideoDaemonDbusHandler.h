@@ -165,9 +165,9 @@ class VideoDaemonDbusHandler
     int32_t EmitPropertiesChanged(const sdbus_utils::PropertyMap& properties);
 
   private:
-    static int PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int PropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
     template <GrownSignal VideoDaemonDbusHandler::*Signal>
-    static int Grew(sd_bus_message* message, void* userData, sd_bus_error* error) noexcept;
+    static int Grew(sd_bus_message* message, void* userData, sd_bus_error* error);
 
     DbusHelper::DbusListener listener_;
     GrownSignal videoGrown_;

@@ -1,5 +1,8 @@
 #include "dbus_helper/DbusListener.h"
 
+#include "dbus_helper/HandlerGuard.h"
+
+#include <algorithm>
 #include <cerrno>
 
 namespace DbusHelper
@@ -45,20 +48,39 @@ int32_t DbusListener::ListenSignal(const std::string& service, const std::string
     {
         return -ENOTCONN;
     }
+    SignalDescriptor signal{member, service, path, interface, member, handler};
+    const auto stands = [&](const Subscription& other) { return other.signal == signal && other.userData == userData; };
+    if (std::any_of(subscriptions_.begin(), subscriptions_.end(), stands))
+    {
+        return 0;
+    }
+    Subscription& added = subscriptions_.emplace_back(std::move(signal), userData);
     sd_bus_slot* slot = nullptr;
     const int result = sd_bus_match_signal(GetBus(), &slot, service.c_str(), path.empty() ? nullptr : path.c_str(),
-                                           interface.c_str(), member.c_str(), handler, userData);
+                                           interface.c_str(), member.c_str(), &OnSignal, &added);
     if (result < 0)
     {
+        subscriptions_.pop_back();
         return result;
     }
-    slots_.emplace_back(slot);
+    added.slot.reset(slot);
     return 0;
+}
+
+int DbusListener::OnSignal(sd_bus_message* message, void* subscription, sd_bus_error* error)
+{
+    // Anybody can send to a connection directly: the bus holds no match rule, and so no sender, against that.
+    if (sd_bus_message_get_destination(message) != nullptr)
+    {
+        return 0;
+    }
+    const auto& [signal, userData, slot] = *static_cast<const Subscription*>(subscription);
+    return Guard(signal.member.c_str(), error, [&] { return signal.handler(message, userData, error); });
 }
 
 void DbusListener::Disconnect()
 {
-    slots_.clear();
+    subscriptions_.clear();
     DbusConnector::Disconnect();
 }
 

@@ -2,6 +2,7 @@
 
 #include "dbus_helper/DbusConnector.h"
 
+#include <list>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,9 +19,13 @@ struct SignalDescriptor
     std::string interface;
     std::string member;
     sd_bus_message_handler_t handler = nullptr;
+
+    bool operator==(const SignalDescriptor& other) const = default;
 };
 
-/// Subscribes to signals of other daemons on a connection of its own. Handlers run on the loop's thread.
+/// Subscribes to signals of other daemons on a connection of its own. Handlers run on the loop's thread. They are given
+/// what the service emits to everybody; a signal that is addressed to this connection may be anyone's and is dropped.
+/// An exception that leaves a handler is logged.
 class DbusListener : public DbusConnector
 {
   public:
@@ -35,11 +40,11 @@ class DbusListener : public DbusConnector
     void DefineSignals(std::vector<SignalDescriptor> descriptors, void* userData);
 
     /// Connects when need be and subscribes to the signals with these keys. All are tried. Returns 0, or the first
-    /// failure: negative errno-style, -ENOENT for a key that is not known.
+    /// failure: negative errno-style, -ENOENT for a key that is not known. What is subscribed already stays so, once.
     [[nodiscard]] int32_t ListenSignals(const std::vector<std::string>& keys);
 
-    /// Subscribes to one signal on the connection, which must stand. An empty path matches every object of the
-    /// service. Returns 0, negative errno-style on failure.
+    /// Subscribes to one signal on the connection, which must stand, unless this very subscription exists. An empty
+    /// path matches every object of the service. Returns 0, negative errno-style on failure.
     [[nodiscard]] int32_t ListenSignal(const std::string& service, const std::string& path,
                                        const std::string& interface, const std::string& member,
                                        sd_bus_message_handler_t handler, void* userData);
@@ -48,9 +53,17 @@ class DbusListener : public DbusConnector
     void Disconnect() override;
 
   private:
+    struct Subscription
+    {
+        SignalDescriptor signal;
+        void* userData = nullptr;
+        SlotHandle slot;
+    };
+    static int OnSignal(sd_bus_message* message, void* subscription, sd_bus_error* error);
+
     std::map<std::string, SignalDescriptor> descriptors_;
     void* userData_ = nullptr;
-    std::vector<SlotHandle> slots_;
+    std::list<Subscription> subscriptions_; // each is the user data of its match
 };
 
 } // namespace DbusHelper

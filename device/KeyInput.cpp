@@ -1,5 +1,6 @@
 #include "device/KeyInput.h"
 
+#include "dbus_helper/HandlerGuard.h"
 #include "dbus_helper/Log.h"
 
 #include <fcntl.h>
@@ -49,13 +50,16 @@ KeyInput::KeyInput(sd_event* loop) : udev_(udev_new())
     }
 }
 
-int KeyInput::Readable(sd_event_source* /*source*/, int /*descriptor*/, uint32_t /*events*/, void* userData) noexcept
+int KeyInput::Readable(sd_event_source* /*source*/, int /*descriptor*/, uint32_t /*events*/, void* userData)
 {
-    if (userData != nullptr)
-    {
-        static_cast<KeyInput*>(userData)->Drain();
-    }
-    return 0;
+    DbusHelper::Guard("the keypad", nullptr, [&] {
+        if (userData != nullptr)
+        {
+            static_cast<KeyInput*>(userData)->Drain();
+        }
+        return 0;
+    });
+    return 0; // always: the loop gives up a source that fails
 }
 
 void KeyInput::Drain()

@@ -40,7 +40,7 @@ class KeyInput
     KeySignal& KeyChanged() { return keyChanged_; }
 
   private:
-    static int Readable(sd_event_source* source, int descriptor, uint32_t events, void* userData) noexcept;
+    static int Readable(sd_event_source* source, int descriptor, uint32_t events, void* userData);
     void Drain();
 
     KeySignal keyChanged_;

@@ -136,12 +136,15 @@ class Sibling:
         self.emit(path, PROPERTIES, "PropertiesChanged", interface, variants, list(invalidated), signature="sa{sv}as")
 
     @on_loop
-    def emit(self, path, interface, member, *arguments, signature=None):
-        """Emits a signal with the signature of the interface file, or with the one given to contradict it."""
+    def emit(self, path, interface, member, *arguments, signature=None, destination=None):
+        """Emits a signal with the signature of the interface file, or with the one given to contradict it; to everybody
+        or to the one connection that is the destination."""
         if signature is None:
             signature = next(item.signals[interface, member] for item in self._declared.values()
                              if (interface, member) in item.signals)
         message = append(dbus.lowlevel.SignalMessage(path, interface, member), signature, arguments)
+        if destination is not None:
+            message.set_destination(destination)
         if self.alive:
             self._connection.send_message(message)
             self._connection.flush()

@@ -4,10 +4,13 @@ import os
 
 import pytest
 
-from tests.integration.recording_texts import KINDS, VIDEO, info, lines_of
+from tests.integration.recording_texts import CARD, KINDS, VIDEO, info, lines_of
+from virtual_unit import Typed
 
 VIDEO_PATH = "/com/tavilon/common/Video1"
 CONTROL = "com.tavilon.common.Video1.Control"
+STORAGE = "com.tavilon.common.StorageDaemon1"
+PROPERTIES = "org.freedesktop.DBus.Properties"
 
 
 def news(unit, act):
@@ -53,6 +56,33 @@ def test_signals_of_strangers_are_not_taken_for_a_siblings(unit):
         unit.jobs.emit(VIDEO_PATH, CONTROL, "VideoGrew", "/x.mp4", True, signature="sb")
 
     assert news(unit, impersonate) == ([], [])
+    assert unit.video.state() == 1
+
+
+#: Signals that the daemon obeys when their sibling emits them to everybody: path, interface, member, types, arguments.
+OBEYED = [
+    (VIDEO_PATH, CONTROL, "VideoGrew", "sb", "/x.mp4", True),
+    (VIDEO_PATH, PROPERTIES, "PropertiesChanged", "sa{sv}as", CONTROL, {"RecordingState": Typed("i", 0)}, []),
+    (CARD, PROPERTIES, "PropertiesChanged", "sa{sv}as", f"{STORAGE}.Device", {"IsMounted": Typed("b", False)}, []),
+    ("/" + STORAGE.replace(".", "/"), "org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "oas", CARD,
+     [f"{STORAGE}.Device"]),
+    ("/com/tavilon/common/Settings1/audio", PROPERTIES, "PropertiesChanged", "sa{sv}as", "com.tavilon.common.Settings1",
+     {"micEnabled": Typed("b", False)}, []),
+]
+
+
+@pytest.mark.parametrize("sender", ["jobs", "video"])
+@pytest.mark.parametrize("signal", OBEYED, ids=lambda signal: f"{signal[0]} {signal[2]}")
+def test_what_is_addressed_to_a_connection_of_the_daemon_is_not_obeyed(unit, signal, sender):
+    """Match rules do not apply to it, so it can be anybody's."""
+    VIDEO.start_recording(unit)
+    path, interface, member, types, *arguments = signal
+
+    def address():
+        for connection in unit.client.connections_of(unit.pid):
+            getattr(unit, sender).emit(path, interface, member, *arguments, signature=types, destination=connection)
+
+    assert news(unit, address) == ([], [])
     assert unit.video.state() == 1
 
 
