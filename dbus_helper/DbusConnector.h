@@ -17,7 +17,8 @@ enum class BusKind : uint8_t
 };
 
 /// A bus connection that lives on an event loop: connected and disconnected once, its messages dispatched on the loop's
-/// thread. The loop must outlive the connection or be reference-counted by it, which sd-event does.
+/// thread. The loop must outlive the connection or be reference-counted by it, which sd-event does. A connection that
+/// is lost, as when the bus ends, is not made anew: it ends the loop with -ENOTCONN.
 class DbusConnector
 {
   public:

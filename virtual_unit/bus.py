@@ -44,12 +44,13 @@ class PrivateBus:
 
     launcher  command that the dbus-daemon is started by
     services  folder of the service files of what the bus starts itself; nothing is started when None
+    limits    of the bus, by name, over those that nobody reaches
     """
 
-    def __init__(self, directory, kind, launcher=(), services=None):
+    def __init__(self, directory, kind, launcher=(), services=None, limits=None):
         self.kind = kind
         self.address = f"unix:path={directory}/{kind}.socket"
-        limits = "\n".join(f'  <limit name="{name}">{value}</limit>' for name, value in _LIMITS.items())
+        limits = "\n".join(f'  <limit name="{name}">{value}</limit>' for name, value in {**_LIMITS, **(limits or {})}.items())
         configuration = os.path.join(directory, f"{kind}.conf")
         with open(configuration, "w", encoding="utf-8") as file:
             file.write(_CONFIGURATION.format(
@@ -90,7 +91,8 @@ class PrivateBus:
                 text += chunk
         finally:
             self._close_ready()
-        self.address = text.decode().strip()
+        # Of the place alone, as on a unit: a bus that comes later at the same place has another identity.
+        self.address = text.decode().strip().partition(",guid=")[0]
         return self
 
     def _read_complaints(self):

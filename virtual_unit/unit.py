@@ -290,6 +290,16 @@ class VirtualUnit:
         """Ends one of the buses under everybody's feet."""
         self._buses[kind].stop()
 
+    def renew_bus(self):
+        """A new session bus at the address of the one that has ended, with the siblings and a new client on it."""
+        self._buses["session"] = self._make_bus("session").wait_ready()
+        for sibling in self._siblings.values():
+            if not isinstance(sibling, _SYSTEM_BUS_SIBLINGS):
+                sibling.die()
+                sibling.revive()
+        self.client.close()
+        self.client = Client(self.session_address)
+
     def settle(self, timeout=30):
         """Waits until the daemon has dealt with every signal of the siblings and every signal of its own has arrived.
 
