@@ -11,9 +11,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 
 namespace ControllerDaemon
 {
@@ -138,10 +138,25 @@ int RemoveRecoveryFile(const std::string& mediaPath)
     return RemoveFile(RecoveryPath(mediaPath), "int RemoveRecoveryFile(std::__cxx11::string&)", "recovery");
 }
 
+std::filesystem::file_status FsStatus(const std::string& path, std::error_code& error)
+{
+    if (path.size() >= PATH_MAX)
+    {
+        error = std::make_error_code(std::errc::filename_too_long);
+        return {};
+    }
+    const auto status = std::filesystem::status(path, error);
+    if (std::filesystem::status_known(status))
+    {
+        error.clear(); // that nothing is there is no error
+    }
+    return status;
+}
+
 bool TryFsExists(const std::string& path)
 {
     std::error_code error;
-    const bool exists = std::filesystem::exists(path, error);
+    const bool exists = std::filesystem::exists(FsStatus(path, error));
     if (error)
     {
         Log::Error("TryFsExists - Filesystem error checking for existence of %s: %s.\n", path.c_str(),

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 /// The companions of a recording in progress: hidden files that stand beside it, so that a recording that was broken
 /// off can be found and mended. Hidden by their dot, and on FAT storage by its hidden attribute as well.
@@ -28,6 +30,10 @@ int RemoveRecActiveFile(const std::string& mediaPath);
 
 /// Removes the recovery file of a media file, on the same terms.
 int RemoveRecoveryFile(const std::string& mediaPath);
+
+/// What is at the path; `error` is set when that cannot be told. A text that is too long for any path is refused before
+/// anything is made of it: taking megabytes apart as a path costs fifty times their size.
+[[nodiscard]] std::filesystem::file_status FsStatus(const std::string& path, std::error_code& error);
 
 /// Whether the path exists. False, and logged, when that cannot be told.
 [[nodiscard]] bool TryFsExists(const std::string& path);

@@ -1,6 +1,7 @@
 #include "capture/ScreenshotCapture.h"
 
 #include "capture/CaptureReply.h"
+#include "capture/MarkerFiles.h"
 #include "capture/PixelBlend.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
@@ -180,7 +181,7 @@ int ScreenshotCapture::Screenshot(const ScreenshotCall& call)
         folder = defaultFolder;
     }
     std::error_code error;
-    if (!std::filesystem::is_directory(folder, error))
+    if (!std::filesystem::is_directory(FsStatus(folder, error)))
     {
         return call.Answer(folder, static_cast<int32_t>(CaptureErrorCode::Unknown), std::string("Bad directory"));
     }

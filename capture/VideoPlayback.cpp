@@ -33,9 +33,8 @@ State state;
 /// Whether there is something to play. What speaks against it is logged, the first of it alone.
 bool IsPlayable(const char* text, const std::string& filename)
 {
-    const std::filesystem::path path(filename);
     std::error_code error;
-    const bool exists = std::filesystem::exists(path, error);
+    const bool exists = std::filesystem::exists(FsStatus(filename, error));
     if (error)
     {
         Log::Info("%s VideoPlaybackStart(): filename %s existence check failed: %s", text, filename.c_str(),
@@ -47,6 +46,7 @@ bool IsPlayable(const char* text, const std::string& filename)
         Log::Info("%s VideoPlaybackStart(): filename %s doesn't exist", text, filename.c_str());
         return false;
     }
+    const std::filesystem::path path(filename);
     if (!path.is_absolute())
     {
         Log::Info("%s VideoPlaybackStart(): filename %s isn't absolute", text, filename.c_str());
