@@ -1,4 +1,4 @@
-"""Texts of megabytes to a daemon that can hardly grow: refused before anything is made of them, never its end.
+"""Texts of megabytes to a daemon that can hardly grow: refused before anything is made of them.
 
 The daemon's address space is limited, which sanitizers cannot work with: their builds do not run this file.
 """
@@ -8,7 +8,7 @@ import resource
 import pytest
 
 from tests.integration.playback_texts import MESSAGES, refused_lines, state_lines
-from tests.integration.recording_texts import Watch, error
+from tests.integration.recording_texts import Watch, error, info
 from virtual_unit import DbusFailure
 
 MIB = 1 << 20
@@ -93,3 +93,14 @@ def test_a_siblings_news_that_memory_runs_out_over_is_a_line_and_the_next_are_fo
     unit.video.set("PlaybackState", 1)
     unit.settle()
     assert watch.lines == state_lines(1)
+
+
+def test_a_message_that_memory_cannot_hold_costs_the_connection_and_so_ends_the_daemon_for_a_new_start(unit):
+    """By the bus library's doing, before any handler."""
+    text = giant(16 * MIB)
+    leave_room(unit, len(text) // 2)
+    watch = Watch(unit)
+    with pytest.raises(DbusFailure, match="NoReply"):
+        unit.client.call("PlayAudio", "s", text, timeout=300)
+    assert unit.wait_exit() == 1
+    assert watch.lines == [info("Failed to start main event loop"), info("Exiting..\n")]
