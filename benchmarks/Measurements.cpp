@@ -3,7 +3,7 @@
 #include "benchmarks/BareCalls.h"
 #include "benchmarks/Comparison.h"
 #include "benchmarks/Requests.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 
 #include <syslog.h>
 #include <unistd.h>

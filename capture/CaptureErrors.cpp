@@ -1,8 +1,8 @@
 #include "capture/CaptureErrors.h"
 
-#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Serve.h"
+#include "interfaces/ControllerEndpoint.h"
 
 #include <array>
 
@@ -82,8 +82,8 @@ const char* Find(const Table& table, Code code, const char* otherwise)
 template <typename Code>
 void Emit(sd_bus* bus, const char* signal, Code code, const char* text)
 {
-    const int result = DbusHelper::EmitSignal(bus, DbusHelper::controllerEndpoint, signal, static_cast<int32_t>(code),
-                                              std::string(text));
+    const int result =
+        DbusHelper::EmitSignal(bus, controllerEndpoint, signal, static_cast<int32_t>(code), std::string(text));
     if (result < 0)
     {
         Log::Info("Failed to emit signal, error code: %d\n", result);

@@ -1,7 +1,7 @@
 #include "capture/CaptureMetadata.h"
 
-#include "clients/HalvexDaemonDbusHandler.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 
 #include <limits>

@@ -1,6 +1,6 @@
 #include "capture/MediaItem.h"
 
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsManager.h"
 #include "dbus_helper/Log.h"
 
 namespace ControllerDaemon

@@ -2,7 +2,7 @@
 
 #include "capture/RecordingTexts.h"
 #include "capture/StorageManager.h"
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsManager.h"
 
 namespace ControllerDaemon
 {

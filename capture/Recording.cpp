@@ -2,8 +2,8 @@
 
 #include "capture/MarkerFiles.h"
 #include "capture/MediaItem.h"
-#include "clients/JobsManager.h"
-#include "clients/StorageDaemonDbusHandler.h"
+#include "clients/jobs/JobsManager.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "capture/CaptureErrors.h"
-#include "clients/JobsMediaRecords.h"
+#include "clients/jobs/JobsMediaRecords.h"
 #include "dbus_helper/PropertyMap.h"
 
 #include <systemd/sd-bus.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "capture/Recording.h"
-#include "clients/StorageDaemonDbusHandler.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 
 #include <string>
 #include <vector>

@@ -2,9 +2,9 @@
 #include "capture/MarkerFiles.h"
 #include "capture/MediaItem.h"
 #include "capture/Recording.h"
-#include "clients/HalvexDaemonDbusHandler.h"
-#include "clients/JobsManager.h"
-#include "clients/StorageDaemonDbusHandler.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
+#include "clients/jobs/JobsManager.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 
 #include <filesystem>

@@ -3,8 +3,8 @@
 #include "capture/CaptureMetadata.h"
 #include "capture/MediaItem.h"
 #include "capture/StorageManager.h"
-#include "clients/JobsManager.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/jobs/JobsManager.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 
 #include <filesystem>

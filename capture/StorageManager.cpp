@@ -1,6 +1,6 @@
 #include "capture/StorageManager.h"
 
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsManager.h"
 #include "dbus_helper/Log.h"
 
 #include <filesystem>

@@ -23,13 +23,6 @@ using Videod::VideoDaemonDbusHandler;
 /// The state in which the video daemon's player gave up.
 constexpr int32_t stateError = -1;
 
-/// Class-level state: handlers are plain functions.
-struct State
-{
-    sd_bus* bus = nullptr;
-};
-State state;
-
 /// Whether there is something to play. What speaks against it is logged, the first of it alone.
 bool IsPlayable(const char* text, const std::string& filename)
 {
@@ -85,16 +78,9 @@ PlaybackErrorCode Report(const Words& words, int32_t result)
     return PlaybackErrorCode::Success;
 }
 
-/// Storage that went away takes a playback from it with it.
-void CheckAfterRemoval()
-{
-    if (VideoPlayback::StopAndCancelInvalidPlaybacks())
-    {
-        EmitPlaybackError(state.bus, PlaybackRuntimeError::StorageRemoved);
-    }
-}
-
 } // namespace
+
+VideoPlayback::State VideoPlayback::state;
 
 VideoPlayback::VideoPlayback(VideoDaemonDbusHandler& video, Storaged::StorageDaemonDbusHandler& storage)
 {
@@ -180,6 +166,14 @@ void VideoPlayback::VideoPlaybackStateChangedHandler(int32_t newState)
         EmitPlaybackError(state.bus, static_cast<PlaybackRuntimeError>(newState));
     }
     Log::Info("%s enter", text); // "enter" on the way out, too: this line has always read so
+}
+
+void VideoPlayback::CheckAfterRemoval()
+{
+    if (StopAndCancelInvalidPlaybacks())
+    {
+        EmitPlaybackError(state.bus, PlaybackRuntimeError::StorageRemoved);
+    }
 }
 
 // NOLINTBEGIN(performance-unnecessary-value-param): slots take what their signals give

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "capture/CaptureReply.h"
-#include "clients/StorageDaemonDbusHandler.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 
 #include <systemd/sd-bus.h>
 
@@ -52,6 +52,17 @@ class VideoPlayback
     /// Stops a playback whose file does not exist any more, without returning to the live picture. True when it has
     /// ordered that, whatever became of the order.
     static bool StopAndCancelInvalidPlaybacks();
+
+  private:
+    /// Storage that went away takes a playback from it with it.
+    static void CheckAfterRemoval();
+
+    /// Class-level state: handlers are plain functions.
+    struct State
+    {
+        sd_bus* bus = nullptr;
+    };
+    static State state;
 };
 
 } // namespace ControllerDaemon

@@ -2,7 +2,7 @@
 
 #include "controller_client/SignatureText.h"
 #include "dbus_helper/Call.h"
-#include "dbus_helper/ControllerEndpoint.h"
+#include "interfaces/ControllerEndpoint.h"
 
 #include <string>
 #include <tuple>
@@ -11,7 +11,7 @@
 namespace Controllerd
 {
 
-using DbusHelper::controllerEndpoint;
+using ControllerDaemon::controllerEndpoint;
 
 /// How an operation appears in its lines: its signature text, and what the line of a failed call calls it; the
 /// signature text again when that is empty.

@@ -1,8 +1,8 @@
 #include "daemon/Controller.h"
 
 #include "daemon/ControllerMembers.h"
-#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Log.h"
+#include "interfaces/ControllerEndpoint.h"
 
 namespace ControllerDaemon
 {
@@ -23,8 +23,8 @@ void ReportSubscription(int32_t result, const char* sibling)
 } // namespace
 
 Controller::Controller(ControllerDbusListener& listener, sd_event* event)
-    : DbusServer(DbusHelper::controllerEndpoint.service, DbusHelper::controllerEndpoint.path,
-                 DbusHelper::controllerEndpoint.interface, false, false, event),
+    : DbusServer(controllerEndpoint.service, controllerEndpoint.path, controllerEndpoint.interface, false, false,
+                 event),
       listener_(listener), video_(event), jobs_(event), storage_(event), event_(event)
 {
     FollowSiblings();
@@ -43,16 +43,25 @@ Controller::Controller(ControllerDbusListener& listener, sd_event* event)
     }
 }
 
-Controller::~Controller() { Stop(); }
+Controller::~Controller()
+{
+    Stop();
+    HandOutBus();
+}
 
 int32_t Controller::Start()
+{
+    HandOutBus();
+    return deviceManager_->SetDefaultSettings();
+}
+
+void Controller::HandOutBus()
 {
     DeviceManager::SetBus(GetBus());
     VideoCapture::SetBus(GetBus());
     VideoPlayback::SetBus(GetBus());
     PhotoTalkCapture::SetBus(GetBus());
     AutoLogCapture::SetBus(GetBus());
-    return deviceManager_->SetDefaultSettings();
 }
 
 void Controller::FollowSiblings()

@@ -6,10 +6,10 @@
 #include "capture/SnapshotCapture.h"
 #include "capture/VideoCapture.h"
 #include "capture/VideoPlayback.h"
-#include "clients/JobsManager.h"
-#include "clients/SettingsDaemonDbusHandler.h"
-#include "clients/StorageDaemonDbusHandler.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/jobs/JobsManager.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "daemon/ControllerDbusListener.h"
 #include "dbus_helper/DbusServer.h"
 #include "device/DeviceManager.h"
@@ -43,6 +43,8 @@ class Controller : public DbusHelper::DbusServer
     [[nodiscard]] int32_t Start();
 
   private:
+    /// Gives the server's connection to the managers that emit signals; null when it is not up, or not any more.
+    void HandOutBus();
     void FollowSiblings();
     void RegisterMembers();
 

@@ -5,6 +5,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cerrno>
+#include <concepts>
 #include <cstdint>
 #include <string>
 #include <tuple>
@@ -237,6 +238,10 @@ struct Codec<std::pair<First, Second>>
         return result;
     }
 };
+
+/// `Record` is the wanted type, constant or not: one `Fields` then serves for writing and for reading it.
+template <typename Record, typename Wanted>
+concept ConstOrNot = std::same_as<std::remove_const_t<Record>, Wanted>;
 
 /// A record that travels as a structure names its fields once: `auto Fields(Record&)` returning `std::tie(...)`,
 /// found beside the record. `Fields` of a constant record must work too.

@@ -54,7 +54,8 @@ int32_t DbusListener::ListenSignal(const std::string& service, const std::string
     {
         return 0;
     }
-    Subscription& added = subscriptions_.emplace_back(std::move(signal), userData);
+    subscriptions_.push_back({std::move(signal), userData, nullptr});
+    Subscription& added = subscriptions_.back();
     sd_bus_slot* slot = nullptr;
     const int result = sd_bus_match_signal(GetBus(), &slot, service.c_str(), path.empty() ? nullptr : path.c_str(),
                                            interface.c_str(), member.c_str(), &OnSignal, &added);
@@ -74,8 +75,9 @@ int DbusListener::OnSignal(sd_bus_message* message, void* subscription, sd_bus_e
     {
         return 0;
     }
-    const auto& [signal, userData, slot] = *static_cast<const Subscription*>(subscription);
-    return Guard(signal.member.c_str(), error, [&] { return signal.handler(message, userData, error); });
+    const auto& listened = *static_cast<const Subscription*>(subscription);
+    return Guard(listened.signal.member.c_str(), error,
+                 [&] { return listened.signal.handler(message, listened.userData, error); });
 }
 
 void DbusListener::Disconnect()

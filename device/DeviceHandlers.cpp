@@ -1,8 +1,7 @@
 // The device manager as clients of our interface reach it.
-#include "clients/HalvexDaemonDbusHandler.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
-#include "device/DeviceManager.h"
 #include "device/DeviceState.h"
 
 namespace ControllerDaemon
@@ -56,10 +55,7 @@ int ServeWrite(const PropertyWrite<T>& write, const char* text, const char* name
 
 } // namespace
 
-int DeviceManager::GetKeypadBeepEnabled(const PropertyRead<bool>& read)
-{
-    return read.Answer(deviceState.keypadBeepEnabled);
-}
+int DeviceManager::GetKeypadBeepEnabled(const PropertyRead<bool>& read) { return read.Answer(state.keypadBeepEnabled); }
 
 int DeviceManager::SetKeypadBeepEnabled(const PropertyWrite<bool>& write)
 {
@@ -72,7 +68,7 @@ int DeviceManager::SetKeypadBeepEnabled(const PropertyWrite<bool>& write)
         return write.Fail(text, blank, readFailed, result);
     }
     Log::Info("%s keypadBeepEnabled = %d", text, enabled ? 1 : 0);
-    deviceState.keypadBeepEnabled = enabled;
+    state.keypadBeepEnabled = enabled;
     EmitPropertyChanged("KeypadBeepEnabled");
     return 0;
 }
@@ -105,7 +101,7 @@ int DeviceManager::SetSonde(const PropertyWrite<bool>& write)
 int DeviceManager::GetMicEnabled(const PropertyRead<bool>& read)
 {
     bool enabled = false;
-    const int32_t result = deviceState.sound.GetMicEnabled(enabled);
+    const int32_t result = state.sound.GetMicEnabled(enabled);
     return AnswerSound(read, propertySignatureOf<&DeviceManager::GetMicEnabled>, "SoundManager::GetMicEnabled failed",
                        result, enabled);
 }
@@ -118,7 +114,7 @@ int DeviceManager::SetMicEnabled(const PropertyWrite<bool>& write)
 int DeviceManager::GetSpkrEnabled(const PropertyRead<bool>& read)
 {
     bool enabled = false;
-    const int32_t result = deviceState.sound.GetSpkrEnabled(enabled);
+    const int32_t result = state.sound.GetSpkrEnabled(enabled);
     return AnswerSound(read, propertySignatureOf<&DeviceManager::GetSpkrEnabled>, "SoundManager::GetSpkrEnabled failed",
                        result, enabled);
 }
@@ -145,7 +141,7 @@ int DeviceManager::SetSpkrVolume(const PropertyWrite<int32_t>& write)
 
 int DeviceManager::GetAudioFiles(const PropertyRead<FileNames>& read)
 {
-    return read.Answer({deviceState.sound.GetAudioFiles()});
+    return read.Answer({state.sound.GetAudioFiles()});
 }
 
 int DeviceManager::PlayAudio(const MethodCall<void(std::string)>& call)
@@ -155,7 +151,7 @@ int DeviceManager::PlayAudio(const MethodCall<void(std::string)>& call)
     {
         return call.Refuse("Could not read message");
     }
-    if (deviceState.sound.Play(name) < 0)
+    if (state.sound.Play(name) < 0)
     {
         return call.Refuse("Could not play file");
     }

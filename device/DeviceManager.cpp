@@ -1,13 +1,13 @@
 #include "device/DeviceManager.h"
 
-#include "clients/HalvexDaemonDbusHandler.h"
-#include "clients/SettingsChanges.h"
-#include "clients/VideoDaemonDbusHandler.h"
-#include "dbus_helper/ControllerEndpoint.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
+#include "clients/settings/SettingsChanges.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
 #include "device/DeviceState.h"
 #include "device/LedValues.h"
+#include "interfaces/ControllerEndpoint.h"
 
 #include <sigc++/functors/mem_fun.h>
 
@@ -16,7 +16,6 @@ namespace ControllerDaemon
 namespace
 {
 
-using DbusHelper::controllerEndpoint;
 using DbusHelper::signature;
 using DbusHelper::signatureOf;
 using Halvexd::HalvexDaemonDbusHandler;
@@ -62,30 +61,13 @@ bool ApplyDefault(const char* text, const DefaultWords& words, Apply apply)
     return true;
 }
 
-/// Reads the keypad's beep as far as it can be read.
-bool ReadBeepDefaults(const char* text)
-{
-    constexpr const char* section = "keyBeep";
-    if (SettingsDaemonDbusHandler::GetSetting(section, "enabled", deviceState.keypadBeepEnabled) < 0 ||
-        SettingsDaemonDbusHandler::GetSetting(section, "duration", deviceState.duration) < 0 ||
-        SettingsDaemonDbusHandler::GetSetting(section, "period", deviceState.period) < 0 ||
-        SettingsDaemonDbusHandler::GetSetting(section, "beeps", deviceState.beeps) < 0)
-    {
-        Log::Error("%s: Failed to get default beep settings for %s", text, section);
-        return false;
-    }
-    Log::Info("%s: Got default keypad beep setting %d %u %u %u", text, deviceState.keypadBeepEnabled ? 1 : 0,
-              deviceState.duration, deviceState.period, deviceState.beeps);
-    return true;
-}
-
 } // namespace
 
-DeviceState deviceState;
+DeviceManager::State DeviceManager::state;
 
 DeviceManager::DeviceManager(sd_event* event, const SettingsHandler& settings) : settings_(settings)
 {
-    if (deviceState.sound.Init() < 0)
+    if (state.sound.Init() < 0)
     {
         Log::Error("%s: Failed to initialize Sound Manager",
                    "ControllerDaemon::DeviceManager::DeviceManager(sd_event*, SettingsHandler)");
@@ -99,7 +81,7 @@ DeviceManager::DeviceManager(sd_event* event, const SettingsHandler& settings) :
     keyInput_.emplace(event).KeyChanged().connect(sigc::ptr_fun(&KeyPress));
 }
 
-void DeviceManager::SetBus(sd_bus* bus) { deviceState.bus = bus; }
+void DeviceManager::SetBus(sd_bus* bus) { state.bus = bus; }
 
 int32_t DeviceManager::SetDefaultSettings()
 {
@@ -117,9 +99,25 @@ int32_t DeviceManager::SetDefaultSettings()
     return all ? 0 : -1;
 }
 
+bool DeviceManager::ReadBeepDefaults(const char* text)
+{
+    constexpr const char* section = "keyBeep";
+    if (SettingsDaemonDbusHandler::GetSetting(section, "enabled", state.keypadBeepEnabled) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "duration", state.duration) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "period", state.period) < 0 ||
+        SettingsDaemonDbusHandler::GetSetting(section, "beeps", state.beeps) < 0)
+    {
+        Log::Error("%s: Failed to get default beep settings for %s", text, section);
+        return false;
+    }
+    Log::Info("%s: Got default keypad beep setting %d %u %u %u", text, state.keypadBeepEnabled ? 1 : 0, state.duration,
+              state.period, state.beeps);
+    return true;
+}
+
 int32_t DeviceManager::SetMicEnabled(bool enabled)
 {
-    const int32_t result = deviceState.sound.SetMicEnabled(enabled);
+    const int32_t result = state.sound.SetMicEnabled(enabled);
     if (result < 0)
     {
         Log::Error("%s: %s", signature<int32_t(bool), "ControllerDaemon::DeviceManager::SetMicEnabled">, setMicFailed);
@@ -133,7 +131,7 @@ int32_t DeviceManager::SetMicEnabled(bool enabled)
 
 int32_t DeviceManager::SetSpkrEnabled(bool enabled)
 {
-    const int32_t result = deviceState.sound.SetSpkrEnabled(enabled);
+    const int32_t result = state.sound.SetSpkrEnabled(enabled);
     if (result < 0)
     {
         Log::Error("%s: %s", signature<int32_t(bool), "ControllerDaemon::DeviceManager::SetSpkrEnabled">,
@@ -168,7 +166,7 @@ int32_t DeviceManager::SwitchSonde(bool enabled)
 
 int32_t DeviceManager::EmitPropertyChanged(const std::string& name)
 {
-    return sd_bus_emit_properties_changed(deviceState.bus, controllerEndpoint.path, controllerEndpoint.interface,
+    return sd_bus_emit_properties_changed(state.bus, controllerEndpoint.path, controllerEndpoint.interface,
                                           name.c_str(), nullptr);
 }
 
@@ -197,10 +195,10 @@ int32_t DeviceManager::CaptureLED(int led, int value)
 void DeviceManager::KeyPress(uint32_t keyCode, uint32_t /*time*/, int keyState)
 {
     Log::Info("DeviceManager::KeyPress: Got keyCode %d, keypadBeepEnabled %d", static_cast<int>(keyCode),
-              deviceState.keypadBeepEnabled ? 1 : 0);
-    if (keyState == pressed && deviceState.keypadBeepEnabled)
+              state.keypadBeepEnabled ? 1 : 0);
+    if (keyState == pressed && state.keypadBeepEnabled)
     {
-        HalvexDaemonDbusHandler::BeepBuzzer(deviceState.duration, deviceState.period, deviceState.beeps);
+        HalvexDaemonDbusHandler::BeepBuzzer(state.duration, state.period, state.beeps);
     }
 }
 
@@ -226,10 +224,10 @@ void DeviceManager::KeyBeepSettingsChanged(sdbus_utils::TypedPropertyMap& proper
 {
     constexpr const char* text = signatureOf<&DeviceManager::KeyBeepSettingsChanged>;
     VisitChanges(text, properties, [](const Setting& setting) {
-        ApplyChange<bool>(setting, "enabled", [](bool enabled) { deviceState.keypadBeepEnabled = enabled; });
-        ApplyChange<uint32_t>(setting, "duration", [](uint32_t duration) { deviceState.duration = duration; });
-        ApplyChange<uint32_t>(setting, "period", [](uint32_t period) { deviceState.period = period; });
-        ApplyChange<uint32_t>(setting, "beeps", [](uint32_t beeps) { deviceState.beeps = beeps; });
+        ApplyChange<bool>(setting, "enabled", [](bool enabled) { state.keypadBeepEnabled = enabled; });
+        ApplyChange<uint32_t>(setting, "duration", [](uint32_t duration) { state.duration = duration; });
+        ApplyChange<uint32_t>(setting, "period", [](uint32_t period) { state.period = period; });
+        ApplyChange<uint32_t>(setting, "beeps", [](uint32_t beeps) { state.beeps = beeps; });
     });
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clients/SettingsDaemonDbusHandler.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
 #include "dbus_helper/FileNames.h"
 #include "dbus_helper/PropertyMap.h"
 #include "dbus_helper/Serve.h"
@@ -83,6 +83,13 @@ class DeviceManager : public sigc::trackable
     static int PlayAudio(const DbusHelper::MethodCall<void(std::string)>& call);
 
   private:
+    /// Reads the keypad's beep as far as it can be read.
+    static bool ReadBeepDefaults(const char* text);
+
+    /// Class-level state: handlers are plain functions. Made before main runs.
+    struct State;
+    static State state;
+
     SettingsHandler settings_;
     std::optional<KeyInput> keyInput_;
 };

@@ -1,17 +1,13 @@
 #pragma once
 
+#include "device/DeviceManager.h"
 #include "device/SoundManager.h"
-
-#include <systemd/sd-bus.h>
-
-#include <cstdint>
 
 /// What the parts of the device manager share.
 namespace ControllerDaemon
 {
 
-/// Class-level state: handlers are plain functions.
-struct DeviceState
+struct DeviceManager::State
 {
     sd_bus* bus = nullptr; ///< on which changes are emitted
     SoundManager sound;
@@ -20,9 +16,6 @@ struct DeviceState
     uint32_t period = 0; ///< in the hardware daemon's unit, as is the duration
     uint32_t duration = 0;
 };
-
-/// The one state, made before main runs.
-extern DeviceState deviceState;
 
 /// Failures that are told to a client in the words of their line.
 inline constexpr const char* setMicFailed = "SoundManager::SetMicEnabled failed";

@@ -1,9 +1,9 @@
 #include "time/ClockOperations.h"
 
-#include "clients/SyncDaemonDbusHandler.h"
-#include "clients/SystemdDateTime.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/sync/SyncDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Log.h"
+#include "time/SystemdDateTime.h"
 #include "time/TimeSignals.h"
 #include "time/TimezoneCatalogue.h"
 

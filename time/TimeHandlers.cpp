@@ -1,6 +1,6 @@
-#include "clients/SystemdDateTime.h"
 #include "time/ClockOperations.h"
 #include "time/GpsFix.h"
+#include "time/SystemdDateTime.h"
 #include "time/TimeManager.h"
 #include "time/TimezoneCatalogue.h"
 
@@ -214,7 +214,7 @@ int TimeManager::GetTimezone(const PropertyRead<std::string>& read)
 
 int TimeManager::GetTimezoneList(const PropertyRead<FileNames>& read)
 {
-    const int result = read.Answer({InstalledZones()});
+    const int result = read.Answer({state.installedZones});
     return result < 0 ? read.Refuse("Failed to attach timezone list to message") : result;
 }
 

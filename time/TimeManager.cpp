@@ -1,9 +1,10 @@
 #include "time/TimeManager.h"
 
-#include "clients/SettingsChanges.h"
-#include "clients/SystemdDateTime.h"
+#include "clients/settings/SettingsChanges.h"
 #include "dbus_helper/Log.h"
+#include "dbus_helper/Signature.h"
 #include "time/ClockOperations.h"
+#include "time/SystemdDateTime.h"
 #include "time/TimezoneCatalogue.h"
 
 #include <sigc++/functors/mem_fun.h>
@@ -15,13 +16,6 @@ namespace ControllerDaemon
 namespace
 {
 
-/// Class-level state: handlers are plain functions.
-struct State
-{
-    std::vector<std::string> installedZones;
-};
-State state;
-
 /// Stores a changed value; true when it differs from what was stored.
 template <typename T>
 bool Store(const T* value, T& stored)
@@ -30,6 +24,8 @@ bool Store(const T* value, T& stored)
 }
 
 } // namespace
+
+TimeManager::State TimeManager::state;
 
 TimeManager::TimeManager(Settingsd::SettingsHandler settings) : settings_(std::move(settings))
 {
@@ -66,8 +62,7 @@ int32_t TimeManager::SetDefaultSettings()
 
 void TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap& settings)
 {
-    constexpr const char* text =
-        "void ControllerDaemon::TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap&)";
+    constexpr const char* text = DbusHelper::signatureOf<&TimeManager::TimeSettingsChanged>;
     bool changed = false;
     Settingsd::VisitChanges(text, settings, [&](const auto& setting) {
         const bool dstChanged = Store(sdbus_utils::ValueOf<bool>(setting, "dst"), dst_);
@@ -79,8 +74,6 @@ void TimeManager::TimeSettingsChanged(sdbus_utils::TypedPropertyMap& settings)
         UpdateTimezone();
     }
 }
-
-const std::vector<std::string>& TimeManager::InstalledZones() { return state.installedZones; }
 
 void TimeManager::UpdateTimezone() const
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clients/SettingsDaemonDbusHandler.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
 #include "dbus_helper/FileNames.h"
 #include "dbus_helper/PropertyMap.h"
 #include "dbus_helper/Serve.h"
@@ -67,7 +67,13 @@ class TimeManager : public sigc::trackable
     static int GetTimeSourceAvailable(const DbusHelper::PropertyRead<int32_t>& read);
 
   private:
-    [[nodiscard]] static const std::vector<std::string>& InstalledZones();
+    /// Class-level state: handlers are plain functions.
+    struct State
+    {
+        std::vector<std::string> installedZones;
+    };
+    static State state;
+
     void UpdateTimezone() const;
 
     std::string zone_; // of the settings, a bare name

@@ -1,9 +1,9 @@
 #include "time/TimeSignals.h"
 
-#include "dbus_helper/ControllerEndpoint.h"
 #include "dbus_helper/Handles.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Serve.h"
+#include "interfaces/ControllerEndpoint.h"
 #include "time/BrokenDownTime.h"
 #include "time/TimezoneCatalogue.h"
 
@@ -13,8 +13,6 @@ namespace ControllerDaemon
 {
 namespace
 {
-
-using DbusHelper::controllerEndpoint;
 
 template <typename... Values>
 void Emit(const char* operation, const char* member, const Values&... values)

@@ -1,7 +1,7 @@
 #include "time/TimezoneCatalogue.h"
 
-#include "clients/SystemdDateTime.h"
 #include "dbus_helper/Log.h"
+#include "time/SystemdDateTime.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "clients/HalvexDaemonDbusHandler.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
 #include "tests/driver/ClientOperations.h"
 
 namespace

@@ -1,4 +1,4 @@
-#include "clients/SettingsDaemonDbusHandler.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
 #include "tests/driver/ClientOperations.h"
 
 namespace

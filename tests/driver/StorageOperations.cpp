@@ -1,4 +1,4 @@
-#include "clients/StorageDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
 #include "tests/driver/ClientOperations.h"
 
 namespace

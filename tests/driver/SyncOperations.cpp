@@ -1,4 +1,4 @@
-#include "clients/SyncDaemonDbusHandler.h"
+#include "clients/sync/SyncDaemonDbusHandler.h"
 #include "tests/driver/ClientOperations.h"
 
 namespace

@@ -1,4 +1,4 @@
-#include "clients/SystemdDateTime.h"
+#include "time/SystemdDateTime.h"
 #include "tests/driver/ClientOperations.h"
 
 #define ADD(operation) table.Add("timedate." #operation, &SystemdDateTime::operation)

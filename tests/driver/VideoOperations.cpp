@@ -1,4 +1,4 @@
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "tests/driver/ClientOperations.h"
 
 namespace

@@ -1,4 +1,4 @@
-#include "clients/BatteryLevelIcons.h"
+#include "clients/hardware/BatteryLevelIcons.h"
 
 #include "dbus_helper/Handles.h"
 #include "tests/unit/support/SyslogCapture.h"

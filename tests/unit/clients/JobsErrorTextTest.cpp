@@ -1,4 +1,4 @@
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsManager.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "clients/OpenUserRemote.h"
+#include "clients/hardware/OpenUserRemote.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "clients/SyncDaemonDbusHandler.h"
-#include "clients/SystemdDateTime.h"
+#include "clients/sync/SyncDaemonDbusHandler.h"
+#include "time/SystemdDateTime.h"
 #include "tests/unit/support/SyslogCapture.h"
 #include "tests/unit/support/TestMessage.h"
 

@@ -1,4 +1,4 @@
-#include "clients/RemoteBus.h"
+#include "clients/hardware/RemoteBus.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "clients/SettingsDaemonDbusHandler.h"
-#include "clients/StorageDaemonDbusHandler.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "tests/unit/support/SyslogCapture.h"
 #include "tests/unit/support/TestMessage.h"
 

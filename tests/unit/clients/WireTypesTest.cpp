@@ -1,6 +1,6 @@
-#include "clients/BatteryLevelIcons.h"
-#include "clients/HalvexTypes.h"
-#include "clients/JobsManager.h"
+#include "clients/hardware/BatteryLevelIcons.h"
+#include "clients/hardware/HalvexTypes.h"
+#include "clients/jobs/JobsManager.h"
 #include "dbus_helper/Codec.h"
 
 #include <gtest/gtest.h>

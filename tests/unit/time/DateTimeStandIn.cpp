@@ -1,6 +1,6 @@
 #include "tests/unit/time/DateTimeStandIn.h"
 
-#include "clients/SystemdDateTime.h"
+#include "time/SystemdDateTime.h"
 
 #include <cerrno>
 #include <optional>

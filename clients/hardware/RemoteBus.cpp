@@ -1,4 +1,4 @@
-#include "clients/RemoteBus.h"
+#include "clients/hardware/RemoteBus.h"
 
 #include <arpa/inet.h>
 

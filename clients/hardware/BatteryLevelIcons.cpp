@@ -1,4 +1,4 @@
-#include "clients/BatteryLevelIcons.h"
+#include "clients/hardware/BatteryLevelIcons.h"
 
 #include "dbus_helper/Codec.h"
 #include "dbus_helper/Log.h"

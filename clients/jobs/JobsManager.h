@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clients/JobsMediaRecords.h"
+#include "clients/jobs/JobsMediaRecords.h"
 #include "dbus_helper/DbusListener.h"
 #include "dbus_helper/PropertyMap.h"
 

@@ -1,5 +1,5 @@
-#include "clients/JobsCalls.h"
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsCalls.h"
+#include "clients/jobs/JobsManager.h"
 
 namespace libjobsdaemon
 {
@@ -65,7 +65,7 @@ int32_t AddItem(const Adder& adder, int32_t& code, const JobsManagerD::cameraAng
 
 int32_t JobsManager::GetNewMediaPathComponents(int32_t& code, string& folder, string& stem)
 {
-    return Ask("GetNewMediaPathComponents", std::tie(code, folder, stem));
+    return CallForStructure("GetNewMediaPathComponents", std::tie(code, folder, stem));
 }
 int32_t JobsManager::AddSnapshotMediaItem(const string& mediaPath, const string& mediaType,
                                           const JobsManagerD::cameraAngles_t& angles,
@@ -98,78 +98,78 @@ int32_t JobsManager::AddPhotoTalkMediaItem(const string& mediaPath, const string
 }
 int32_t JobsManager::UpdateMediaFileSizes(const string& mediaPath, int32_t& code)
 {
-    return Order("UpdateMediaFileSizes", code, mediaPath);
+    return Call("UpdateMediaFileSizes", code, mediaPath);
 }
 int32_t JobsManager::DeleteMediaItem(const string& deviceID, const string& jobID, const string& mediaID, int32_t& code)
 {
-    return Order("DeleteMediaItem", code, deviceID, jobID, mediaID);
+    return Call("DeleteMediaItem", code, deviceID, jobID, mediaID);
 }
 int32_t JobsManager::GetMediaID(const string& mediaPath, int32_t& code, string& mediaID)
 {
-    return Ask("GetMediaID", std::tie(code, mediaID), mediaPath);
+    return CallForStructure("GetMediaID", std::tie(code, mediaID), mediaPath);
 }
 int32_t JobsManager::GetMediaItem(const string& deviceID, const string& jobID, const string& mediaID, int32_t& code,
                                   string& item)
 {
-    return Ask("GetMediaItem", std::tie(code, item), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaItem", std::tie(code, item), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::GetMediaName(const string& deviceID, const string& jobID, const string& mediaID, int32_t& code,
                                   string& name)
 {
-    return Ask("GetMediaName", std::tie(code, name), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaName", std::tie(code, name), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::SetMediaName(const string& deviceID, const string& jobID, const string& mediaID,
                                   const string& name, int32_t& code)
 {
-    return Order("SetMediaName", code, deviceID, jobID, mediaID, name);
+    return Call("SetMediaName", code, deviceID, jobID, mediaID, name);
 }
 int32_t JobsManager::GetMediaNotes(const string& deviceID, const string& jobID, const string& mediaID, int32_t& code,
                                    string& notes)
 {
-    return Ask("GetMediaNotes", std::tie(code, notes), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaNotes", std::tie(code, notes), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::SetMediaNotes(const string& deviceID, const string& jobID, const string& mediaID,
                                    const string& notes, int32_t& code)
 {
-    return Order("SetMediaNotes", code, deviceID, jobID, mediaID, notes);
+    return Call("SetMediaNotes", code, deviceID, jobID, mediaID, notes);
 }
 int32_t JobsManager::GetMediaPrivateNotes(const string& deviceID, const string& jobID, const string& mediaID,
                                           int32_t& code, string& notes)
 {
-    return Ask("GetMediaPrivateNotes", std::tie(code, notes), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaPrivateNotes", std::tie(code, notes), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::SetMediaPrivateNotes(const string& deviceID, const string& jobID, const string& mediaID,
                                           const string& notes, int32_t& code)
 {
-    return Order("SetMediaPrivateNotes", code, deviceID, jobID, mediaID, notes);
+    return Call("SetMediaPrivateNotes", code, deviceID, jobID, mediaID, notes);
 }
 int32_t JobsManager::GetMediaUserData(const string& deviceID, const string& jobID, const string& mediaID, int32_t& code,
                                       string& userData)
 {
-    return Ask("GetMediaUserData", std::tie(code, userData), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaUserData", std::tie(code, userData), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::SetMediaUserData(const string& deviceID, const string& jobID, const string& mediaID,
                                       const string& userData, int32_t& code)
 {
-    return Order("SetMediaUserData", code, deviceID, jobID, mediaID, userData);
+    return Call("SetMediaUserData", code, deviceID, jobID, mediaID, userData);
 }
 int32_t JobsManager::GetMediaIsIncludedInReport(const string& deviceID, const string& jobID, const string& mediaID,
                                                 int32_t& code, int32_t& included)
 {
-    return Ask("GetMediaIsIncludedInReport", std::tie(code, included), deviceID, jobID, mediaID);
+    return CallForStructure("GetMediaIsIncludedInReport", std::tie(code, included), deviceID, jobID, mediaID);
 }
 int32_t JobsManager::SetMediaIsIncludedInReport(const string& deviceID, const string& jobID, const string& mediaID,
                                                 int32_t included, int32_t& code)
 {
-    return Order("SetMediaIsIncludedInReport", code, deviceID, jobID, mediaID, included);
+    return Call("SetMediaIsIncludedInReport", code, deviceID, jobID, mediaID, included);
 }
 int32_t JobsManager::GetJobMediaCounts(const string& deviceID, const string& jobID, int32_t& code, MediaCounts& counts)
 {
-    return Ask("GetJobMediaCounts", std::tuple_cat(std::tie(code), Fields(counts)), deviceID, jobID);
+    return CallForStructure("GetJobMediaCounts", std::tuple_cat(std::tie(code), Fields(counts)), deviceID, jobID);
 }
 int32_t JobsManager::CurrentJobMediaCounts(int32_t& code, MediaCounts& counts)
 {
-    return Ask("CurrentJobMediaCounts", std::tuple_cat(std::tie(code), Fields(counts)));
+    return CallForStructure("CurrentJobMediaCounts", std::tuple_cat(std::tie(code), Fields(counts)));
 }
 
 } // namespace libjobsdaemon

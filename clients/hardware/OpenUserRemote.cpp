@@ -1,6 +1,6 @@
-#include "clients/OpenUserRemote.h"
+#include "clients/hardware/OpenUserRemote.h"
 
-#include "clients/RemoteBus.h"
+#include "clients/hardware/RemoteBus.h"
 
 #include <algorithm>
 #include <cctype>

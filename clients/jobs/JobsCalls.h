@@ -19,7 +19,7 @@ int32_t Report(const char* member, const DbusHelper::Outcome& outcome);
 
 /// A call whose reply is one value: a code, or the ID of the two members that have none.
 template <typename Reply, typename... In>
-int32_t Order(const char* member, Reply& reply, const In&... arguments)
+int32_t Call(const char* member, Reply& reply, const In&... arguments)
 {
     Log::Debug("%s", member);
     return Report(member, DbusHelper::Call(jobsDaemon, member, std::tie(reply), arguments...));
@@ -27,7 +27,7 @@ int32_t Order(const char* member, Reply& reply, const In&... arguments)
 
 /// A call whose reply is a structure of a code and data.
 template <typename... Out, typename... In>
-int32_t Ask(const char* member, std::tuple<Out&...> answer, const In&... arguments)
+int32_t CallForStructure(const char* member, std::tuple<Out&...> answer, const In&... arguments)
 {
     Log::Debug("%s", member);
     std::tuple<Out...> structure;

@@ -1,5 +1,5 @@
-#include "clients/VideoDaemonControl.h"
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonControl.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"

@@ -1,6 +1,6 @@
-#include "clients/VideoDaemonDbusHandler.h"
+#include "clients/video/VideoDaemonDbusHandler.h"
 
-#include "clients/VideoDaemonControl.h"
+#include "clients/video/VideoDaemonControl.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
@@ -39,7 +39,7 @@ int32_t Report(const char* member, const Outcome& outcome)
 
 /// An order: the answer is the video daemon's own, negative when it refuses.
 template <typename... In>
-int32_t Order(const char* member, const In&... arguments)
+int32_t Call(const char* member, const In&... arguments)
 {
     int32_t answer = -1;
     const Outcome outcome = DbusHelper::Call(control, member, std::tie(answer), arguments...);
@@ -47,10 +47,10 @@ int32_t Order(const char* member, const In&... arguments)
 }
 
 /// An order whose traffic line is its name alone.
-int32_t PlainOrder(const char* member)
+int32_t PlainCall(const char* member)
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::%s", member);
-    return Order(member);
+    return Call(member);
 }
 
 } // namespace
@@ -61,12 +61,12 @@ int32_t Handler::StartRecording(const std::string& videoPath, const std::string&
     Log::Debug("Videod: VideoDaemonDbusHandler::StartRecord Video %s, Recovery %s, Snapshot %s, Snapshot width %u, "
                "height %u, quality %u",
                videoPath.c_str(), recoveryPath.c_str(), snapshotPath.c_str(), width, height, quality);
-    return Order("StartRecording", videoPath, recoveryPath, snapshotPath, width, height, quality);
+    return Call("StartRecording", videoPath, recoveryPath, snapshotPath, width, height, quality);
 }
 
-int32_t Handler::StopRecording() { return PlainOrder("StopRecording"); }
-int32_t Handler::PauseRecording() { return PlainOrder("PauseRecording"); }
-int32_t Handler::ResumeRecording() { return PlainOrder("ResumeRecording"); }
+int32_t Handler::StopRecording() { return PlainCall("StopRecording"); }
+int32_t Handler::PauseRecording() { return PlainCall("PauseRecording"); }
+int32_t Handler::ResumeRecording() { return PlainCall("ResumeRecording"); }
 
 int32_t Handler::StartPhotoTalk(const std::string& videoPath, const std::string& recoveryPath,
                                 const std::string& snapshotPath, uint32_t width, uint32_t height, uint32_t quality)
@@ -74,17 +74,17 @@ int32_t Handler::StartPhotoTalk(const std::string& videoPath, const std::string&
     Log::Debug("Videod: VideoDaemonDbusHandler::PhotoTalkStart PhotoTalk %s, Recovery %s, Snapshot %s, Snapshot width "
                "%u, height %u, quality %u",
                videoPath.c_str(), recoveryPath.c_str(), snapshotPath.c_str(), width, height, quality);
-    return Order("StartPhotoTalk", videoPath, recoveryPath, snapshotPath, width, height, quality);
+    return Call("StartPhotoTalk", videoPath, recoveryPath, snapshotPath, width, height, quality);
 }
 
 int32_t Handler::StopPhotoTalk()
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::PhotoTalkStop");
-    return Order("StopPhotoTalk");
+    return Call("StopPhotoTalk");
 }
 
-int32_t Handler::PausePhotoTalk() { return PlainOrder("PausePhotoTalk"); }
-int32_t Handler::ResumePhotoTalk() { return PlainOrder("ResumePhotoTalk"); }
+int32_t Handler::PausePhotoTalk() { return PlainCall("PausePhotoTalk"); }
+int32_t Handler::ResumePhotoTalk() { return PlainCall("ResumePhotoTalk"); }
 
 int32_t Handler::StartAutoLog(const std::string& videoPath, const std::string& recoveryPath,
                               const std::string& snapshotPath, uint32_t width, uint32_t height, uint32_t quality)
@@ -92,49 +92,49 @@ int32_t Handler::StartAutoLog(const std::string& videoPath, const std::string& r
     Log::Debug("Videod: VideoDaemonDbusHandler::AutoLogStart Video %s, Recovery %s, Snapshot %s, Snapshot width %u, "
                "height %u, quality %u",
                videoPath.c_str(), recoveryPath.c_str(), snapshotPath.c_str(), width, height, quality);
-    return Order("StartAutoLog", videoPath, recoveryPath, snapshotPath, width, height, quality);
+    return Call("StartAutoLog", videoPath, recoveryPath, snapshotPath, width, height, quality);
 }
 
 int32_t Handler::StopAutoLog()
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::AutoLogStop");
-    return Order("StopAutoLog");
+    return Call("StopAutoLog");
 }
 
-int32_t Handler::PauseAutoLog() { return PlainOrder("PauseAutoLog"); }
-int32_t Handler::ResumeAutoLog() { return PlainOrder("ResumeAutoLog"); }
+int32_t Handler::PauseAutoLog() { return PlainCall("PauseAutoLog"); }
+int32_t Handler::ResumeAutoLog() { return PlainCall("ResumeAutoLog"); }
 
 int32_t Handler::SetMotionDetectionPeriod(uint32_t period)
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::SetMotionDetectionPeriod Period %u", period);
-    return Order("SetMotionDetectionPeriod", period);
+    return Call("SetMotionDetectionPeriod", period);
 }
 
 int32_t Handler::Snapshot(const std::string& path, uint32_t width, uint32_t height, uint32_t quality)
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::Snapshot %s (%u, %u) %u", path.c_str(), width, height, quality);
-    return Order("Snapshot", path, width, height, quality);
+    return Call("Snapshot", path, width, height, quality);
 }
 
 int32_t Handler::StartPlayback(const std::string& filename, double rate)
 {
     Log::Debug("%s %s %lf", DbusHelper::signatureOf<&Handler::StartPlayback>, filename.c_str(), rate);
-    return Order("StartPlayback", filename, rate);
+    return Call("StartPlayback", filename, rate);
 }
 
 int32_t Handler::StopPlayback(bool exitFlag)
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::StopPlayback exit=%d", exitFlag ? 1 : 0);
-    return Order("StopPlayback", exitFlag);
+    return Call("StopPlayback", exitFlag);
 }
 
-int32_t Handler::PausePlayback() { return PlainOrder("PausePlayback"); }
-int32_t Handler::ResumePlayback() { return PlainOrder("ResumePlayback"); }
+int32_t Handler::PausePlayback() { return PlainCall("PausePlayback"); }
+int32_t Handler::ResumePlayback() { return PlainCall("ResumePlayback"); }
 
 int32_t Handler::SeekPlayback(int32_t position)
 {
     Log::Debug("Videod: VideoDaemonDbusHandler::SeekPlayback %d", position);
-    return Order("SeekPlayback", position);
+    return Call("SeekPlayback", position);
 }
 
 int32_t Handler::GetPlaybackProgress(bool& firstFlag, bool& secondFlag, bool& thirdFlag, double& rate,

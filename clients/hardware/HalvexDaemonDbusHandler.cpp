@@ -1,7 +1,7 @@
-#include "clients/HalvexDaemonDbusHandler.h"
+#include "clients/hardware/HalvexDaemonDbusHandler.h"
 
-#include "clients/BatteryLevelIcons.h"
-#include "clients/HalvexEndpoints.h"
+#include "clients/hardware/BatteryLevelIcons.h"
+#include "clients/hardware/HalvexEndpoints.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
 
@@ -91,7 +91,7 @@ int32_t Report(const Method& method, const Outcome& outcome)
 
 /// A method call on the user bus, and the lines of its failure.
 template <typename... Out, typename... In>
-int32_t Order(const Method& method, std::tuple<Out&...> reply, const In&... arguments)
+int32_t Call(const Method& method, std::tuple<Out&...> reply, const In&... arguments)
 {
     return Report(method, DbusHelper::Call(method.object, method.member, reply, arguments...));
 }
@@ -135,16 +135,16 @@ void LogBatteryInfo(const char* member, const BatteryInfo& info)
 
 int32_t Handler::SetRemote(const std::string& ip, const std::string& dbusAddress)
 {
-    return Order(setRemote, std::tie(), ip, dbusAddress);
+    return Call(setRemote, std::tie(), ip, dbusAddress);
 }
-int32_t Handler::SetLocal() { return Order(setLocal, std::tie()); }
-int32_t Handler::GetVideoStatus(int32_t& status) { return Order(getVideoStatus, std::tie(status)); }
-int32_t Handler::SetLedState(uint32_t led, uint32_t value) { return Order(setLedState, std::tie(), led, value); }
+int32_t Handler::SetLocal() { return Call(setLocal, std::tie()); }
+int32_t Handler::GetVideoStatus(int32_t& status) { return Call(getVideoStatus, std::tie(status)); }
+int32_t Handler::SetLedState(uint32_t led, uint32_t value) { return Call(setLedState, std::tie(), led, value); }
 
 int32_t Handler::BeepBuzzer(uint32_t duration, uint32_t period, uint32_t beeps)
 {
     bool success = true;
-    const int32_t result = Order(beepBuzzer, std::tie(success), duration, period, beeps);
+    const int32_t result = Call(beepBuzzer, std::tie(success), duration, period, beeps);
     if (!success)
     {
         Log::Error("sd_bus_call_method SetLedState success != (int) true"); // names another member: deliberate
@@ -155,23 +155,23 @@ int32_t Handler::BeepBuzzer(uint32_t duration, uint32_t period, uint32_t beeps)
 int32_t Handler::SetPowerState(int32_t first, int32_t second)
 {
     bool obeyed = false;
-    return Order(setPowerState, std::tie(obeyed), first, second);
+    return Call(setPowerState, std::tie(obeyed), first, second);
 }
 int32_t Handler::GetPowerStates(bool& first, bool& second, bool& third, bool& fourth, bool& fifth)
 {
-    return Order(getPowerStates, std::tie(first, second, third, fourth, fifth));
+    return Call(getPowerStates, std::tie(first, second, third, fourth, fifth));
 }
-int32_t Handler::GetBatteryUpdateState(int32_t& state) { return Order(getBatteryUpdateState, std::tie(state)); }
+int32_t Handler::GetBatteryUpdateState(int32_t& state) { return Call(getBatteryUpdateState, std::tie(state)); }
 int32_t Handler::GetBatteryUpdateDirection(int32_t& direction)
 {
-    return Order(getBatteryUpdateDirection, std::tie(direction));
+    return Call(getBatteryUpdateDirection, std::tie(direction));
 }
 int32_t Handler::GetPowerSufficientForAction(int32_t action, int32_t& sufficient)
 {
-    return Order(getPowerSufficientForAction, std::tie(sufficient), action);
+    return Call(getPowerSufficientForAction, std::tie(sufficient), action);
 }
-int32_t Handler::RequestBatteryData(bool& success) { return Order(requestBatteryData, std::tie(success)); }
-int32_t Handler::SetAnalogReelDisplay(int32_t display) { return Order(overlay, std::tie(), display); }
+int32_t Handler::RequestBatteryData(bool& success) { return Call(requestBatteryData, std::tie(success)); }
+int32_t Handler::SetAnalogReelDisplay(int32_t display) { return Call(overlay, std::tie(), display); }
 
 int32_t Handler::GetBatteryInfo(BatteryInfo& info)
 {

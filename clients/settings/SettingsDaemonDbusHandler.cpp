@@ -1,4 +1,4 @@
-#include "clients/SettingsDaemonDbusHandler.h"
+#include "clients/settings/SettingsDaemonDbusHandler.h"
 
 #include "dbus_helper/Log.h"
 #include "dbus_helper/SdbusUtils.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clients/HalvexTypes.h"
+#include "clients/hardware/HalvexTypes.h"
 #include "dbus_helper/DbusListener.h"
 #include "dbus_helper/PropertyMap.h"
 #include "dbus_helper/SdbusUtils.h"

@@ -1,4 +1,4 @@
-#include "clients/StorageDaemonDbusHandler.h"
+#include "clients/storage/StorageDaemonDbusHandler.h"
 
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
@@ -64,7 +64,7 @@ int32_t Set(const Names& names, const Endpoint& endpoint, const char* property, 
 
 /// An order to a device, which answers nothing.
 template <typename... In>
-int32_t Order(const std::string& device, const char* member, const In&... arguments)
+int32_t Call(const std::string& device, const char* member, const In&... arguments)
 {
     const Outcome outcome = DbusHelper::Call(DeviceAt(device), member, std::tie(), arguments...);
     if (outcome.step == Step::Open)
@@ -222,9 +222,9 @@ int32_t Handler::GetIsSafeToRemove(const std::string& device, bool& safe)
 
 int32_t Handler::SetWriteActive(const std::string& device, uint8_t writer, bool active)
 {
-    return Order(device, "SetWriteActive", writer, active);
+    return Call(device, "SetWriteActive", writer, active);
 }
-int32_t Handler::StartFormat(const std::string& device) { return Order(device, "StartFormat"); }
+int32_t Handler::StartFormat(const std::string& device) { return Call(device, "StartFormat"); }
 
 int32_t Handler::GetStorageObjectPaths(std::vector<std::string>& paths)
 {

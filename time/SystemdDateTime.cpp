@@ -1,4 +1,4 @@
-#include "clients/SystemdDateTime.h"
+#include "time/SystemdDateTime.h"
 
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Handles.h"
@@ -55,7 +55,7 @@ int Run(const Names& names, Action action)
 }
 
 template <typename... In>
-int Order(const Names& names, const char* member, const In&... arguments)
+int Call(const Names& names, const char* member, const In&... arguments)
 {
     return Run(names,
                [&](sd_bus* bus) { return DbusHelper::CallOn(bus, timedated, member, std::tie(), arguments...); });
@@ -72,15 +72,15 @@ int Get(const Names& names, const char* property, T& value)
 int SystemdDateTime::SetTime(uint64_t usec)
 {
     Log::Debug("%s: usec = %llu", setTime.operation, static_cast<unsigned long long>(usec));
-    return Order(setTime, "SetTime", static_cast<int64_t>(usec), relative, interactive);
+    return Call(setTime, "SetTime", static_cast<int64_t>(usec), relative, interactive);
 }
 
 int SystemdDateTime::SetTimezone(const std::string& timezone)
 {
     Log::Debug("%s: timezone = %s", setTimezone.operation, timezone.c_str());
-    return Order(setTimezone, "SetTimezone", timezone, interactive);
+    return Call(setTimezone, "SetTimezone", timezone, interactive);
 }
 
-int SystemdDateTime::SetNTP(bool on) { return Order(setNtp, "SetNTP", on, interactive); }
+int SystemdDateTime::SetNTP(bool on) { return Call(setNtp, "SetNTP", on, interactive); }
 int SystemdDateTime::GetNTP(bool& on) { return Get(getNtp, "NTP", on); }
 int SystemdDateTime::GetTimezone(std::string& timezone) { return Get(getTimezone, "Timezone", timezone); }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clients/ConstOrNot.h"
+#include "dbus_helper/Codec.h"
 #include "dbus_helper/Signature.h"
 
 #include <array>

@@ -1,6 +1,6 @@
-#include "clients/JobsManager.h"
+#include "clients/jobs/JobsManager.h"
 
-#include "clients/JobsCalls.h"
+#include "clients/jobs/JobsCalls.h"
 
 #include <array>
 #include <string_view>
@@ -91,179 +91,182 @@ int32_t JobsManager::SetTargetDeviceID(const string& deviceID, int32_t& code)
 int32_t JobsManager::MoveJob(const string& sourceDeviceID, const string& jobID, const string& targetDeviceID,
                              int32_t& code)
 {
-    return Order("MoveJob", code, sourceDeviceID, jobID, targetDeviceID);
+    return Call("MoveJob", code, sourceDeviceID, jobID, targetDeviceID);
 }
 int32_t JobsManager::CopyJob(const string& sourceDeviceID, const string& jobID, const string& targetDeviceID,
                              int32_t& code)
 {
-    return Order("CopyJob", code, sourceDeviceID, jobID, targetDeviceID);
+    return Call("CopyJob", code, sourceDeviceID, jobID, targetDeviceID);
 }
 int32_t JobsManager::MoveAllJobs(const string& sourceDeviceID, const string& targetDeviceID, int32_t& code)
 {
-    return Order("MoveAllJobs", code, sourceDeviceID, targetDeviceID);
+    return Call("MoveAllJobs", code, sourceDeviceID, targetDeviceID);
 }
 int32_t JobsManager::CopyAllJobs(const string& sourceDeviceID, const string& targetDeviceID, int32_t& code)
 {
-    return Order("CopyAllJobs", code, sourceDeviceID, targetDeviceID);
+    return Call("CopyAllJobs", code, sourceDeviceID, targetDeviceID);
 }
 int32_t JobsManager::MoveJobList(const string& sourceDeviceID, const string& targetDeviceID,
                                  const vector<string>& jobIDs, int32_t& code)
 {
-    return Order("MoveJobList", code, sourceDeviceID, targetDeviceID, jobIDs);
+    return Call("MoveJobList", code, sourceDeviceID, targetDeviceID, jobIDs);
 }
 int32_t JobsManager::CopyJobList(const string& sourceDeviceID, const string& targetDeviceID,
                                  const vector<string>& jobIDs, int32_t& code)
 {
-    return Order("CopyJobList", code, sourceDeviceID, targetDeviceID, jobIDs);
+    return Call("CopyJobList", code, sourceDeviceID, targetDeviceID, jobIDs);
 }
 int32_t JobsManager::DeleteJob(const string& deviceID, const string& jobID, int32_t& code)
 {
-    return Order("DeleteJob", code, deviceID, jobID);
+    return Call("DeleteJob", code, deviceID, jobID);
 }
 int32_t JobsManager::DeleteAllJobs(const string& deviceID, int32_t& code)
 {
-    return Order("DeleteAllJobs", code, deviceID);
+    return Call("DeleteAllJobs", code, deviceID);
 }
 int32_t JobsManager::DeleteJobList(const string& deviceID, const vector<string>& jobIDs, int32_t& code)
 {
-    return Order("DeleteJobList", code, deviceID, jobIDs);
+    return Call("DeleteJobList", code, deviceID, jobIDs);
 }
-int32_t JobsManager::CancelCMD(const string& deviceID, int32_t& code) { return Order("CancelCMD", code, deviceID); }
-int32_t JobsManager::FindJobs(const string& deviceID, int32_t& code) { return Order("FindJobs", code, deviceID); }
-int32_t JobsManager::ConvertJobs(const string& deviceID, int32_t& code) { return Order("ConvertJobs", code, deviceID); }
+int32_t JobsManager::CancelCMD(const string& deviceID, int32_t& code) { return Call("CancelCMD", code, deviceID); }
+int32_t JobsManager::FindJobs(const string& deviceID, int32_t& code) { return Call("FindJobs", code, deviceID); }
+int32_t JobsManager::ConvertJobs(const string& deviceID, int32_t& code) { return Call("ConvertJobs", code, deviceID); }
 int32_t JobsManager::SearchJobs(const string& deviceID, const string& text, SearchCriterion criterion, uint16_t count,
                                 bool flag, int32_t& code)
 {
-    return Order("SearchJobs", code, deviceID, text, criterion, count, flag);
+    return Call("SearchJobs", code, deviceID, text, criterion, count, flag);
 }
 int32_t JobsManager::GetSearchStats(const string& deviceID, int32_t& code, string& stats)
 {
-    return Ask("GetSearchStats", std::tie(code, stats), deviceID);
+    return CallForStructure("GetSearchStats", std::tie(code, stats), deviceID);
 }
 int32_t JobsManager::GetSearchResults(const string& deviceID, uint16_t first, uint16_t second, int32_t& code,
                                       string& jobs)
 {
-    return Ask("GetSearchResults", std::tie(code, jobs), deviceID, first, second);
+    return CallForStructure("GetSearchResults", std::tie(code, jobs), deviceID, first, second);
 }
 int32_t JobsManager::GetJobListStats(const string& deviceID, int32_t& code, string& stats)
 {
-    return Ask("GetJobListStats", std::tie(code, stats), deviceID);
+    return CallForStructure("GetJobListStats", std::tie(code, stats), deviceID);
 }
 int32_t JobsManager::GetJobList(const string& deviceID, uint8_t firstKey, uint8_t secondKey, uint16_t first,
                                 uint16_t second, int32_t& code, string& jobs)
 {
-    return Ask("GetJobList", std::tie(code, jobs), deviceID, firstKey, secondKey, first, second);
+    return CallForStructure("GetJobList", std::tie(code, jobs), deviceID, firstKey, secondKey, first, second);
 }
-int32_t JobsManager::GetCurrentJobID(string& jobID) { return Order("GetCurrentJobID", jobID); }
-int32_t JobsManager::GetCurrentJobDeviceID(string& deviceID) { return Order("GetCurrentJobDeviceID", deviceID); }
+int32_t JobsManager::GetCurrentJobID(string& jobID) { return Call("GetCurrentJobID", jobID); }
+int32_t JobsManager::GetCurrentJobDeviceID(string& deviceID) { return Call("GetCurrentJobDeviceID", deviceID); }
 int32_t JobsManager::CreateJob(const string& deviceID, const string& description, int32_t& code, string& jobID,
                                string& job)
 {
-    return Ask("CreateJob", std::tie(code, jobID, job), deviceID, description);
+    return CallForStructure("CreateJob", std::tie(code, jobID, job), deviceID, description);
 }
 int32_t JobsManager::OpenJob(const string& deviceID, const string& jobID, int32_t& code, string& openedJobID,
                              string& job)
 {
-    return Ask("OpenJob", std::tie(code, openedJobID, job), deviceID, jobID);
+    return CallForStructure("OpenJob", std::tie(code, openedJobID, job), deviceID, jobID);
 }
-int32_t JobsManager::CloseJob(int32_t& code, string& jobID) { return Ask("CloseJob", std::tie(code, jobID)); }
+int32_t JobsManager::CloseJob(int32_t& code, string& jobID)
+{
+    return CallForStructure("CloseJob", std::tie(code, jobID));
+}
 int32_t JobsManager::GetJob(const string& deviceID, const string& jobID, int32_t& code, string& job)
 {
-    return Ask("GetJob", std::tie(code, job), deviceID, jobID);
+    return CallForStructure("GetJob", std::tie(code, job), deviceID, jobID);
 }
 int32_t JobsManager::GetJobFolderPath(const string& deviceID, const string& jobID, int32_t& code, string& path)
 {
-    return Ask("GetJobFolderPath", std::tie(code, path), deviceID, jobID);
+    return CallForStructure("GetJobFolderPath", std::tie(code, path), deviceID, jobID);
 }
 int32_t JobsManager::GetJobLocked(const string& deviceID, const string& jobID, int32_t& code, bool& locked)
 {
-    return Ask("GetJobLocked", std::tie(code, locked), deviceID, jobID);
+    return CallForStructure("GetJobLocked", std::tie(code, locked), deviceID, jobID);
 }
 int32_t JobsManager::SetJobLocked(const string& deviceID, const string& jobID, bool locked, int32_t& code)
 {
-    return Order("SetJobLocked", code, deviceID, jobID, locked);
+    return Call("SetJobLocked", code, deviceID, jobID, locked);
 }
 int32_t JobsManager::GetJobName(const string& deviceID, const string& jobID, int32_t& code, string& name)
 {
-    return Ask("GetJobName", std::tie(code, name), deviceID, jobID);
+    return CallForStructure("GetJobName", std::tie(code, name), deviceID, jobID);
 }
 int32_t JobsManager::SetJobName(const string& deviceID, const string& jobID, const string& name, int32_t& code)
 {
-    return Order("SetJobName", code, deviceID, jobID, name);
+    return Call("SetJobName", code, deviceID, jobID, name);
 }
 int32_t JobsManager::GetJobNotes(const string& deviceID, const string& jobID, int32_t& code, string& notes)
 {
-    return Ask("GetJobNotes", std::tie(code, notes), deviceID, jobID);
+    return CallForStructure("GetJobNotes", std::tie(code, notes), deviceID, jobID);
 }
 int32_t JobsManager::SetJobNotes(const string& deviceID, const string& jobID, const string& notes, int32_t& code)
 {
-    return Order("SetJobNotes", code, deviceID, jobID, notes);
+    return Call("SetJobNotes", code, deviceID, jobID, notes);
 }
 int32_t JobsManager::GetJobPrivateNotes(const string& deviceID, const string& jobID, int32_t& code, string& notes)
 {
-    return Ask("GetJobPrivateNotes", std::tie(code, notes), deviceID, jobID);
+    return CallForStructure("GetJobPrivateNotes", std::tie(code, notes), deviceID, jobID);
 }
 int32_t JobsManager::SetJobPrivateNotes(const string& deviceID, const string& jobID, const string& notes, int32_t& code)
 {
-    return Order("SetJobPrivateNotes", code, deviceID, jobID, notes);
+    return Call("SetJobPrivateNotes", code, deviceID, jobID, notes);
 }
 int32_t JobsManager::GetJobUserData(const string& deviceID, const string& jobID, int32_t& code, string& userData)
 {
-    return Ask("GetJobUserData", std::tie(code, userData), deviceID, jobID);
+    return CallForStructure("GetJobUserData", std::tie(code, userData), deviceID, jobID);
 }
 int32_t JobsManager::SetJobUserData(const string& deviceID, const string& jobID, const string& userData, int32_t& code)
 {
-    return Order("SetJobUserData", code, deviceID, jobID, userData);
+    return Call("SetJobUserData", code, deviceID, jobID, userData);
 }
 int32_t JobsManager::GetJobAddress(const string& deviceID, const string& jobID, int32_t& code, string& address)
 {
-    return Ask("GetJobAddress", std::tie(code, address), deviceID, jobID);
+    return CallForStructure("GetJobAddress", std::tie(code, address), deviceID, jobID);
 }
 int32_t JobsManager::SetJobAddress(const string& deviceID, const string& jobID, const string& address, int32_t& code)
 {
-    return Order("SetJobAddress", code, deviceID, jobID, address);
+    return Call("SetJobAddress", code, deviceID, jobID, address);
 }
 int32_t JobsManager::ClearJobAddress(const string& deviceID, const string& jobID, int32_t& code)
 {
-    return Order("ClearJobAddress", code, deviceID, jobID);
+    return Call("ClearJobAddress", code, deviceID, jobID);
 }
 int32_t JobsManager::GetJobCustomer(const string& deviceID, const string& jobID, int32_t& code, string& customer)
 {
-    return Ask("GetJobCustomer", std::tie(code, customer), deviceID, jobID);
+    return CallForStructure("GetJobCustomer", std::tie(code, customer), deviceID, jobID);
 }
 int32_t JobsManager::SetJobCustomer(const string& deviceID, const string& jobID, const string& customer, int32_t& code)
 {
-    return Order("SetJobCustomer", code, deviceID, jobID, customer);
+    return Call("SetJobCustomer", code, deviceID, jobID, customer);
 }
 int32_t JobsManager::ClearJobCustomer(const string& deviceID, const string& jobID, int32_t& code)
 {
-    return Order("ClearJobCustomer", code, deviceID, jobID);
+    return Call("ClearJobCustomer", code, deviceID, jobID);
 }
 int32_t JobsManager::GetJobContacts(const string& deviceID, const string& jobID, int32_t& code, string& contacts)
 {
-    return Ask("GetJobContacts", std::tie(code, contacts), deviceID, jobID);
+    return CallForStructure("GetJobContacts", std::tie(code, contacts), deviceID, jobID);
 }
 int32_t JobsManager::RemoveJobContacts(const string& deviceID, const string& jobID, int32_t& code)
 {
-    return Order("RemoveJobContacts", code, deviceID, jobID);
+    return Call("RemoveJobContacts", code, deviceID, jobID);
 }
 int32_t JobsManager::AddJobContact(const string& deviceID, const string& jobID, const string& contact, int32_t& code,
                                    uint8_t& index)
 {
-    return Ask("AddJobContact", std::tie(code, index), deviceID, jobID, contact);
+    return CallForStructure("AddJobContact", std::tie(code, index), deviceID, jobID, contact);
 }
 int32_t JobsManager::GetJobContact(const string& deviceID, const string& jobID, uint8_t index, int32_t& code,
                                    string& contact)
 {
-    return Ask("GetJobContact", std::tie(code, contact), deviceID, jobID, index);
+    return CallForStructure("GetJobContact", std::tie(code, contact), deviceID, jobID, index);
 }
 int32_t JobsManager::UpdateJobContact(const string& deviceID, const string& jobID, const string& contact, int32_t& code)
 {
-    return Order("UpdateJobContact", code, deviceID, jobID, contact);
+    return Call("UpdateJobContact", code, deviceID, jobID, contact);
 }
 int32_t JobsManager::RemoveJobContact(const string& deviceID, const string& jobID, uint8_t index, int32_t& code)
 {
-    return Order("RemoveJobContact", code, deviceID, jobID, index);
+    return Call("RemoveJobContact", code, deviceID, jobID, index);
 }
 
 JobsManager::JobsManager(sd_event* event) : listener_(event)

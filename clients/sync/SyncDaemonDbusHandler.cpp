@@ -1,4 +1,4 @@
-#include "clients/SyncDaemonDbusHandler.h"
+#include "clients/sync/SyncDaemonDbusHandler.h"
 
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
@@ -77,7 +77,7 @@ int32_t Report(const Words& words, const Outcome& outcome)
 }
 
 template <typename... Out, typename... In>
-int32_t Ask(const Words& words, std::tuple<Out&...> reply, const In&... arguments)
+int32_t Call(const Words& words, std::tuple<Out&...> reply, const In&... arguments)
 {
     return Report(words, DbusHelper::Call(syncDaemon, words.member, reply, arguments...));
 }
@@ -117,7 +117,7 @@ int32_t Handler::AddSyncs(const std::string& source, const std::string& destinat
                           const std::vector<std::string>& items, int32_t& code, std::string& status)
 {
     std::tuple<int32_t, std::string> answer;
-    const int32_t result = Ask(addSyncs, std::tie(answer), source, destination, items);
+    const int32_t result = Call(addSyncs, std::tie(answer), source, destination, items);
     if (result >= 0)
     {
         std::tie(code, status) = std::move(answer);
@@ -129,7 +129,7 @@ int32_t Handler::AddSyncs(const std::string& source, const std::string& destinat
 
 int32_t Handler::CancelSyncs(const std::vector<std::string>& items, int32_t& code)
 {
-    const int32_t result = Ask(cancelSyncs, std::tie(code), items);
+    const int32_t result = Call(cancelSyncs, std::tie(code), items);
     if (result >= 0)
     {
         LogCode(cancelSyncs.member, code);
@@ -137,7 +137,7 @@ int32_t Handler::CancelSyncs(const std::vector<std::string>& items, int32_t& cod
     return result;
 }
 
-int32_t Handler::CancelAllDevices(int32_t& code) { return Ask(cancelAllDevices, std::tie(code)); }
+int32_t Handler::CancelAllDevices(int32_t& code) { return Call(cancelAllDevices, std::tie(code)); }
 
 int32_t Handler::HasActiveSyncs(bool& active)
 {
