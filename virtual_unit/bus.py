@@ -50,7 +50,8 @@ class PrivateBus:
     def __init__(self, directory, kind, launcher=(), services=None, limits=None):
         self.kind = kind
         self.address = f"unix:path={directory}/{kind}.socket"
-        limits = "\n".join(f'  <limit name="{name}">{value}</limit>' for name, value in {**_LIMITS, **(limits or {})}.items())
+        limits = "\n".join(f'  <limit name="{name}">{value}</limit>'
+                           for name, value in {**_LIMITS, **(limits or {})}.items())
         configuration = os.path.join(directory, f"{kind}.conf")
         with open(configuration, "w", encoding="utf-8") as file:
             file.write(_CONFIGURATION.format(

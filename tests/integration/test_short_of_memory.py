@@ -15,7 +15,8 @@ MIB = 1 << 20
 ERRORS = "org.freedesktop.DBus.Error."
 
 #: The members that take a text from a client: types and the arguments behind it.
-MEMBERS = [("Screenshot", "s", ()), ("VideoPlaybackStart", "sd", (1.0,)), ("SetTimezone", "s", ()), ("PlayAudio", "s", ())]
+MEMBERS = [("Screenshot", "s", ()), ("VideoPlaybackStart", "sd", (1.0,)), ("SetTimezone", "s", ()),
+           ("PlayAudio", "s", ())]
 
 
 def giant(size):

@@ -1,6 +1,7 @@
 #include "clients/settings/SettingsDaemonDbusHandler.h"
 #include "clients/storage/StorageDaemonDbusHandler.h"
 #include "clients/video/VideoDaemonDbusHandler.h"
+#include "dbus_helper/HandlerGuard.h"
 #include "tests/unit/support/SyslogCapture.h"
 #include "tests/unit/support/TestMessage.h"
 
@@ -88,7 +89,8 @@ TEST_F(SettingsHandler, AValueTakenOutAsAnotherTypeEndsTheDaemon)
     TestMessage message("/com/tavilon/common/Settings1/sonde");
     AddChange(message);
     sd_bus_message* read = message.Read();
-    EXPECT_DEATH(SettingsDaemonDbusHandler::PropertiesChanged(read, &handler_, nullptr), "terminate called");
+    const auto receive = [&] { return SettingsDaemonDbusHandler::PropertiesChanged(read, &handler_, nullptr); };
+    EXPECT_DEATH(DbusHelper::Guard("PropertiesChanged", nullptr, receive), "terminate called"); // as the listener does
 }
 
 TEST(SettingsHandlerLife, SubscribersAreLetGoAtItsEnd)
