@@ -72,13 +72,13 @@ def call_timeout(monkeypatch):
     return timeout.value / 1_000_000
 
 
-def calls_of_a_start(make_unit, silent):
-    """The number of calls to the siblings, of which one never answers, in a unit whose zone is not the settings'."""
+def calls_of_a_start(make_unit, failing):
+    """The number of calls to the siblings, of which one fails them all, in a unit whose zone is not the settings'."""
     unit = make_unit(daemon=False)
     unit.settings.preset("time", {"zone": "Berlin", "dst": True})
-    unit.faults.on(silent, kind=REFUSE)  # hanging takes longer and calls no more
+    unit.faults.on(failing, kind=REFUSE)  # one that hangs is called no more often
     unit.start_daemon(wait=False)
-    if silent == "settings":
+    if failing == "settings":
         assert unit.wait_exit() == 1
     else:
         unit.daemon.wait_ready()
@@ -87,7 +87,7 @@ def calls_of_a_start(make_unit, silent):
 
 def test_systemd_waits_longer_than_the_longest_start(service, make_unit, monkeypatch):
     """In which every call that it makes hangs, with each of the siblings that may change what it calls."""
-    calls = max(calls_of_a_start(make_unit, silent) for silent in (*ALL_SIBLINGS, "none of them"))
+    calls = max(calls_of_a_start(make_unit, failing) for failing in (*ALL_SIBLINGS, "none of them"))
     patience = int(re.search(r"^TimeoutStartSec=(\d+)$", service.read_text(), re.MULTILINE).group(1))
     assert calls >= 20
     assert patience > calls * call_timeout(monkeypatch)
