@@ -3,8 +3,9 @@
 from .client import Client, DbusFailure
 from .daemon import DaemonFailure
 from .faults import ABSENT, CODE, DIE, DIE_AFTER, LATE, REFUSE, SILENT, WRONG_TYPE
-from .unit import ALL_SIBLINGS, VirtualUnit
+from .patience import PATIENCE
+from .unit import ALL_SIBLINGS, AT_ONCE, VirtualUnit
 from .values import Typed
 
-__all__ = ["ABSENT", "ALL_SIBLINGS", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure", "LATE",
-           "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]
+__all__ = ["ABSENT", "ALL_SIBLINGS", "AT_ONCE", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure", "LATE",
+           "PATIENCE", "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]

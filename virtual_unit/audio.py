@@ -10,6 +10,8 @@ import time
 import wave
 from dataclasses import dataclass
 
+from .patience import PATIENCE
+
 _TOOLS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "tools")
 _TOOL_NAMES = ("amixer", "aplay")
 _POLL_SECONDS = 0.005
@@ -171,7 +173,7 @@ class Audio:
         """Paths of what plays now."""
         return [one.path for one in self.played if not one.ended]
 
-    def wait_for(self, condition, timeout=10):
+    def wait_for(self, condition, timeout=PATIENCE):
         """Waits until the condition, which is given this object, holds; returns what it returned."""
         deadline = time.monotonic() + timeout
         while not (result := condition(self)):
@@ -180,14 +182,14 @@ class Audio:
             time.sleep(_POLL_SECONDS)
         return result
 
-    def wait_commands(self, tool, count=1, timeout=10):
+    def wait_commands(self, tool, count=1, timeout=PATIENCE):
         """Waits for the tool's commands so far to be so many; returns them."""
         def enough(audio):
             commands = [command for command in audio.commands if command[0] == tool]
             return commands if len(commands) >= count else None
         return self.wait_for(enough, timeout)
 
-    def wait_played(self, count=1, ended=True, timeout=10):
+    def wait_played(self, count=1, ended=True, timeout=PATIENCE):
         """Waits until so many files have been played, or at least begun to be; returns them."""
         def enough(audio):
             played = [one for one in audio.played if one.ended or not ended]

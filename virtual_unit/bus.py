@@ -7,6 +7,7 @@ import subprocess
 import threading
 
 from .loop import spawn
+from .patience import PATIENCE
 
 _CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -78,7 +79,7 @@ class PrivateBus:
         """Process id of the dbus-daemon."""
         return self._process.pid
 
-    def wait_ready(self, timeout=10):
+    def wait_ready(self, timeout=PATIENCE):
         """Waits until the bus listens."""
         text = b""
         try:

@@ -10,6 +10,7 @@ import dbus.lowlevel
 
 from .declaration import INTROSPECTABLE, PEER, PROPERTIES
 from .loop import on_loop, shared_loop
+from .patience import PATIENCE
 from .values import Typed, append, plain
 
 SERVICE = "com.tavilon.common.Controller1"
@@ -57,6 +58,7 @@ class Client:
         self.signals = []
         self._changed = threading.Condition()
         self._connection = None
+        self._pids = {}
         self._connect(address)
 
     @on_loop
@@ -87,7 +89,7 @@ class Client:
     # Calls ------------------------------------------------------------------------------------------------------------
 
     @on_loop
-    def request(self, service, path, interface, member, signature="", *arguments, timeout=30):
+    def request(self, service, path, interface, member, signature="", *arguments, timeout=PATIENCE):
         """Sends a call and returns a Future of its Reply; an error reply is the future's DbusFailure."""
         future = Future()
         message = dbus.lowlevel.MethodCallMessage(service, path, interface, member)
@@ -105,35 +107,35 @@ class Client:
         self._connection.send_message_with_reply(message, answered, timeout)
         return future
 
-    def call_on(self, service, path, interface, member, signature="", *arguments, timeout=30):
+    def call_on(self, service, path, interface, member, signature="", *arguments, timeout=PATIENCE):
         """Calls any object and returns the tuple of the reply's plain values."""
         if shared_loop().is_current:
             raise RuntimeError("a blocking call on the loop thread would never be answered")
         return self.request(service, path, interface, member, signature, *arguments,
                             timeout=timeout).result(timeout + 5).args
 
-    def call(self, member, signature="", *arguments, timeout=30):
+    def call(self, member, signature="", *arguments, timeout=PATIENCE):
         """Calls a method of the interface and returns the tuple of the reply's plain values."""
         return self.call_on(self.service, self.path, self.interface, member, signature, *arguments, timeout=timeout)
 
-    def call_async(self, member, signature="", *arguments, timeout=30):
+    def call_async(self, member, signature="", *arguments, timeout=PATIENCE):
         """Like `call`, without waiting: returns a Future of the Reply."""
         return self.request(self.service, self.path, self.interface, member, signature, *arguments, timeout=timeout)
 
-    def get(self, name, timeout=30):
+    def get(self, name, timeout=PATIENCE):
         """Reads a property."""
         return self.call_on(self.service, self.path, PROPERTIES, "Get", "ss", self.interface, name, timeout=timeout)[0]
 
-    def get_all(self, timeout=30):
+    def get_all(self, timeout=PATIENCE):
         """Reads all properties of the interface."""
         return self.call_on(self.service, self.path, PROPERTIES, "GetAll", "s", self.interface, timeout=timeout)[0]
 
-    def set(self, name, signature, value, timeout=30):
+    def set(self, name, signature, value, timeout=PATIENCE):
         """Writes a property as a value of the given type."""
         self.call_on(self.service, self.path, PROPERTIES, "Set", "ssv", self.interface, name, Typed(signature, value),
                      timeout=timeout)
 
-    def introspect(self, timeout=30):
+    def introspect(self, timeout=PATIENCE):
         """Introspection text of the object."""
         return self.call_on(self.service, self.path, INTROSPECTABLE, "Introspect", timeout=timeout)[0]
 
@@ -145,7 +147,7 @@ class Client:
         with self._changed:
             return [signal for signal in self.signals if signal.interface == self.interface]
 
-    def wait_signal(self, member, count=1, timeout=10):
+    def wait_signal(self, member, count=1, timeout=PATIENCE):
         """Waits until that many signals of the name have come since the last `clear`; returns the count-th of them."""
 
         def found():
@@ -156,7 +158,7 @@ class Client:
                 raise TimeoutError(f"{count} x {member} not seen within {timeout} s; signals were: {self.signals}")
             return found()[count - 1]
 
-    def sync(self, timeout=30):
+    def sync(self, timeout=PATIENCE):
         """Waits until every signal that the service has already sent is in `signals`.
 
         The ping travels through the service's own queue; where nobody owns the name the bus answers instead.
@@ -184,13 +186,13 @@ class Client:
 
     def connections_of(self, pid):
         """The unique names of a process's connections."""
-        found = []
-        for name in self.names():
-            if not name.startswith(":"):
-                continue
+        return [name for name in self.names() if name.startswith(":") and self._pid_of(name) == pid]
+
+    def _pid_of(self, name):
+        """The process of a connection, -1 when it is gone; asked once, since the bus gives each name only once."""
+        if name not in self._pids:
             try:
-                if self.call_bus("GetConnectionUnixProcessID", "s", name) == pid:
-                    found.append(name)
+                self._pids[name] = self.call_bus("GetConnectionUnixProcessID", "s", name)
             except DbusFailure:
-                continue
-        return found
+                self._pids[name] = -1
+        return self._pids[name]

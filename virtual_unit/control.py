@@ -8,12 +8,10 @@ import subprocess
 
 from .client import DbusFailure
 from .loop import spawn
+from .patience import PATIENCE
 
 _KINDS = {"Video": [], "PhotoTalk": ["--kind", "photo-talk"], "AutoLog": ["--kind", "auto-log"]}
 _RECORD = re.compile("(Video|PhotoTalk|AutoLog)Record(Start|Stop|Pause|Resume)")
-
-#: Longer than any demonstration has to wait for an answer.
-_PATIENCE_SECONDS = 120
 
 
 def _switch(value):
@@ -103,7 +101,7 @@ class Control:
         process = spawn([self._program, "--json", *words_of(member, arguments)], process_group=self._unit.pid or 0,
                         env=variables, cwd=self._unit.directory, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                         stderr=subprocess.PIPE, text=True)
-        output, errors = process.communicate(timeout=_PATIENCE_SECONDS)
+        output, errors = process.communicate(timeout=2 * PATIENCE)
         if not output:
             raise RuntimeError(f"{command(member, arguments)}: status {process.returncode}, {errors}")
         told = json.loads(output)

@@ -10,6 +10,7 @@ import subprocess
 import time
 
 from .loop import spawn
+from .patience import PATIENCE
 
 #: Variables of the caller that reach the daemon: what test tools put into the environment.
 _PASSED_ON = ("ASAN_", "UBSAN_", "LSAN_", "TSAN_", "GCOV_", "LLVM_PROFILE_")
@@ -22,7 +23,8 @@ _ORDERLY = "CCU_ORDERLY_END"
 _LEAK_SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "leak_suppressions.txt")
 
 #: The unit's own libraries, and Debian's, which comes behind them: they leave to it what is not theirs.
-_PRELOADS = ("syslog_capture", "daemon_probe", "places", "framebuffer", "local_time", "gpio", "process_probe", "keypad")
+_PRELOADS = ("syslog_capture", "daemon_probe", "give_up", "places", "framebuffer", "local_time", "gpio",
+             "process_probe", "keypad")
 UMOCKDEV = "libumockdev-preload.so.0"
 
 #: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
@@ -87,7 +89,7 @@ class Daemon:
 
     # Life -------------------------------------------------------------------------------------------------------------
 
-    def start(self, wait=True, timeout=30):
+    def start(self, wait=True, timeout=PATIENCE):
         """Starts the process and waits until it has said READY=1."""
         if self.alive:
             raise RuntimeError("the daemon is already running")
@@ -128,7 +130,7 @@ class Daemon:
         self._read_notify()
         return "READY=1" in self.notifications
 
-    def wait_ready(self, timeout=30):
+    def wait_ready(self, timeout=PATIENCE):
         """Waits for READY=1; fails at once when the process ends before."""
         deadline = time.monotonic() + timeout
         handle = os.pidfd_open(self._process.pid) if self.alive else None
@@ -154,7 +156,7 @@ class Daemon:
         """True while the process runs."""
         return self._process is not None and self._process.poll() is None
 
-    def stop(self, number=signal.SIGTERM, timeout=30):
+    def stop(self, number=signal.SIGTERM, timeout=PATIENCE):
         """Sends the signal and waits for the end; returns the exit status, negative when a signal ended the process."""
         if self._process is None:
             return None
@@ -163,7 +165,7 @@ class Daemon:
             self._process.send_signal(number)
         return self._wait(timeout)
 
-    def wait_exit(self, timeout=30):
+    def wait_exit(self, timeout=PATIENCE):
         """Waits for the process to end by itself; returns the exit status."""
         return self._wait(timeout)
 
@@ -194,6 +196,12 @@ class Daemon:
                 with contextlib.suppress(ChildProcessError):
                     os.waitpid(-group, os.WNOHANG)
                 time.sleep(0.001)
+
+    def check(self):
+        """Raises a DaemonFailure when the process has ended by itself."""
+        self._note_unexpected_end()
+        if self.unexpected_end:
+            raise DaemonFailure("the daemon ended unexpectedly")
 
     # End --------------------------------------------------------------------------------------------------------------
 

@@ -4,6 +4,8 @@ import threading
 from collections.abc import Sequence
 from dataclasses import dataclass
 
+from .patience import PATIENCE
+
 
 @dataclass(frozen=True)
 class Call:
@@ -61,7 +63,7 @@ class CallLog(Sequence):
             return [call.member for call in self.of(sibling, since=since)]
         return [(call.sibling, call.member) for call in self.since(since)]
 
-    def wait_for(self, sibling, member=None, count=1, timeout=10, since=0):
+    def wait_for(self, sibling, member=None, count=1, timeout=PATIENCE, since=0):
         """Waits until a sibling has got that many such calls and returns them."""
         with self._changed:
             if not self._changed.wait_for(lambda: len(self.of(sibling, member, since)) >= count, timeout):

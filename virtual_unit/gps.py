@@ -14,6 +14,7 @@ import time
 import tty
 
 from .loop import spawn
+from .patience import PATIENCE
 
 _GPSD = "/usr/sbin/gpsd"
 _NO_FIX, _2D, _3D = 1, 2, 3
@@ -102,7 +103,7 @@ class Gps:
         """gpsd's process id, None when it was not started."""
         return self._process.pid if self._process else None
 
-    def start(self, timeout=10):
+    def start(self, timeout=PATIENCE):
         """Starts gpsd with a receiver that says nothing yet; returns when it exports that."""
         if self.running:
             return
@@ -146,7 +147,7 @@ class Gps:
         client.sendall(b'?WATCH={"enable":true,"json":true}\n')
         return client
 
-    def stop(self, timeout=10):
+    def stop(self, timeout=PATIENCE):
         """Ends gpsd and takes its export away.  Can be called again."""
         if self._process is not None:
             self._process.terminate()
@@ -191,7 +192,7 @@ class Gps:
         self.start()
         os.write(self._receiver, "".join(lines).encode())
 
-    def _fix(self, mode, status, latitude, longitude, when, timeout=10):
+    def _fix(self, mode, status, latitude, longitude, when, timeout=PATIENCE):
         seconds = _seconds(time.time() if when is None else when)
         deadline = time.monotonic() + timeout
         wanted = (mode, status, seconds, latitude, longitude)

@@ -16,6 +16,8 @@ import termios
 import threading
 import time
 
+from .patience import PATIENCE
+
 KEYBOARD, POINTER = "keyboard", "pointer"
 _FOLDER = "input"
 _POLL_SECONDS = 0.001
@@ -174,7 +176,7 @@ class InputDevice:
             os.close(pipe)
         return count[0] // _EVENT.size
 
-    def emit(self, *events, timeout=10):
+    def emit(self, *events, timeout=PATIENCE):
         """Events, each a type, code and value, all of this moment.  A device whose reader is too slow for it waits,
         where a real one forgets."""
         now = time.monotonic_ns()
@@ -259,7 +261,7 @@ class InputDevices:
     @property
     def environment(self):
         """What the preloaded libraries have to know."""
-        return {"UMOCKDEV_DIR": self.directory, "CCU_INPUT": self.directory}
+        return {"UMOCKDEV_DIR": os.path.realpath(self.directory), "CCU_INPUT": self.directory}  # udev asks for true names
 
     def add(self, kind, name, seat="seat0"):
         """Plugs one more device in, of KEYBOARD or POINTER kind."""
@@ -269,7 +271,7 @@ class InputDevices:
         self._devices.append(device)
         return device
 
-    def wait_read(self, timeout=30):
+    def wait_read(self, timeout=PATIENCE):
         """Waits until every event has been read by those who have the devices open."""
         deadline = time.monotonic() + timeout
         while any(device.unread for device in self._devices):

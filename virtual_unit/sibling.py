@@ -1,5 +1,6 @@
 """Base of the simulated siblings: a bus connection, a service name and objects served from the interface file."""
 
+import copy
 import traceback
 
 import dbus
@@ -10,11 +11,14 @@ from . import declaration
 from .declaration import INTROSPECTABLE, OBJECT_MANAGER, PEER, PROPERTIES
 from .faulty_reply import faulty_reply
 from .loop import on_loop, shared_loop
+from .patience import PATIENCE
 from .values import Typed, append, plain, signature_of, typed, zero
 
 _ERROR = "org.freedesktop.DBus.Error."
 _HANDLED = dbus.lowlevel.HANDLER_RESULT_HANDLED
 _NOT_HANDLED = dbus.lowlevel.HANDLER_RESULT_NOT_YET_HANDLED
+#: What a sibling keeps when its state is another.
+_LASTING = ("unit", "emissions", "_address", "_connection", "_remembered", "_declared")
 _MACHINE_ID = "0123456789abcdef0123456789abcdef"
 
 
@@ -36,6 +40,11 @@ class SimulatedObject:
             raise KeyError(f"{declared.path} declares no {sorted(unknown)}")
         self.declared = declared
         self.values = {name: values.get(name, zero(item.signature)) for name, item in declared.properties.items()}
+
+    def __deepcopy__(self, memo):
+        twin = copy.copy(self)
+        twin.values = copy.deepcopy(self.values, memo)
+        return twin
 
     def variants(self, interface):
         """The interface's properties with their types, all of them for an empty name."""
@@ -59,6 +68,7 @@ class Sibling:
         self.emissions = 0
         self._address = address
         self._connection = None
+        self._remembered = None
         self._declared = declaration.load(self.name)
         for path, declared in self._declared.items():
             if not declared.prototype:
@@ -92,6 +102,22 @@ class Sibling:
         connection, self._connection = self._connection, None
         if connection is not None:
             connection.close()
+
+    def _state(self, state):
+        """A copy of what is the sibling's own."""
+        return {name: copy.deepcopy(value) for name, value in state.items() if name not in _LASTING}
+
+    @on_loop
+    def remember(self):
+        """Notes the present state."""
+        self._remembered = self._state(self.__dict__)
+
+    @on_loop
+    def renew(self):
+        """Goes back to the state that was noted, without a word of that on the bus."""
+        state = {name: self.__dict__[name] for name in _LASTING} | self._state(self._remembered)
+        self.__dict__.clear()
+        self.__dict__.update(state)
 
     # Objects and properties -------------------------------------------------------------------------------------------
 
@@ -151,15 +177,14 @@ class Sibling:
             self.emissions += 1
 
     @on_loop
-    def ping(self, destination, finished):
-        """Pings a connection over this sibling's own, behind everything that it has sent; `finished` gets the reply.
+    def ping(self, destinations, finished):
+        """Pings connections over this sibling's own, behind everything that it has sent; `finished` gets each reply.
 
         A sibling that has died meanwhile pings nobody.
         """
-        if not self.alive:
-            return
-        message = dbus.lowlevel.MethodCallMessage(destination, "/", PEER, "Ping")
-        self._connection.send_message_with_reply(message, finished, 60.0)
+        for destination in destinations if self.alive else ():
+            message = dbus.lowlevel.MethodCallMessage(destination, "/", PEER, "Ping")
+            self._connection.send_message_with_reply(message, finished, PATIENCE)
 
     # Calls ------------------------------------------------------------------------------------------------------------
 
@@ -189,8 +214,19 @@ class Sibling:
             self.die()
         elif fault.kind == "die":
             self.die()
-        elif fault.kind != "silent":
+        elif fault.kind == "silent":
+            self._end_patience_of(connection, message.get_sender())
+        else:
             self._send(connection, message, faulty_reply(fault, message, self.service, self._result_types(message)))
+
+    def _end_patience_of(self, connection, caller):
+        """Lets a caller that waits in vain give up at once, where the unit is to do so."""
+        if self.unit.gives_up_at_once:
+            message = dbus.lowlevel.MethodCallMessage("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                      "org.freedesktop.DBus", "GetConnectionUnixProcessID")
+            message.append(caller, signature="s")
+            connection.send_message_with_reply(
+                message, lambda reply: self.unit.give_up(int(reply.get_args_list()[0])), PATIENCE)
 
     def _send(self, connection, message, reply):
         if connection is self._connection and not message.get_no_reply():

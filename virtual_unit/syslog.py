@@ -6,6 +6,8 @@ import threading
 import time
 from dataclasses import dataclass
 
+from .patience import PATIENCE
+
 _POLL_SECONDS = 0.005
 _ESCAPE = re.compile(r"\\(.)", re.DOTALL)
 _ESCAPED = {"n": "\n", "t": "\t", "\\": "\\"}
@@ -50,6 +52,12 @@ class SyslogReader:
                 self._lines.extend(_parse(record) for record in records)
             return list(self._lines)
 
+    def clear(self):
+        """Forgets the messages so far."""
+        self.lines()
+        with self._lock:
+            self._lines.clear()
+
     def mark(self):
         """The number of messages so far, for `since`."""
         return len(self.lines())
@@ -62,7 +70,7 @@ class SyslogReader:
         """The texts alone, of one level if it is given."""
         return [line.text for line in self.since(since) if priority in (None, line.priority)]
 
-    def wait_for(self, text, timeout=10, since=0):
+    def wait_for(self, text, timeout=PATIENCE, since=0):
         """Waits for a message that contains the text and returns the first one."""
         deadline = time.monotonic() + timeout
         while True:

@@ -1,6 +1,7 @@
 """The virtual unit: private buses, the simulated siblings and the unmodified daemon, all gone when it is left."""
 
 import atexit
+import contextlib
 import os
 import shutil
 import signal
@@ -22,6 +23,7 @@ from .hardware import Hardware
 from .jobs import Jobs
 from .keypad import InputDevices
 from .loop import shared_loop
+from .patience import PATIENCE
 from .settings import Settings
 from .storage import Storage
 from .sync import Sync
@@ -34,6 +36,13 @@ _SIBLINGS = (Storage, Video, Jobs, Settings, Hardware, Sync) + _SYSTEM_BUS_SIBLI
 
 #: Names of everything that a unit simulates.
 ALL_SIBLINGS = tuple(kind.name for kind in _SIBLINGS)
+
+#: See `bus_timeout`.
+AT_ONCE = 0
+
+#: Where Debian has a file system in memory, not by its other name: umockdev takes what is below /dev for devices.
+#: And what must be free there: several units at a time, with what tests record and draw in them, and their files.
+_MEMORY, _ROOM, _FILES = "/run/shm", 2 * 1024 ** 3, 20_000
 
 #: The longest folder that leaves room for a socket's name in the 108 bytes of a Unix socket's address.
 _LONGEST_FOLDER = 80
@@ -61,9 +70,20 @@ def _end_with_process():
 
 
 def folder_of_units():
-    """Where units make their folders unless they are told: short enough for the sockets in them."""
+    """Where units make their folders unless they are told: short enough for the sockets in them, in memory if there is
+    room, unless the user wants them elsewhere."""
+    if not any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))) and _has_room(_MEMORY):
+        return _MEMORY
     folder = tempfile.gettempdir()
     return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
+
+
+def _has_room(folder):
+    try:
+        state = os.statvfs(folder)
+    except OSError:
+        return False
+    return os.access(folder, os.W_OK | os.X_OK) and state.f_bavail * state.f_frsize >= _ROOM and state.f_favail >= _FILES
 
 
 class VirtualUnit:
@@ -75,7 +95,8 @@ class VirtualUnit:
     directory    existing folder in which the unit's own folder is made
     siblings     names of what is simulated
     bus          False gives a unit whose session bus address leads nowhere
-    bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT
+    bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT; AT_ONCE for a daemon, and other
+                 programs with its environment, whose waits end when they meet a fault of the kind SILENT, and only then
     zones        folder of the zone files, which need not exist; the build tree's, which all units share, when None
 
     `stop`, and so the end of the `with` block, raises DaemonFailure when the daemon has ended by itself, could not be
@@ -87,12 +108,14 @@ class VirtualUnit:
         self.build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
         self._with_daemon = daemon
         self._environment = dict(environment or {})
-        if bus_timeout is not None:
+        self.gives_up_at_once = bus_timeout == AT_ONCE
+        if bus_timeout not in (None, AT_ONCE):
             self._environment.setdefault("SYSTEMD_BUS_TIMEOUT", str(bus_timeout))
         self._parent = directory
         self._wanted = siblings
         self._with_bus = bus
         self._siblings = {}
+        self._settled = {}
         self._buses = {}
         self.zones_folder = os.path.abspath(zones or os.path.join(self.build_dir, "zones"))
         self.directory = None
@@ -149,7 +172,10 @@ class VirtualUnit:
             **self.framebuffers.environment, **self.gpio.environment, **self.audio.environment,
             **self.input.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,
             "CCU_ZONES": self.zones_folder, "CCU_LOCALTIME": self.local_time_link,
+            "CCU_GIVE_UP": self._give_up_folder if self.gives_up_at_once else None,
             **self._environment})
+        if self.gives_up_at_once:
+            os.mkdir(self._give_up_folder)
         self.log = SyslogReader(self.daemon.log_path)
         shared_loop().call(self._start_siblings)
         if self._with_bus:
@@ -169,6 +195,36 @@ class VirtualUnit:
             self._siblings[kind.name] = sibling
             setattr(self, kind.name, sibling)
             sibling.revive()
+
+    def remember(self):
+        """Notes the siblings' state for `renew`."""
+        for sibling in self._siblings.values():
+            sibling.remember()
+
+    def renew(self):
+        """Makes the unit as new for another test, all but its processes and devices: the siblings are what they were
+        when that was noted, media and logs are empty, the zone is that of the start, and calls, faults, signals and log
+        are forgotten.  Nobody is told.  The daemon goes on, or is started again where it was stopped; one that has ended
+        by itself is a DaemonFailure, as in `stop`."""
+        self.faults.clear()
+        self.daemon.check()
+        for sibling in self._siblings.values():
+            sibling.revive()
+        if self._with_daemon and not self.daemon_alive:
+            self.daemon.start()
+        self.settle()
+        if self.errors:
+            raise RuntimeError("the simulation has failed:\n" + "\n".join(self.errors))
+        for sibling in self._siblings.values():
+            sibling.renew()
+        for folder in (os.path.join(self.directory, "media"), self.logs_folder):
+            shutil.rmtree(folder, ignore_errors=True)
+        for folder in (*filter(None, map(self.mount_point, ("internal", "card"))), self.logs_folder):
+            os.makedirs(folder)
+        self.point_local_time(zone_files.INITIAL)
+        self.calls.clear()
+        self.log.clear()
+        self.client.clear()
 
     def stop(self):
         """Ends everything and removes every trace; raises when something went wrong meanwhile."""
@@ -212,11 +268,11 @@ class VirtualUnit:
 
     # The daemon -------------------------------------------------------------------------------------------------------
 
-    def start_daemon(self, wait=True, timeout=30):
+    def start_daemon(self, wait=True, timeout=PATIENCE):
         """Starts the daemon and waits until it is ready."""
         self.daemon.start(wait, timeout)
 
-    def stop_daemon(self, number=signal.SIGTERM, timeout=30):
+    def stop_daemon(self, number=signal.SIGTERM, timeout=PATIENCE):
         """Ends the daemon by a signal; returns its exit status, negative when the signal itself ended it."""
         return self.daemon.stop(number, timeout)
 
@@ -224,7 +280,7 @@ class VirtualUnit:
         """Ends the daemon at once."""
         return self.daemon.kill()
 
-    def wait_exit(self, timeout=30):
+    def wait_exit(self, timeout=PATIENCE):
         """Waits for the daemon to end by itself; returns its exit status."""
         return self.daemon.wait_exit(timeout)
 
@@ -300,33 +356,52 @@ class VirtualUnit:
         self.client.close()
         self.client = Client(self.session_address)
 
-    def settle(self, timeout=30):
+    @property
+    def _give_up_folder(self):
+        return os.path.join(self.directory, "give-up")
+
+    def give_up(self, pid):
+        """Ends the wait of a process, if it is one whose waits can be ended: see preload/give_up.c."""
+        with contextlib.suppress(OSError):
+            pipe = os.open(os.path.join(self._give_up_folder, str(pid)), os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
+            os.write(pipe, b"!")
+            os.close(pipe)
+
+    def settle(self, timeout=PATIENCE):
         """Waits until the daemon has dealt with every signal of the siblings and every signal of its own has arrived.
 
-        Each sibling pings each of the daemon's connections, so the ping stands behind the sibling's signals in the
-        queue of the connection that listens to them.  That is repeated while the daemon's work causes further signals.
-        What was typed before is dealt with too: the daemon answers pings only when it is done with what it has read.
+        Siblings that have emitted something since the last time ping each of the daemon's connections, so the ping
+        stands behind their signals in the queue of the connection that listens to them.  That is repeated while the
+        daemon's work causes further signals.  What was typed before is dealt with too: the daemon answers pings only
+        when it is done with what it has read.
         """
         self.input.wait_read(timeout)
-        emitted, pinged = None, None
-        while emitted is None or emitted != pinged:
-            pinged = self._emissions()
-            connections = self.client.connections_of(self.pid)
-            for sibling in self._siblings.values():
-                if sibling.alive and not isinstance(sibling, _SYSTEM_BUS_SIBLINGS):
-                    self._ping_all(sibling, connections, timeout)
+        done = False
+        while not done:
             emitted = self._emissions()
+            self._ping_from([name for name, count in emitted.items() if count != self._settled.get(name)], timeout)
+            self._settled = emitted
+            done = emitted == self._emissions()
         self.client.sync(timeout)
 
     def _emissions(self):
-        return {name: sibling.emissions for name, sibling in self._siblings.items()}
+        return {name: sibling.emissions for name, sibling in self._siblings.items()
+                if not isinstance(sibling, _SYSTEM_BUS_SIBLINGS)}
+
+    def _ping_from(self, names, timeout):
+        """Has siblings ping the daemon: those of the names, all when one of them is dead, any when there are none."""
+        able = [name for name in self._emissions() if self._siblings[name].alive]
+        if not set(names) <= set(able):
+            names = able
+        connections = self.client.connections_of(self.pid)
+        for name in names or able[:1]:
+            self._ping_all(self._siblings[name], connections, timeout)
 
     @staticmethod
     def _ping_all(sibling, connections, timeout):
         """Pings each connection and waits for the answers; a sibling that dies meanwhile gets none."""
         left = threading.Semaphore(0)
-        for connection in connections:
-            sibling.ping(connection, lambda _reply: left.release())
+        sibling.ping(connections, lambda _reply: left.release())
         deadline = time.monotonic() + timeout
         for connection in connections:
             while sibling.alive and not left.acquire(timeout=0.1):

@@ -8,13 +8,13 @@ import subprocess
 import time
 from dataclasses import dataclass
 
+from virtual_unit import PATIENCE
 from virtual_unit.loop import spawn
 from virtual_unit.syslog import LogLine, SyslogReader
 
 #: What out-arguments hold before a call.
 UNTOUCHED = {"b": True, "i": 77, "s": "untouched", "as": ["untouched"]}
 
-_PATIENCE_SECONDS = 60
 _numbers = itertools.count()
 
 
@@ -69,7 +69,7 @@ class ClientDriver:
         """Ends the input and waits for the process; returns its exit status."""
         self._process.stdin.close()
         try:
-            return self._process.wait(_PATIENCE_SECONDS)
+            return self._process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
             self._process.kill()
             return self._process.wait()
@@ -114,7 +114,7 @@ class ClientDriver:
         return answer
 
     def _read(self):
-        deadline = time.monotonic() + _PATIENCE_SECONDS
+        deadline = time.monotonic() + PATIENCE
         while b"\n" not in self._unread:
             if not select.select([self._process.stdout], [], [], max(0, deadline - time.monotonic()))[0]:
                 raise TimeoutError(f"the driver did not answer; its log was:\n{self.log.format()}")

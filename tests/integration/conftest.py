@@ -2,14 +2,37 @@
 
 import pytest
 
-from virtual_unit import VirtualUnit
+from tests.integration.fault_matrix import Matrix
+from tests.integration.lender import Lender
+from virtual_unit import AT_ONCE, VirtualUnit
+
+
+@pytest.fixture(scope="module", name="lender")
+def lender_of_the_file():
+    """Lends one unit with the daemon running to all tests of a file."""
+    lender = Lender(bus_timeout=AT_ONCE)
+    yield lender
+    lender.close()
 
 
 @pytest.fixture
-def unit():
-    """A unit with the daemon running."""
+def unit(lender):
+    """A unit with the daemon running, as new but for its devices; a file that changes those has `unit` be `own_unit`."""
+    with lender.lend() as lent:
+        yield lent
+
+
+@pytest.fixture
+def own_unit():
+    """A unit with the daemon running, which nobody else has."""
     with VirtualUnit() as started:
         yield started
+
+
+@pytest.fixture
+def matrix(lender):
+    """Runs scenarios with faults, on one unit."""
+    return Matrix(lender)
 
 
 @pytest.fixture

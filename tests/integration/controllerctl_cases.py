@@ -7,6 +7,7 @@ import shlex
 import subprocess
 from dataclasses import dataclass, field
 
+from virtual_unit import PATIENCE
 from virtual_unit.declaration import controller_members
 from virtual_unit.loop import spawn
 
@@ -14,7 +15,6 @@ PROGRAM = os.path.join(os.environ["CCU_BUILD_DIR"], "controllerctl", "controller
 PATH = "/com/tavilon/common/Controller1"
 CONTROL = "com.tavilon.common.Controller1.Control"
 SUCCESS = {"code": 0, "message": "Ran successfully"}
-PATIENCE_SECONDS = 60
 
 DONE, REFUSED, USAGE, UNREACHABLE, TIME_OUT = range(5)
 
@@ -48,7 +48,7 @@ def run(unit, line, cwd=None, text=True, **variables):
     """Runs the program to its end."""
     done = subprocess.run([PROGRAM, *words_of(line)], env=environment(unit, **variables), cwd=cwd or unit.directory,
                           stdin=subprocess.DEVNULL, capture_output=True, text=text, check=False,
-                          timeout=PATIENCE_SECONDS)
+                          timeout=PATIENCE)
     return Ended(done.returncode, done.stdout, done.stderr)
 
 
@@ -64,7 +64,7 @@ class Running:
     def _line_of(self, stream):
         """The next line of a stream, with its end; what there is when the stream ends before."""
         while b"\n" not in self._unread[stream]:
-            if not select.select([stream], [], [], PATIENCE_SECONDS)[0]:
+            if not select.select([stream], [], [], PATIENCE)[0]:
                 raise TimeoutError(f"no further line; there is {self._unread[stream]!r}")
             chunk = stream.read(65536)
             if not chunk:
@@ -92,12 +92,12 @@ class Running:
 
     def wait(self):
         """Waits for its end, whatever it still tells; returns its status."""
-        return self._process.wait(PATIENCE_SECONDS)
+        return self._process.wait(PATIENCE)
 
     def end(self):
         """Waits for its end, and returns what had not been read."""
         unread = list(self._unread.values())
-        rest = self._process.communicate(timeout=PATIENCE_SECONDS)
+        rest = self._process.communicate(timeout=PATIENCE)
         return Ended(self._process.returncode, *((first + last).decode() for first, last in zip(unread, rest)))
 
 

@@ -8,7 +8,7 @@ import pytest
 from tests.integration.client_cases import (
     OPEN, READ, Case, FailureTests, check_declared, check_success, untouched)
 from tests.integration.client_driver import ClientDriver, Outcome, debug, error
-from virtual_unit import VirtualUnit
+from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.declaration import controller_members
 
@@ -176,7 +176,7 @@ OPERATIONS = list({case.operation: case for case in [*CASES, SECONDS]}.values())
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
+    with VirtualUnit(daemon=False, siblings=(), bus_timeout=AT_ONCE) as started, stand_in_controller(started):
         yield started
 
 

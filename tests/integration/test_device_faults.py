@@ -9,8 +9,8 @@ import pytest
 
 from tests.integration import device_texts as texts
 from tests.integration.device_texts import FAILED, effect_of
-from tests.integration.fault_matrix import FAULTS, SILENT_SECONDS, recover
-from virtual_unit import DIE, SILENT, WRONG_TYPE, VirtualUnit
+from tests.integration.fault_matrix import FAULTS, recover
+from virtual_unit import AT_ONCE, DIE, WRONG_TYPE, VirtualUnit
 
 #: The failure lines of the clients: of a call without an answer, and of an answer that cannot be read. Orders whose
 #: answer has no value are answered by whatever comes.
@@ -166,24 +166,17 @@ def run(unit, step, fault=None, index=None):
     return effect.calls
 
 
-@pytest.fixture(scope="module", name="units")
-def running_units():
-    """Units for all tests of the file: True is the one whose daemon has the patience for silence."""
-    units = {}
-    try:
-        for silent in (False, True):
-            units[silent] = VirtualUnit(bus_timeout=SILENT_SECONDS if silent else None).start()
-        yield units
-    finally:
-        for unit in units.values():
-            unit.stop()
+@pytest.fixture(scope="module", name="unit")
+def running_unit():
+    """A unit for all tests of the file."""
+    with VirtualUnit(bus_timeout=AT_ONCE) as started:
+        yield started
 
 
 @pytest.mark.parametrize("fault", FAULTS)
 @pytest.mark.parametrize("name", STEPS)
-def test_every_call_that_fails(units, name, fault):
+def test_every_call_that_fails(unit, name, fault):
     """By each fault: the answer and the failure lines are the model's, and the same step works again after it."""
-    unit = units[FAULTS[fault] is SILENT]
     calls = run(unit, STEPS[name])
     assert calls
     failures = []

@@ -6,7 +6,7 @@ from tests.integration import device_texts as texts
 from tests.integration.device_texts import changed, effect_of, key_name
 from tests.integration.recording_texts import error, info
 from tests.integration.time_texts import without_clock
-from virtual_unit import ABSENT, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
+from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
 from virtual_unit.values import Typed
 
 STARTED = [info("syslog controller daemon started"), info("The controller is enabled")]
@@ -30,6 +30,12 @@ LINES = [
     [texts.got_default("Sonde state: 0"), *texts.SONDE_LINES],
     [texts.got_default("keypad beep setting 0 100 200 1")],
 ]
+
+
+@pytest.fixture(name="unit")
+def unit_with_devices_of_its_own(own_unit):
+    """The devices are what is changed here."""
+    return own_unit
 
 
 # The start ------------------------------------------------------------------------------------------------------------
@@ -114,7 +120,7 @@ def test_without_a_settings_daemon_the_process_ends_with_every_failure_told(make
 @pytest.mark.parametrize("fault", [DIE, SILENT], ids=lambda fault: fault.kind)
 def test_a_settings_daemon_that_dies_or_hangs_at_the_first_read_ends_the_process(make_unit, fault):
     """One that hangs once still tells the others."""
-    unit = make_unit(daemon=False, bus_timeout=0.5)
+    unit = make_unit(daemon=False, bus_timeout=AT_ONCE)
     unit.faults.on("settings", "Get micEnabled", kind=fault)
     lines = failed_start(unit)
     assert lines[1] == texts.no_default("Mic setting")

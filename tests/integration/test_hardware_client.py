@@ -14,7 +14,7 @@ from tests.integration.hardware_cases import (
     ALL_REEL, BATTERY_INFO, BATTERY_REFUSAL, BATTERY_VALUES, CHOSEN, CONTROL, COOLING, DIRECT, DISTANCE, ICONS,
     LEFT, METHODS, NO_BUS_LINE, PATH, POWER, QUESTION_CASES, QUESTIONS, REEL, RIGHT, SERVICE, answering,
     question_lines)
-from virtual_unit import REFUSE, VirtualUnit
+from virtual_unit import AT_ONCE, REFUSE, VirtualUnit
 from virtual_unit.values import Typed
 
 PROPERTIES = "org.freedesktop.DBus.Properties"
@@ -24,7 +24,7 @@ MANAGER = "org.freedesktop.DBus.ObjectManager"
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the hardware daemon."""
-    with VirtualUnit(daemon=False, siblings=("hardware",)) as started:
+    with VirtualUnit(daemon=False, siblings=("hardware",), bus_timeout=AT_ONCE) as started:
         yield started
 
 

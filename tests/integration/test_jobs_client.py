@@ -6,7 +6,7 @@ import pytest
 
 from tests.integration.client_cases import OPEN, READ, Case, FailureTests, check_declared, check_success
 from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import VirtualUnit
+from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed, complete_types
 
 SERVICE = "com.tavilon.common.JobsManagerDaemon1"
@@ -152,7 +152,7 @@ CASES = MEMBER_CASES + ADDER_CASES
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with the jobs daemon, and the storage on which it has a job."""
-    with VirtualUnit(daemon=False, siblings=("storage", "jobs")) as started:
+    with VirtualUnit(daemon=False, siblings=("storage", "jobs"), bus_timeout=AT_ONCE) as started:
         yield started
 
 

@@ -115,8 +115,7 @@ def test_a_start_that_the_video_daemon_refuses(unit):
 
 
 @pytest.mark.parametrize("kind", [ABSENT, REFUSE, DIE, SILENT], ids=lambda fault: fault.kind)
-def test_a_start_that_the_video_daemon_does_not_answer(make_unit, kind):
-    unit = make_unit(bus_timeout=0.5)
+def test_a_start_that_the_video_daemon_does_not_answer(unit, kind):
     path = make_file(unit)
     unit.faults.on("video", "StartPlayback", kind=kind)
     watch = Watch(unit)
@@ -251,8 +250,7 @@ def test_the_rate_is_written_to_the_video_daemon_and_announced_by_it_alone(unit,
 
 
 @pytest.mark.parametrize("kind", [ABSENT, REFUSE, DIE, SILENT], ids=lambda fault: fault.kind)
-def test_a_rate_that_cannot_be_read_or_written_is_a_failure_in_the_lines_words(make_unit, kind):
-    unit = make_unit(bus_timeout=0.5)
+def test_a_rate_that_cannot_be_read_or_written_is_a_failure_in_the_lines_words(unit, kind):
     for member in ("Get PlaybackRate", "Set PlaybackRate"):
         unit.faults.on("video", member, kind=kind)
     watch = Watch(unit)

@@ -8,7 +8,7 @@ import os
 import pytest
 
 from tests.integration import recording_model
-from tests.integration.fault_matrix import FAULTS, fail_every_call, run
+from tests.integration.fault_matrix import FAULTS
 from tests.integration.recording_texts import KINDS, MESSAGES, left_over, signals_of
 from virtual_unit import CODE
 
@@ -195,12 +195,12 @@ SCENARIOS = [Start, RefusedStart, Stop, Grow, Limit, Low, Pulled]
 
 @pytest.mark.parametrize("kind", CHOSEN, ids=str)
 @pytest.mark.parametrize("scenario", SCENARIOS, ids=lambda made: made.__name__)
-def test_in_peace(scenario, kind):
-    assert run(scenario(kind))
+def test_in_peace(matrix, scenario, kind):
+    assert matrix.run(scenario(kind))
 
 
 @pytest.mark.parametrize("kind", CHOSEN, ids=str)
 @pytest.mark.parametrize("fault", MET)
 @pytest.mark.parametrize("scenario", SCENARIOS, ids=lambda made: made.__name__)
-def test_every_call_that_fails(scenario, fault, kind):
-    fail_every_call(lambda: scenario(kind), fault)
+def test_every_call_that_fails(matrix, scenario, fault, kind):
+    matrix.fail_every_call(lambda: scenario(kind), fault)

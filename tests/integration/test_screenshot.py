@@ -20,6 +20,12 @@ LOGS = "/mnt/ccu-data/logs"
 HUGE = 2 ** 31
 LARGEST = 2 ** 32 - 1
 
+@pytest.fixture(name="unit")
+def unit_with_devices_of_its_own(own_unit):
+    """The devices are what is changed here."""
+    return own_unit
+
+
 # What happens ---------------------------------------------------------------------------------------------------------
 
 

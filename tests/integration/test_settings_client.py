@@ -7,7 +7,7 @@ import pytest
 from tests.integration.client_cases import (
     USER_BUS, Case, FailureTests, calls_since, check_declared, check_success, refusing_bus, untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
-from virtual_unit import VirtualUnit
+from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.Settings1"
@@ -71,7 +71,7 @@ CASES += [reset("ResetToDefaults", "b", "bool", True), reset("ResetToDefaults", 
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the settings daemon."""
-    with VirtualUnit(daemon=False, siblings=("settings",)) as started:
+    with VirtualUnit(daemon=False, siblings=("settings",), bus_timeout=AT_ONCE) as started:
         yield started
 
 

@@ -5,7 +5,7 @@ import os
 import pytest
 
 from tests.integration import playback_texts as texts
-from tests.integration.fault_matrix import FAULTS, fail_every_call, run
+from tests.integration.fault_matrix import FAULTS
 from tests.integration.recording_texts import KINDS, MESSAGES, VIDEO, left_over, signals_of
 from virtual_unit import WRONG_TYPE, DbusFailure
 
@@ -188,11 +188,11 @@ SCENARIOS = {
 
 
 @pytest.mark.parametrize("name", SCENARIOS)
-def test_in_peace(name):
-    assert run(SCENARIOS[name]())
+def test_in_peace(matrix, name):
+    assert matrix.run(SCENARIOS[name]())
 
 
 @pytest.mark.parametrize("fault", FAULTS)
 @pytest.mark.parametrize("name", SCENARIOS)
-def test_every_call_that_fails(name, fault):
-    fail_every_call(SCENARIOS[name], fault)
+def test_every_call_that_fails(matrix, name, fault):
+    matrix.fail_every_call(SCENARIOS[name], fault)

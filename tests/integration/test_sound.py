@@ -21,6 +21,12 @@ HOSTILE = [
 ]
 
 
+@pytest.fixture(name="unit")
+def unit_with_devices_of_its_own(own_unit):
+    """The devices are what is changed here."""
+    return own_unit
+
+
 @contextlib.contextmanager
 def unit_with(names, prepare=lambda unit: None):
     """A unit with these sound files and no others."""

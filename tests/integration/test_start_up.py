@@ -30,6 +30,12 @@ NOT_EVEN_KEYS = [*NOTHING_CAME_UP, error("Failed to register io event")]
 SERVICE = "com.tavilon.common.Controller1"
 
 
+@pytest.fixture(name="unit")
+def unit_with_devices_of_its_own(own_unit):
+    """The devices are what is changed here."""
+    return own_unit
+
+
 def without_failed_reads(lines):
     """The lines without those of settings that cannot be read, which have tests of their own."""
     return [line for line in lines if "GetSetting(" not in line[1]]

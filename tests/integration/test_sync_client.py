@@ -9,7 +9,7 @@ from tests.integration.client_cases import (
     CALL, OPEN, SYSTEM_BUS, USER_BUS, Case, FailureTests, assert_success, check_declared, check_success, refusing_bus,
     untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
-from virtual_unit import VirtualUnit
+from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.SyncDaemon1"
@@ -130,7 +130,7 @@ def succeeding(case):
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the sync daemon."""
-    with VirtualUnit(daemon=False, siblings=("sync",)) as started:
+    with VirtualUnit(daemon=False, siblings=("sync",), bus_timeout=AT_ONCE) as started:
         yield started
 
 

@@ -6,7 +6,7 @@ from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (
     ABSENT, GET_SETTING, GET_ZONE, LIST, LIST_LINE, LONDON, NO_DEFAULTS, SETTINGS_CHANGED, SET_ZONE, TIME,
     bring_to_london, told, zone_set, zone_told)
-from virtual_unit import REFUSE, SILENT, VirtualUnit
+from virtual_unit import AT_ONCE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.values import Typed
 
 
@@ -174,7 +174,7 @@ def test_the_start_without_timedated(make_unit):
 
 def test_the_start_with_a_timedated_that_hangs(make_unit):
     """Is late, and good."""
-    unit = start(make_unit, bus_timeout=0.3)
+    unit = start(make_unit, bus_timeout=AT_ONCE)
     unit.faults.on("timedate", kind=SILENT)
     unit.start_daemon()
     assert unit.client.get("GetTimezoneList") == LIST

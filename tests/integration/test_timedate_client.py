@@ -8,7 +8,7 @@ from tests.integration.client_cases import (
     CALL, OPEN, SYSTEM_BUS, Case, FailureTests, assert_success, calls_since, check_declared, check_success, untouched,
     without_bus)
 from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import VirtualUnit
+from virtual_unit import AT_ONCE, VirtualUnit
 
 NAME = "org.freedesktop.timedate1"
 PATH = "/org/freedesktop/timedate1"
@@ -78,7 +78,7 @@ CASES = [*map(set_time, (1, 1700000000123456, 8277292035999999)),
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the stand-in."""
-    with VirtualUnit(daemon=False, siblings=("timedate",)) as started:
+    with VirtualUnit(daemon=False, siblings=("timedate",), bus_timeout=AT_ONCE) as started:
         yield started
 
 

@@ -5,7 +5,7 @@ import pytest
 from tests.integration.client_cases import (
     CALL, OPEN, READ, Case, FailureTests, check_declared, check_success, untouched)
 from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import CODE, VirtualUnit
+from virtual_unit import AT_ONCE, CODE, VirtualUnit
 from virtual_unit.values import Typed
 
 PATH = "/com/tavilon/common/Video1"
@@ -168,7 +168,7 @@ CASES = ORDER_CASES + [PROGRESS] + GETTERS + SETTERS + CAPTURE_LISTS + OVERLAY_C
 @pytest.fixture(scope="module", name="unit")
 def unit_fixture():
     """A unit with nothing but the video daemon."""
-    with VirtualUnit(daemon=False, siblings=("video",)) as started:
+    with VirtualUnit(daemon=False, siblings=("video",), bus_timeout=AT_ONCE) as started:
         yield started
 
 

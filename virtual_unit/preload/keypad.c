@@ -87,8 +87,9 @@ static int device_number(int descriptor)
 {
     char link[64];
     char path[PATH_MAX] = "";
-    const char* root = getenv("CCU_INPUT");
-    const size_t length = root != NULL ? strlen(root) : 0;
+    char root[PATH_MAX] = "";
+    const char* folder = getenv("CCU_INPUT");
+    const size_t length = folder != NULL && realpath(folder, root) != NULL ? strlen(root) : 0;
     snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
     ssize_t (*next)(const char*, char*, size_t) = real("readlink");
     if (length == 0 || next(link, path, sizeof path - 1) < 0 || strncmp(path, root, length) != 0 ||
