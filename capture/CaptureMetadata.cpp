@@ -6,6 +6,7 @@
 
 #include <limits>
 #include <string>
+#include <tuple>
 
 namespace ControllerDaemon
 {
@@ -38,7 +39,7 @@ bool ReadDistances(reelDistance_t& distance)
         return false;
     }
     std::string mode;
-    HalvexDaemonDbusHandler::GetReelDistanceSoftwareMode(mode);
+    std::ignore = HalvexDaemonDbusHandler::GetReelDistanceSoftwareMode(mode);
     if (mode == "relative")
     {
         const int32_t result = HalvexDaemonDbusHandler::GetReelDistanceRelative(distance.relCentimetres);
@@ -58,18 +59,18 @@ bool ReadDistances(reelDistance_t& distance)
 void GetCameraAngles(cameraAngles_t& angles)
 {
     angles = {};
-    VideoDaemonDbusHandler::GetAutoRotateCameraConnected(angles.autoRotateConnected);
+    std::ignore = VideoDaemonDbusHandler::GetAutoRotateCameraConnected(angles.autoRotateConnected);
     Log::Info("%s GetAutoRotateCameraConnected: %s", cameraText, TrueFalse(angles.autoRotateConnected));
     if (angles.autoRotateConnected)
     {
-        VideoDaemonDbusHandler::GetCameraRollAngle(angles.rollAngle);
+        std::ignore = VideoDaemonDbusHandler::GetCameraRollAngle(angles.rollAngle);
         Log::Info("%s GetCameraRollAngle: %i", cameraText, angles.rollAngle);
     }
-    VideoDaemonDbusHandler::GetTiltsenseCameraConnected(angles.tiltsenseConnected);
+    std::ignore = VideoDaemonDbusHandler::GetTiltsenseCameraConnected(angles.tiltsenseConnected);
     Log::Info("%s GetTiltsenseCameraConnected: %s", cameraText, TrueFalse(angles.tiltsenseConnected));
     if (angles.tiltsenseConnected)
     {
-        VideoDaemonDbusHandler::GetCameraPitchAngle(angles.pitchAngle);
+        std::ignore = VideoDaemonDbusHandler::GetCameraPitchAngle(angles.pitchAngle);
         Log::Info("%s GetCameraPitchAngle: %i", cameraText, angles.pitchAngle);
     }
 }
@@ -77,7 +78,7 @@ void GetCameraAngles(cameraAngles_t& angles)
 void GetReelDistances(reelDistance_t& distance)
 {
     distance = {};
-    HalvexDaemonDbusHandler::GetReelConnected(distance.valid);
+    std::ignore = HalvexDaemonDbusHandler::GetReelConnected(distance.valid);
     Log::Info("%s GetReelConnected reported %s", reelText, TrueFalse(distance.valid));
     if (!distance.valid)
     {

@@ -11,6 +11,8 @@
 
 #include <sigc++/functors/mem_fun.h>
 
+#include <tuple>
+
 namespace ControllerDaemon
 {
 namespace
@@ -124,7 +126,7 @@ int32_t DeviceManager::SetMicEnabled(bool enabled)
         return result;
     }
     HandleLED(micLed, enabled ? 1 : 0);
-    VideoDaemonDbusHandler::SetSystemMicMute(!enabled);
+    std::ignore = VideoDaemonDbusHandler::SetSystemMicMute(!enabled);
     EmitPropertyChanged("MicEnabled");
     return result;
 }
@@ -198,7 +200,7 @@ void DeviceManager::KeyPress(uint32_t keyCode, uint32_t /*time*/, int keyState)
               state.keypadBeepEnabled ? 1 : 0);
     if (keyState == pressed && state.keypadBeepEnabled)
     {
-        HalvexDaemonDbusHandler::BeepBuzzer(state.duration, state.period, state.beeps);
+        std::ignore = HalvexDaemonDbusHandler::BeepBuzzer(state.duration, state.period, state.beeps);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "time/TimezoneCatalogue.h"
 
 #include <cerrno>
+#include <tuple>
 #include <vector>
 
 namespace ControllerDaemon
@@ -59,13 +60,13 @@ bool CanSetTimeNow()
 {
     constexpr int32_t active = 1;
     std::vector<std::string> captures;
-    Videod::VideoDaemonDbusHandler::GetCaptures(active, captures);
+    std::ignore = Videod::VideoDaemonDbusHandler::GetCaptures(active, captures);
     if (!captures.empty())
     {
         return false;
     }
     bool syncing = false;
-    static_cast<void>(Syncd::SyncDaemonDbusHandler::HasActiveSyncs(syncing));
+    std::ignore = Syncd::SyncDaemonDbusHandler::HasActiveSyncs(syncing);
     return !syncing;
 }
 

@@ -14,15 +14,15 @@ class SystemdDateTime
 {
   public:
     /// Sets the clock to `usec`, microseconds since the epoch, UTC. timedated refuses while the network keeps it.
-    static int SetTime(uint64_t usec);
+    [[nodiscard]] static int SetTime(uint64_t usec);
 
     /// Sets the zone, named relative to the system's zone folder, as in "CCU/DST/Berlin". The name is not checked here.
-    static int SetTimezone(const std::string& timezone);
+    [[nodiscard]] static int SetTimezone(const std::string& timezone);
 
     /// Lets the network keep the clock, or no longer.
-    static int SetNTP(bool on);
-    static int GetNTP(bool& on);
+    [[nodiscard]] static int SetNTP(bool on);
+    [[nodiscard]] static int GetNTP(bool& on);
 
     /// The zone in force, named as it was set.
-    static int GetTimezone(std::string& timezone);
+    [[nodiscard]] static int GetTimezone(std::string& timezone);
 };

@@ -9,6 +9,7 @@
 
 #include <sigc++/functors/mem_fun.h>
 
+#include <tuple>
 #include <utility>
 
 namespace ControllerDaemon
@@ -31,7 +32,7 @@ TimeManager::TimeManager(Settingsd::SettingsHandler settings) : settings_(std::m
 {
     state.installedZones = ListInstalledTimezones();
     // The clock is set by clients and by GPS; timedated refuses that while the network keeps it.
-    static_cast<void>(SystemdDateTime::SetNTP(false));
+    std::ignore = SystemdDateTime::SetNTP(false);
     SetDefaultSettings();
 }
 
@@ -79,7 +80,7 @@ void TimeManager::UpdateTimezone() const
 {
     const std::string wanted = PrefixFor(dst_) + zone_;
     std::string current;
-    static_cast<void>(SystemdDateTime::GetTimezone(current)); // a zone that cannot be read is another one
+    std::ignore = SystemdDateTime::GetTimezone(current); // a zone that cannot be read is another one
     if (wanted == current)
     {
         return;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
+#include <tuple>
 
 namespace ControllerDaemon
 {
@@ -89,7 +90,7 @@ std::string_view BareName(std::string_view zone)
 bool IsDstInForce()
 {
     std::string zone;
-    static_cast<void>(SystemdDateTime::GetTimezone(zone)); // stays empty when it cannot be read, which is logged there
+    std::ignore = SystemdDateTime::GetTimezone(zone); // stays empty when it cannot be read, which is logged there
     return IsDst(zone);
 }
 

@@ -51,93 +51,93 @@ class HalvexDaemonDbusHandler
     RemovedSignal& InterfacesRemoved() { return interfacesRemoved_; }
 
     /// Chooses the hardware of another unit: its IP and the D-Bus address of its user bus.
-    static int32_t SetRemote(const std::string& ip, const std::string& dbusAddress);
+    [[nodiscard]] static int32_t SetRemote(const std::string& ip, const std::string& dbusAddress);
     /// Chooses the unit's own hardware again.
-    static int32_t SetLocal();
+    [[nodiscard]] static int32_t SetLocal();
 
-    static int32_t GetVideoStatus(int32_t& status);
+    [[nodiscard]] static int32_t GetVideoStatus(int32_t& status);
     /// LEDs: 0 microphone, 3 sonde. Values 0 off, 1 on, 2 and 3 as the front panel defines them.
-    static int32_t SetLedState(uint32_t led, uint32_t value);
+    [[nodiscard]] static int32_t SetLedState(uint32_t led, uint32_t value);
     /// Sounds the keypad's buzzer: duration and period in the hardware daemon's unit. A daemon that answers that it
     /// did not is logged and counts as success.
-    static int32_t BeepBuzzer(uint32_t duration, uint32_t period, uint32_t beeps);
+    [[nodiscard]] static int32_t BeepBuzzer(uint32_t duration, uint32_t period, uint32_t beeps);
     /// Both numbers are the hardware daemon's; whether it obeyed is not told.
-    static int32_t SetPowerState(int32_t first, int32_t second);
+    [[nodiscard]] static int32_t SetPowerState(int32_t first, int32_t second);
     /// The five states in the hardware daemon's order.
-    static int32_t GetPowerStates(bool& first, bool& second, bool& third, bool& fourth, bool& fifth);
-    static int32_t GetBatteryUpdateState(int32_t& state);
-    static int32_t GetBatteryUpdateDirection(int32_t& direction);
+    [[nodiscard]] static int32_t GetPowerStates(bool& first, bool& second, bool& third, bool& fourth, bool& fifth);
+    [[nodiscard]] static int32_t GetBatteryUpdateState(int32_t& state);
+    [[nodiscard]] static int32_t GetBatteryUpdateDirection(int32_t& direction);
     /// `sufficient` is not 0 when the power suffices for the action.
-    static int32_t GetPowerSufficientForAction(int32_t action, int32_t& sufficient);
+    [[nodiscard]] static int32_t GetPowerSufficientForAction(int32_t action, int32_t& sufficient);
     /// Logs what it gets, field by field. `info.success` is false when the batteries could not be asked.
-    static int32_t GetBatteryInfo(BatteryInfo& info);
-    static int32_t RequestBatteryData(bool& success);
-    static int32_t SetAnalogReelDisplay(int32_t display);
+    [[nodiscard]] static int32_t GetBatteryInfo(BatteryInfo& info);
+    [[nodiscard]] static int32_t RequestBatteryData(bool& success);
+    [[nodiscard]] static int32_t SetAnalogReelDisplay(int32_t display);
     /// Names of the icons that show the level of the right and the left battery; `text` is the hardware daemon's.
-    static int32_t GetBatteryLevelIcons(std::string& text, std::vector<std::string>& right,
-                                        std::vector<std::string>& left);
+    [[nodiscard]] static int32_t GetBatteryLevelIcons(std::string& text, std::vector<std::string>& right,
+                                                      std::vector<std::string>& left);
 
-    static int32_t GetPropVideoStatus(int32_t& status);
-    static int32_t GetRemoteIP(std::string& ip);
-    static int32_t GetRemoteDbusAddr(std::string& address);
-    static int32_t GetHalvexSwVersion(std::string& version);
-    static int32_t GetHalvexHwVersion(std::string& version);
-    static int32_t GetKeypadPicVersion(std::string& version);
+    [[nodiscard]] static int32_t GetPropVideoStatus(int32_t& status);
+    [[nodiscard]] static int32_t GetRemoteIP(std::string& ip);
+    [[nodiscard]] static int32_t GetRemoteDbusAddr(std::string& address);
+    [[nodiscard]] static int32_t GetHalvexSwVersion(std::string& version);
+    [[nodiscard]] static int32_t GetHalvexHwVersion(std::string& version);
+    [[nodiscard]] static int32_t GetKeypadPicVersion(std::string& version);
 
-    static int32_t GetCameraLedBrightness(int32_t& brightness);
-    static int32_t SetCameraLedBrightness(int32_t brightness);
-    static int32_t GetCameraSonde(bool& enabled);
-    static int32_t SetCameraSonde(bool enabled);
-    static int32_t GetCameraAtex(bool& enabled);
-    static int32_t SetCameraAtex(bool enabled);
+    [[nodiscard]] static int32_t GetCameraLedBrightness(int32_t& brightness);
+    [[nodiscard]] static int32_t SetCameraLedBrightness(int32_t brightness);
+    [[nodiscard]] static int32_t GetCameraSonde(bool& enabled);
+    [[nodiscard]] static int32_t SetCameraSonde(bool enabled);
+    [[nodiscard]] static int32_t GetCameraAtex(bool& enabled);
+    [[nodiscard]] static int32_t SetCameraAtex(bool enabled);
 
     /// Degrees Celsius.
-    static int32_t GetCPUtempC(int16_t& temperature);
-    static int32_t GetFanSpeed(uint8_t& speed);
-    static int32_t GetFanCtrlMode(std::string& mode);
-    static int32_t SetFanCtrlMode(const std::string& mode);
-    static int32_t GetManualFanSpeed(uint8_t& speed);
-    static int32_t SetManualFanSpeed(uint8_t speed);
+    [[nodiscard]] static int32_t GetCPUtempC(int16_t& temperature);
+    [[nodiscard]] static int32_t GetFanSpeed(uint8_t& speed);
+    [[nodiscard]] static int32_t GetFanCtrlMode(std::string& mode);
+    [[nodiscard]] static int32_t SetFanCtrlMode(const std::string& mode);
+    [[nodiscard]] static int32_t GetManualFanSpeed(uint8_t& speed);
+    [[nodiscard]] static int32_t SetManualFanSpeed(uint8_t speed);
     /// Degrees Celsius.
-    static int32_t GetFanCtrlRangeMinTempC(int16_t& temperature);
-    static int32_t SetFanCtrlRangeMinTempC(int16_t temperature);
-    static int32_t GetFanCtrlRangeMaxTempC(int16_t& temperature);
-    static int32_t SetFanCtrlRangeMaxTempC(int16_t temperature);
-    static int32_t GetCPUtempAveragingPeriod(uint8_t& period);
-    static int32_t SetCPUtempAveragingPeriod(uint8_t period);
-    static int32_t GetEmitStatusChanges(bool& enabled);
-    static int32_t SetEmitStatusChanges(bool enabled);
+    [[nodiscard]] static int32_t GetFanCtrlRangeMinTempC(int16_t& temperature);
+    [[nodiscard]] static int32_t SetFanCtrlRangeMinTempC(int16_t temperature);
+    [[nodiscard]] static int32_t GetFanCtrlRangeMaxTempC(int16_t& temperature);
+    [[nodiscard]] static int32_t SetFanCtrlRangeMaxTempC(int16_t temperature);
+    [[nodiscard]] static int32_t GetCPUtempAveragingPeriod(uint8_t& period);
+    [[nodiscard]] static int32_t SetCPUtempAveragingPeriod(uint8_t period);
+    [[nodiscard]] static int32_t GetEmitStatusChanges(bool& enabled);
+    [[nodiscard]] static int32_t SetEmitStatusChanges(bool enabled);
 
-    static int32_t GetPowerSource(ActivePowerSource& source);
-    static int32_t ReadBatteryVoltages(int32_t& right, int32_t& left);
+    [[nodiscard]] static int32_t GetPowerSource(ActivePowerSource& source);
+    [[nodiscard]] static int32_t ReadBatteryVoltages(int32_t& right, int32_t& left);
     /// 0..100.
-    static int32_t ReadBatteryChargePercentages(int32_t& right, int32_t& left);
-    static int32_t GetSystemPowerLevel(SystemPowerLevel& level);
-    static int32_t GetBatteryDrainMode(BatteryDrainMode& mode);
-    static int32_t SetBatteryDrainMode(BatteryDrainMode mode);
-    static int32_t GetBatteryTypes(OrvelType& right, OrvelType& left);
-    static int32_t GetLowBatteryWarnings(bool& right, bool& left);
-    static int32_t GetPermittedActions(permittedActions_t& actions);
+    [[nodiscard]] static int32_t ReadBatteryChargePercentages(int32_t& right, int32_t& left);
+    [[nodiscard]] static int32_t GetSystemPowerLevel(SystemPowerLevel& level);
+    [[nodiscard]] static int32_t GetBatteryDrainMode(BatteryDrainMode& mode);
+    [[nodiscard]] static int32_t SetBatteryDrainMode(BatteryDrainMode mode);
+    [[nodiscard]] static int32_t GetBatteryTypes(OrvelType& right, OrvelType& left);
+    [[nodiscard]] static int32_t GetLowBatteryWarnings(bool& right, bool& left);
+    [[nodiscard]] static int32_t GetPermittedActions(permittedActions_t& actions);
 
-    static int32_t GetReelStatus(int32_t& status);
-    static int32_t GetReelConnected(bool& connected);
-    static int32_t GetReelSerialNumber(std::string& number);
-    static int32_t SetReelSerialNumber(const std::string& number);
-    static int32_t GetReelCountMode(CountMode& mode);
-    static int32_t SetReelCountMode(CountMode mode);
-    static int32_t GetReelCount(int32_t& count);
+    [[nodiscard]] static int32_t GetReelStatus(int32_t& status);
+    [[nodiscard]] static int32_t GetReelConnected(bool& connected);
+    [[nodiscard]] static int32_t GetReelSerialNumber(std::string& number);
+    [[nodiscard]] static int32_t SetReelSerialNumber(const std::string& number);
+    [[nodiscard]] static int32_t GetReelCountMode(CountMode& mode);
+    [[nodiscard]] static int32_t SetReelCountMode(CountMode mode);
+    [[nodiscard]] static int32_t GetReelCount(int32_t& count);
     /// Sets the count to 0.
-    static int32_t ZeroReelCount();
+    [[nodiscard]] static int32_t ZeroReelCount();
     /// "relative" or "absolute".
-    static int32_t GetReelDistanceSoftwareMode(std::string& mode);
-    static int32_t SetReelDistanceSoftwareMode(const std::string& mode);
+    [[nodiscard]] static int32_t GetReelDistanceSoftwareMode(std::string& mode);
+    [[nodiscard]] static int32_t SetReelDistanceSoftwareMode(const std::string& mode);
     /// Centimetres; the largest int32 stands for no value.
-    static int32_t GetReelDistanceAbsolute(int32_t& distance);
-    static int32_t SetReelDistanceAbsolute(int32_t distance);
+    [[nodiscard]] static int32_t GetReelDistanceAbsolute(int32_t& distance);
+    [[nodiscard]] static int32_t SetReelDistanceAbsolute(int32_t distance);
     /// Centimetres.
-    static int32_t GetReelDistanceRelative(int32_t& distance);
+    [[nodiscard]] static int32_t GetReelDistanceRelative(int32_t& distance);
     /// Every property of the reel, the distance counter's apart. A failure is not logged.
-    static int32_t GetAllReelProperties(sdbus_utils::TypedPropertyMap& properties);
+    [[nodiscard]] static int32_t GetAllReelProperties(sdbus_utils::TypedPropertyMap& properties);
 
   private:
     static int VideoStatusChangedHandler(sd_bus_message* message, void* userData, sd_bus_error* error);

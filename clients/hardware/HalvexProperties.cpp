@@ -6,6 +6,8 @@
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
 
+#include <tuple>
+
 namespace Halvexd
 {
 
@@ -87,8 +89,8 @@ BusOpened OpenChosenBus(BusHandle& bus)
 {
     std::string ip;
     std::string address;
-    Handler::GetRemoteIP(ip);
-    Handler::GetRemoteDbusAddr(address);
+    std::ignore = Handler::GetRemoteIP(ip);
+    std::ignore = Handler::GetRemoteDbusAddr(address);
     if (ip.empty() || address.empty())
     {
         return DbusHelper::OpenUserBus(bus) < 0 ? NO_BUS_OPENED : OPENED_LOCAL_BUS;

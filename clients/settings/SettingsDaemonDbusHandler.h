@@ -105,16 +105,17 @@ class SettingsDaemonDbusHandler : public DbusHelper::DbusListener
     /// Reads one setting; for std::string, bool, int32_t and uint32_t. A failure is logged and leaves `value` as it
     /// was.
     template <typename T>
-    static int32_t GetSetting(const std::string& section, const std::string& key, T& value);
+    [[nodiscard]] static int32_t GetSetting(const std::string& section, const std::string& key, T& value);
 
     /// Everything, a section or a setting back to its default. What the flag of ResetToDefaults means is the settings
     /// daemon's.
-    static int32_t ResetToDefaults(bool flag);
-    static int32_t ResetSection(const std::string& section);
-    static int32_t ResetSetting(const std::string& section, const std::string& key);
+    [[nodiscard]] static int32_t ResetToDefaults(bool flag);
+    [[nodiscard]] static int32_t ResetSection(const std::string& section);
+    [[nodiscard]] static int32_t ResetSetting(const std::string& section, const std::string& key);
 
     /// Reads all settings of a section; `settings` is left as it was on failure, which is not logged.
-    static int32_t GetSectionSettings(const std::string& section, sdbus_utils::TypedPropertyMap& settings);
+    [[nodiscard]] static int32_t GetSectionSettings(const std::string& section,
+                                                    sdbus_utils::TypedPropertyMap& settings);
 
     /// What sd-bus calls for each "PropertiesChanged": tells the changes of the object that sent it. 0, -1 when the
     /// message cannot be read, which is logged. `userData` is the handler.

@@ -38,41 +38,41 @@ class StorageDaemonDbusHandler
     PropertiesChangedSignal& PropertiesChanged() { return propertiesChanged_; }
 
     /// The device that recordings go to by choice of the storage daemon.
-    static int32_t GetPrimaryDevice(std::string& device);
-    static int32_t GetAvailableDevices(std::vector<std::string>& devices);
+    [[nodiscard]] static int32_t GetPrimaryDevice(std::string& device);
+    [[nodiscard]] static int32_t GetAvailableDevices(std::vector<std::string>& devices);
 
-    static int32_t GetReadOnly(const std::string& device, bool& readOnly);
+    [[nodiscard]] static int32_t GetReadOnly(const std::string& device, bool& readOnly);
     /// Kind of connection, in the storage daemon's words.
-    static int32_t GetBus(const std::string& device, std::string& bus);
-    static int32_t GetSocket(const std::string& device, int32_t& socket);
+    [[nodiscard]] static int32_t GetBus(const std::string& device, std::string& bus);
+    [[nodiscard]] static int32_t GetSocket(const std::string& device, int32_t& socket);
     /// Folder at which the device is mounted, empty when it is not.
-    static int32_t GetMountPoint(const std::string& device, std::string& mountPoint);
+    [[nodiscard]] static int32_t GetMountPoint(const std::string& device, std::string& mountPoint);
     /// The device file.
-    static int32_t GetDevicePath(const std::string& device, std::string& devicePath);
-    static int32_t GetStorageSpaceBelowWarningThreshold(const std::string& device, bool& below);
+    [[nodiscard]] static int32_t GetDevicePath(const std::string& device, std::string& devicePath);
+    [[nodiscard]] static int32_t GetStorageSpaceBelowWarningThreshold(const std::string& device, bool& below);
     /// Below the free space that a recording needs.
-    static int32_t GetStorageSpaceBelowMinimumThreshold(const std::string& device, bool& below);
-    static int32_t GetMounted(const std::string& device, bool& mounted);
-    static int32_t GetKnownPrimary(const std::string& device, bool& known);
-    static int32_t SetKnownPrimary(const std::string& device, bool known);
+    [[nodiscard]] static int32_t GetStorageSpaceBelowMinimumThreshold(const std::string& device, bool& below);
+    [[nodiscard]] static int32_t GetMounted(const std::string& device, bool& mounted);
+    [[nodiscard]] static int32_t GetKnownPrimary(const std::string& device, bool& known);
+    [[nodiscard]] static int32_t SetKnownPrimary(const std::string& device, bool known);
     /// In bytes.
-    static int32_t GetFreeSpace(const std::string& device, uint64_t& bytes);
-    static int32_t GetId(const std::string& device, std::string& id);
-    static int32_t GetIsSafeToRemove(const std::string& device, bool& safe);
+    [[nodiscard]] static int32_t GetFreeSpace(const std::string& device, uint64_t& bytes);
+    [[nodiscard]] static int32_t GetId(const std::string& device, std::string& id);
+    [[nodiscard]] static int32_t GetIsSafeToRemove(const std::string& device, bool& safe);
 
     /// Marks the device as being written to or no longer. `writer` is the storage daemon's.
-    static int32_t SetWriteActive(const std::string& device, uint8_t writer, bool active);
-    static int32_t StartFormat(const std::string& device);
+    [[nodiscard]] static int32_t SetWriteActive(const std::string& device, uint8_t writer, bool active);
+    [[nodiscard]] static int32_t StartFormat(const std::string& device);
 
     /// Object paths of all storage devices: the storage daemon's managed objects that are devices, or its
     /// "AvailableDevices" when it cannot list its objects.
-    static int32_t GetStorageObjectPaths(std::vector<std::string>& paths);
+    [[nodiscard]] static int32_t GetStorageObjectPaths(std::vector<std::string>& paths);
 
     /// The device that holds a file: the one whose mount point is the longest prefix, by whole path components, of
     /// `filename`, an absolute path. The file need not exist. -ENOENT, not logged, when no device holds it, and only
     /// then: that is an answer, everything else that is negative a question that failed. A device whose mount point
     /// cannot be asked for is passed over when another one holds the file, and is such a failure otherwise.
-    static int32_t GetPathFromFilename(const std::string& filename, std::string& storagePath);
+    [[nodiscard]] static int32_t GetPathFromFilename(const std::string& filename, std::string& storagePath);
 
   private:
     static int OnInterfacesAdded(sd_bus_message* message, void* userData, sd_bus_error* error);

@@ -37,15 +37,15 @@ class SyncDaemonDbusHandler
     [[nodiscard]] static const char* ErrorText(int32_t code);
 
     /// Starts syncs of `items`; `status` is that of all syncs after it. The code's text and the status are logged.
-    static int32_t AddSyncs(const std::string& source, const std::string& destination,
-                            const std::vector<std::string>& items, int32_t& code, std::string& status);
+    [[nodiscard]] static int32_t AddSyncs(const std::string& source, const std::string& destination,
+                                          const std::vector<std::string>& items, int32_t& code, std::string& status);
     /// The code's text is logged.
-    static int32_t CancelSyncs(const std::vector<std::string>& items, int32_t& code);
-    static int32_t CancelAllDevices(int32_t& code);
+    [[nodiscard]] static int32_t CancelSyncs(const std::vector<std::string>& items, int32_t& code);
+    [[nodiscard]] static int32_t CancelAllDevices(int32_t& code);
 
-    static int32_t HasActiveSyncs(bool& active);
+    [[nodiscard]] static int32_t HasActiveSyncs(bool& active);
     /// What it reads is logged.
-    static int32_t GetSyncStatus(std::string& status);
+    [[nodiscard]] static int32_t GetSyncStatus(std::string& status);
 
   private:
     static int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* error);
