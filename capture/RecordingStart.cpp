@@ -109,8 +109,9 @@ void DeleteMediaItem(const Kind& kind, const std::string& mediaPath)
 void CreateMarkers(const std::string& mediaPath)
 {
     // Not consulted: a marker that cannot be hidden, or made, is no reason to lose the recording.
-    CreateHiddenFile(RecoveryPath(mediaPath), true);
-    CreateHiddenFile(RecActivePath(mediaPath), true);
+    constexpr bool ownerExecute = true;
+    CreateHiddenFile(RecoveryPath(mediaPath), ownerExecute);
+    CreateHiddenFile(RecActivePath(mediaPath), ownerExecute);
 }
 
 void RemoveMarkers(const std::string& mediaPath)

@@ -215,7 +215,8 @@ bool VideoPlayback::StopAndCancelInvalidPlaybacks()
     else
     {
         Log::Error("%s playback file %s is no longer mounted - cancelling playback", text, filename.c_str());
-        VideoPlaybackStop(false);
+        constexpr bool restartLive = false;
+        VideoPlaybackStop(restartLive);
         cancelled = true;
     }
     Log::Info("%s leave", text);

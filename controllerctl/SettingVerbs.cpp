@@ -48,7 +48,8 @@ bool AddTo(Answer& whole, const char* key, Answer part, const Json& value)
 Answer Status(const Arguments& /*arguments*/)
 {
     Answer whole;
-    Answer clock = ReadClock(true);
+    constexpr bool local = true;
+    Answer clock = ReadClock(local);
     const Json time = clock.text;
     whole.fields["errors"] = Json::object();
     bool reached = AddTo(whole, "time", std::move(clock), time);

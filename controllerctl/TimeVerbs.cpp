@@ -19,7 +19,8 @@ Answer GetSeconds()
 {
     time_t seconds = 0;
     bool dst = false;
-    if (Client::GetTime(seconds, dst, true) < 0)
+    constexpr bool local = true;
+    if (Client::GetTime(seconds, dst, local) < 0)
     {
         return Failed();
     }
@@ -66,7 +67,8 @@ Answer SetTime(const Arguments& arguments)
         return Misused("--utc and --dst do not go with seconds since 1970");
     }
     // "Local" seconds are those since 1970 as they are; others the controller would shift by the zone.
-    return Ordered(Client::SetTime(time_t{*seconds}, true));
+    constexpr bool local = true;
+    return Ordered(Client::SetTime(time_t{*seconds}, local));
 }
 
 Answer SetTimezone(const Arguments& arguments)

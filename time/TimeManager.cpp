@@ -32,7 +32,8 @@ TimeManager::TimeManager(Settingsd::SettingsHandler settings) : settings_(std::m
 {
     state.installedZones = ListInstalledTimezones();
     // The clock is set by clients and by GPS; timedated refuses that while the network keeps it.
-    std::ignore = SystemdDateTime::SetNTP(false);
+    constexpr bool networkTime = false;
+    std::ignore = SystemdDateTime::SetNTP(networkTime);
     SetDefaultSettings();
 }
 

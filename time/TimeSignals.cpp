@@ -33,7 +33,8 @@ void EmitTimeChange(time_t seconds)
     constexpr const char* operation = "EmitTimeChange";
     const bool dst = IsDstInForce();
     const time_t moment = seconds == -1 ? std::time(nullptr) : seconds; // now is when the zone is known
-    const auto time = BreakDown(moment, true, dst);
+    constexpr bool local = true;
+    const auto time = BreakDown(moment, local, dst);
     if (!time.has_value())
     {
         Log::Info("%s: Failed to emit signal, error code: %d", operation, -EOVERFLOW);
