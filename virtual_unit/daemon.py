@@ -28,9 +28,9 @@ _PRELOADS = ("syslog_capture", "daemon_probe", "give_up", "places", "framebuffer
 UMOCKDEV = "libumockdev-preload.so.0"
 
 #: Patience at the end: until a daemon that waits for an answer is freed, and from then on until it is killed.
-END_SECONDS = (0.5, 20)
+END_SECONDS = (0.5, PATIENCE)
 #: Patience for what the daemon leaves, which is killed.
-_REMAINS_SECONDS = 5
+_REMAINS_SECONDS = PATIENCE
 
 
 class DaemonFailure(AssertionError):

@@ -21,6 +21,7 @@ import subprocess
 
 from . import namespaces, zones
 from .bus import PrivateBus
+from .patience import PATIENCE
 from .unit import ALL_SIBLINGS, VirtualUnit
 
 TIMEDATED = "/lib/systemd/systemd-timedated"
@@ -47,7 +48,7 @@ shift
 exec "$@"
 """
 
-_END_SECONDS = 20
+_END_SECONDS = PATIENCE
 
 
 # What the machine must have -------------------------------------------------------------------------------------------

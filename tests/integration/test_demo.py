@@ -13,7 +13,7 @@ import tempfile
 
 import pytest
 
-from virtual_unit import VirtualUnit
+from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.chapters import CHAPTERS, Chapter
 from virtual_unit.declaration import controller_members
 from virtual_unit.demo import Inspection
@@ -93,7 +93,7 @@ def tampered(**changes):
 
 def test_every_step_is_shown_and_comes_out_as_it_should(folder):
     with running_demo(folder) as process:
-        output, errors = process.communicate(timeout=120)
+        output, errors = process.communicate(timeout=PATIENCE)
     assert (process.returncode, errors) == (0, "")
     lines = output.splitlines()
     assert output.isascii() and "\x1b" not in output
@@ -224,7 +224,7 @@ def test_an_interruption_ends_it_with_one_line(folder, number):
     with running_demo(folder) as process:
         read_until(process, _RECORDING.title)
         process.send_signal(number)
-        _, errors = process.communicate(timeout=60)
+        _, errors = process.communicate(timeout=PATIENCE)
     assert (process.returncode, errors) == (128 + number, "demo: interrupted\n")
 
 
@@ -233,7 +233,7 @@ def test_an_interruption_during_a_call_that_hangs_does_not_wait_for_it(folder):
         read_until(process, "The jobs manager hangs")
         read_until(process, "controllerctl record start")
         process.send_signal(signal.SIGINT)
-        output, errors = process.communicate(timeout=60)
+        output, errors = process.communicate(timeout=PATIENCE)
     assert (process.returncode, errors) == (130, "demo: interrupted\n")
     assert "Unable to create path" not in output
 
@@ -248,6 +248,6 @@ def test_a_reader_that_leaves_ends_it_quietly(folder):
 
 def test_without_a_daemon_one_line_says_so(folder):
     with running_demo(folder, CCU_BUILD_DIR="/nonexistent") as process:
-        output, errors = process.communicate(timeout=60)
+        output, errors = process.communicate(timeout=PATIENCE)
     assert (process.returncode, output) == (1, "")
     assert errors == "demo: the unit cannot be started: /nonexistent/daemon/controllerd has not been built\n"

@@ -7,7 +7,7 @@ import struct
 import pytest
 
 from tests.integration.client_driver import ClientDriver
-from virtual_unit import VirtualUnit
+from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.Settings1"
@@ -138,7 +138,7 @@ def zone_changed(serial, zone):
 def connect(unit):
     """A connection that owns the settings daemon's name and sends bytes as they are given."""
     raw = socket.socket(socket.AF_UNIX)
-    raw.settimeout(60)
+    raw.settimeout(PATIENCE)
     raw.connect(unit.session_address.partition("path=")[2].partition(",")[0])
     raw.sendall(b"\0AUTH EXTERNAL " + str(os.getuid()).encode().hex().encode() + b"\r\n")
     assert raw.recv(4096).startswith(b"OK")

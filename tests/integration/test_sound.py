@@ -197,11 +197,11 @@ def test_a_hundred_at_once_play_side_by_side_and_leave_nothing(unit):
     unit.audio.hold("aplay")
     calls = [unit.client.call_async("PlayAudio", "s", "beep.wav") for _ in range(100)]
     assert all(call.result(30).args == () for call in calls)
-    unit.audio.wait_played(100, ended=False, timeout=30)
+    unit.audio.wait_played(100, ended=False)
     assert len(children(unit)) == 100
     assert unit.client.get("KeypadBeepEnabled") is False  # nobody waits for the sounds
     unit.audio.release("aplay")
-    unit.audio.wait_played(100, timeout=30)
+    unit.audio.wait_played(100)
     assert is_quiet(unit)
     assert players(unit) == [["aplay", FOLDER + "beep.wav"]] * 100
 

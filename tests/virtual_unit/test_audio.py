@@ -6,6 +6,7 @@ import wave
 
 import pytest
 
+from virtual_unit.patience import PATIENCE
 from virtual_unit.audio import AMPLIFIER, MASTER, SPEAKER, Audio
 
 _LIBRARIES = ("places", "process_probe")
@@ -135,7 +136,7 @@ def test_a_slow_mixer(audio):
         assert audio.wait_commands("amixer") == [["amixer", "set", "PCM", "100%"]]
         assert process.poll() is None and audio.control(MASTER).left == 64
         audio.release("amixer")
-        assert process.wait(20) == 0
+        assert process.wait(PATIENCE) == 0
     assert audio.control(MASTER).left == 127
 
 
@@ -149,7 +150,7 @@ def test_sounds_play_until_they_may_end(audio):
         audio.wait_played(count, ended=False)
     assert audio.playing == paths
     audio.release("aplay")
-    assert [player.wait(20) for player in players] == [0, 0]
+    assert [player.wait(PATIENCE) for player in players] == [0, 0]
     assert [(one.path, one.ended) for one in audio.played] == [(path, True) for path in paths]
     assert audio.playing == []
 

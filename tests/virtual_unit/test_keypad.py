@@ -10,12 +10,11 @@ import time
 
 import pytest
 
-from virtual_unit import daemon
+from virtual_unit import PATIENCE, daemon
 from virtual_unit.keypad import KEYBOARD, POINTER, InputDevices, Keypad
 
 _HERE = pathlib.Path(__file__).resolve().parent
 _A, _B = 30, 48
-_PATIENCE_SECONDS = 30
 
 #: libinput's types of events.
 _ADDED, _REMOVED, _MOTION, _BUTTON = (f"event {number}" for number in (1, 2, 400, 402))
@@ -62,7 +61,7 @@ def read(build_dir, probe, devices):
             process = stack.enter_context(subprocess.Popen([probe, seat], stdout=subprocess.PIPE, text=True,
                                                            env=environment))
             stack.callback(process.kill)
-            patience = threading.Timer(_PATIENCE_SECONDS, process.kill)  # ends the lines that a test waits for
+            patience = threading.Timer(PATIENCE, process.kill)  # ends the lines that a test waits for
             patience.start()
             stack.callback(patience.cancel)
             reader = _Reader(process)

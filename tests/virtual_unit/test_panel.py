@@ -12,7 +12,7 @@ import threading
 
 import pytest
 
-from virtual_unit import VirtualUnit
+from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.key import mark_for_keys
 from virtual_unit.panel import Panel, Screen
 
@@ -39,7 +39,7 @@ def test_the_panel_shows_what_there_is(unit, client_of):
         assert panel.text() == ("microphone on | speaker gone, 100% | LEDs mic on, LED 1 off, sonde 3 | beeps 1 | "
                                 "plays beep.wav")
         unit.audio.release("aplay")
-        assert player.wait(20) == 0
+        assert player.wait(PATIENCE) == 0
     assert panel.text().endswith("| plays nothing")
 
 
@@ -55,9 +55,9 @@ def test_the_panel_is_followed():
         follower = threading.Thread(target=Panel(unit).follow, args=(show, stop, 0.001))
         follower.start()
         try:
-            assert told.acquire(timeout=10)
+            assert told.acquire(timeout=PATIENCE)
             unit.gpio.mic.value = 1
-            assert told.acquire(timeout=10)
+            assert told.acquire(timeout=PATIENCE)
         finally:
             stop.set()
             follower.join()

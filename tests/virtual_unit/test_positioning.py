@@ -11,7 +11,7 @@ import textwrap
 
 import pytest
 
-from virtual_unit import VirtualUnit
+from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.gps import sentence
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -108,7 +108,7 @@ def test_nothing_is_left_of_it_when_the_tests_are_killed():
         gpsd = os.pidfd_open(int(pid))
         try:
             child.kill()
-            assert select.select([gpsd], [], [], 10)[0], "gpsd runs on"
+            assert select.select([gpsd], [], [], PATIENCE)[0], "gpsd runs on"
         finally:
             os.close(gpsd)
             shutil.rmtree(directory, ignore_errors=True)

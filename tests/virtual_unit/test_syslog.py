@@ -5,6 +5,7 @@ import subprocess
 
 import pytest
 
+from virtual_unit.patience import PATIENCE
 from virtual_unit.syslog import LogLine, SyslogReader
 
 _PROGRAM = r"""
@@ -64,7 +65,8 @@ def program(request, tmp_path_factory):
 
 def _run(program, capture_library, **variables):
     environment = {"LC_ALL": "C", "LD_PRELOAD": str(capture_library), "ASAN_OPTIONS": "verify_asan_link_order=0"}
-    return subprocess.run([program, "argument"], env={**environment, **variables}, timeout=30, check=False).returncode
+    return subprocess.run([program, "argument"], env={**environment, **variables}, timeout=PATIENCE,
+                          check=False).returncode
 
 
 def test_records_are_exact(program, capture_library, tmp_path):

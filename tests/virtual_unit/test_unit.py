@@ -9,7 +9,7 @@ import textwrap
 
 import pytest
 
-from virtual_unit import DaemonFailure, DbusFailure, VirtualUnit
+from virtual_unit import PATIENCE, DaemonFailure, DbusFailure, VirtualUnit
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -66,9 +66,9 @@ def test_no_process_outlives_a_signal(build_dir, tmp_path, number, status, files
         directory, *pids = child.stdout.readline().split()
         handles = [os.pidfd_open(int(pid)) for pid in pids]
         child.send_signal(number)
-        assert child.wait(20) == status
+        assert child.wait(PATIENCE) == status
     for handle in handles:  # readable when the process has ended
-        assert select.select([handle], [], [], 10)[0]
+        assert select.select([handle], [], [], PATIENCE)[0]
         os.close(handle)
     assert os.path.exists(directory) is files_stay
     subprocess.run(["rm", "-rf", directory], check=True)
@@ -129,7 +129,7 @@ def test_unexpected_end_is_an_error(build_dir):
         directory = unit.directory
         handle = os.pidfd_open(unit.pid)
         unit.client.call_async("Leave", "i", 0)
-        assert select.select([handle], [], [], 10)[0]
+        assert select.select([handle], [], [], PATIENCE)[0]
         os.close(handle)
     assert not os.path.exists(directory)
 

@@ -8,6 +8,8 @@ import sys
 
 import pytest
 
+from virtual_unit import PATIENCE
+
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 
@@ -35,7 +37,7 @@ def test_up_until_it_is_interrupted(build_dir, number):
         assert lines[2] == f"export CCU_UNIT={_folder(lines[0])}\n"
         assert os.path.isdir(_folder(lines[0]))
         process.send_signal(number)
-        assert process.wait(20) == 0
+        assert process.wait(PATIENCE) == 0
     assert not os.path.exists(_folder(lines[0]))
 
 
@@ -53,7 +55,7 @@ def test_up_follows_the_log_and_the_panel_and_notices_the_end_of_the_daemon(buil
         assert "   info well said\n" in lines
         assert any(line.startswith("  panel microphone off | speaker off, 79% |") for line in lines)
         call("Leave", "int32:4")
-        assert process.wait(20) == 1
+        assert process.wait(PATIENCE) == 1
         assert "ended by itself with status 4" in process.stderr.read()
 
 
@@ -65,10 +67,10 @@ def test_up_follows_the_log_and_the_panel_and_notices_the_end_of_the_daemon(buil
 def test_up_with_a_command(build_dir, command, status, output):
     with _start(build_dir, "--", *command) as process:
         assert process.stdout.read().startswith(output)
-        assert process.wait(20) == status
+        assert process.wait(PATIENCE) == status
 
 
 def test_up_without_a_daemon_to_start(tmp_path):
     with _start(str(tmp_path)) as process:
         assert "has not been built" in process.stderr.read()
-        assert process.wait(20) == 1
+        assert process.wait(PATIENCE) == 1

@@ -14,7 +14,7 @@ namespace
 
 using ControllerDaemon::ReadGpsFix;
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 /// What gps_open and gps_read answer, and what they were asked.
 struct Exported
@@ -96,9 +96,9 @@ TEST_F(GpsFixTest, NeedsStatusOneAndModeTwoOrThree)
 
 TEST_F(GpsFixTest, NeedsBothCoordinates)
 {
-    exported.latitude = nan;
+    exported.latitude = notANumber;
     EXPECT_FALSE(ReadGpsFix().has_value());
-    exported.longitude = nan;
+    exported.longitude = notANumber;
     EXPECT_FALSE(ReadGpsFix().has_value());
     exported.latitude = 0;
     EXPECT_FALSE(ReadGpsFix().has_value());
