@@ -1,52 +1,117 @@
-// The yardstick: the least that a server of one property can be, in plain sd-bus. What the daemon costs is told beside
-// what this costs. Nothing is added here that the comparison does not need.
+// The yardstick: the least that a server can be, in plain sd-bus. What the daemon costs is told beside what this costs.
+// Nothing is added here that the comparison does not need.
 
+#include "benchmarks/BareCalls.h"
 #include "benchmarks/BareStart.h"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdlib>
+#include <string_view>
 
 namespace
 {
 
 constexpr int textsOfACall = 6;
+constexpr int firstCall = 4;
+
+/// What the server does beside its property.
+struct Work
+{
+    std::string_view occasion;
+    int lines = 0;
+    std::string folder;
+    std::vector<Bench::Operation> calls;
+};
 
 int GetAnswer(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*, sd_bus_error*)
 {
     return sd_bus_message_append(reply, "b", 1);
 }
 
+bool Do(const Work& work)
+{
+    for (int line = 0; line < work.lines; ++line)
+    {
+        syslog(LOG_INFO, "%s: line %d of a server that tells as much as it is told to", "static int Bare::Do(Work)",
+               line);
+    }
+    return std::all_of(work.calls.begin(), work.calls.end(),
+                       [](const Bench::Operation& call) { return Bench::BareCall(call) >= 0; });
+}
+
+bool MakeFile(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    return descriptor >= 0 && close(descriptor) == 0;
+}
+
+int Record(sd_bus_message* message, void* userData, sd_bus_error*)
+{
+    const Work& work = *static_cast<Work*>(userData);
+    uint32_t numbers[3] = {};
+    const bool isDone = sd_bus_message_read(message, "uuu", &numbers[0], &numbers[1], &numbers[2]) > 0 &&
+                        MakeFile(work.folder + "/.0042-recovery") && MakeFile(work.folder + "/.0042-recActive") &&
+                        Do(work);
+    return sd_bus_reply_method_return(message, "is", isDone ? 0 : -1, isDone ? "Ran successfully" : "failed");
+}
+
+int Grew(sd_bus_message* message, void* userData, sd_bus_error*)
+{
+    const char* path = nullptr;
+    int isNearLimit = 0;
+    const int result = sd_bus_message_read(message, "sb", &path, &isNearLimit);
+    return result < 0 || !Do(*static_cast<Work*>(userData)) ? -EIO : 0;
+}
+
 const sd_bus_vtable table[] = {
     SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Record", "uuu", "is", Record, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_PROPERTY("KeypadBeepEnabled", "b", GetAnswer, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
     SD_BUS_VTABLE_END,
 };
 
-bool StartLikeTheDaemon(sd_event* loop, int count, char** texts)
+Work ReadWork(int count, char** texts)
 {
-    std::vector<Bench::Operation> calls;
-    for (char** text = texts; count >= textsOfACall; count -= textsOfACall, text += textsOfACall)
+    Work work;
+    if (count >= firstCall)
     {
-        calls.push_back({text[0], text[1], text[2], text[3], text[4], text[5]});
+        work = {texts[1], std::atoi(texts[2]), texts[3], {}};
     }
-    return Bench::BareStart(loop, calls);
+    for (int text = firstCall; text + textsOfACall <= count; text += textsOfACall)
+    {
+        char** call = texts + text;
+        work.calls.push_back({call[0], call[1], call[2], call[3], call[4], call[5]});
+    }
+    return work;
 }
 
 } // namespace
 
-/// Arguments: none; or six for each call that it makes after all else that a start does, in the order of Operation's
-/// fields.
+/// Arguments: none; or the occasion, a number of lines to log, a folder for two files, and six texts for each call to
+/// be made, in the order of Operation's fields. At a "start" all is done that a start does, with these calls; a
+/// "record" is the method, at a "signal" is "VideoGrew".
 int main(int count, char** arguments)
 {
+    Work work = ReadWork(count, arguments);
     sd_event* event = nullptr;
     sd_bus* bus = nullptr;
-    if (sd_event_default(&event) < 0 || (count > 1 && !StartLikeTheDaemon(event, count - 1, arguments + 1)) ||
+    sd_bus* ear = nullptr;
+    if (sd_event_default(&event) < 0 || (work.occasion == "start" && !Bench::BareStart(event, work.calls)) ||
+        (work.occasion == "signal" &&
+         (sd_bus_open_user(&ear) < 0 || sd_bus_attach_event(ear, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
+          sd_bus_match_signal(ear, nullptr, "com.tavilon.common.Video1", "/com/tavilon/common/Video1",
+                              "com.tavilon.common.Video1.Control", "VideoGrew", Grew, &work) < 0)) ||
         sd_bus_open_user(&bus) < 0 || sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
         sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
-                                 "com.tavilon.common.BareServer1.Control", table, nullptr) < 0 ||
+                                 "com.tavilon.common.BareServer1.Control", table, &work) < 0 ||
         sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0)
     {
         return EXIT_FAILURE;

@@ -7,33 +7,54 @@
 #include <gpiod.h>
 #include <libinput.h>
 #include <libudev.h>
+#include <systemd/sd-bus.h>
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
+#include <string_view>
 
 namespace Bench
 {
 namespace
 {
 
+using Words = std::array<const char*, 5>; ///< up to a null pointer
+
+bool RunMixer(const Words& words, const posix_spawn_file_actions_t* actions = nullptr)
+{
+    pid_t mixer = 0;
+    return posix_spawnp(&mixer, words.front(), actions, nullptr, const_cast<char* const*>(words.data()), environ) ==
+               0 &&
+           waitpid(mixer, nullptr, 0) == mixer;
+}
+
 bool SetMixer()
 {
-    return std::system("amixer set PGA 3") == 0 && std::system("amixer set PCM 100%") == 0 &&
-           std::system("amixer set 'HP DAC' 50%") == 0;
+    return RunMixer({"amixer", "set", "PGA", "3"}) && RunMixer({"amixer", "set", "PCM", "100%"}) &&
+           RunMixer({"amixer", "set", "HP DAC", "50%"});
 }
 
 bool ReadMixer()
 {
+    std::array<int, 2> pipe{};
+    posix_spawn_file_actions_t actions{};
+    if (pipe2(pipe.data(), O_CLOEXEC) != 0 || posix_spawn_file_actions_init(&actions) != 0 ||
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO) != 0)
+    {
+        return false;
+    }
     std::array<char, 200> line{};
-    std::FILE* pipe = popen("amixer get 'HP DAC'", "re");
-    const bool isRead = pipe != nullptr && std::fgets(line.data(), line.size(), pipe) != nullptr;
-    return pipe != nullptr && pclose(pipe) == 0 && isRead;
+    const bool isRead = RunMixer({"amixer", "get", "HP DAC"}, &actions) && read(pipe[0], line.data(), line.size()) > 0;
+    posix_spawn_file_actions_destroy(&actions);
+    close(pipe[0]);
+    close(pipe[1]);
+    return isRead;
 }
 
 bool SwitchLine(gpiod_chip* chip, unsigned int offset)
@@ -64,11 +85,50 @@ bool ListenToKeys(sd_event* loop)
            sd_event_add_io(loop, nullptr, libinput_get_fd(input), EPOLLIN, dispatch, input) >= 0;
 }
 
+bool Attach(sd_event* loop, sd_bus*& bus)
+{
+    return sd_bus_open_user(&bus) >= 0 && sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL) >= 0;
+}
+
+/// The siblings' signals, on a connection for each sibling beside that of the listener.
+bool Subscribe(sd_event* loop)
+{
+    struct Subscription
+    {
+        const char* sibling;
+        const char* interface;
+        const char* member;
+    };
+    constexpr const char* properties = "org.freedesktop.DBus.Properties";
+    constexpr const char* objects = "org.freedesktop.DBus.ObjectManager";
+    constexpr const char* videoControl = "com.tavilon.common.Video1.Control";
+    constexpr std::array subscriptions{Subscription{"Settings1", properties, "PropertiesChanged"},
+                                       Subscription{"Video1", properties, "PropertiesChanged"},
+                                       Subscription{"Video1", videoControl, "VideoGrew"},
+                                       Subscription{"Video1", videoControl, "PhotoTalkGrew"},
+                                       Subscription{"Video1", videoControl, "AutoLogGrew"},
+                                       Subscription{"StorageDaemon1", properties, "PropertiesChanged"},
+                                       Subscription{"StorageDaemon1", objects, "InterfacesRemoved"}};
+    sd_bus* bus = nullptr;
+    bool isSubscribed = Attach(loop, bus);
+    std::string_view last;
+    for (const Subscription& each : subscriptions)
+    {
+        isSubscribed = isSubscribed && (last == each.sibling || Attach(loop, bus));
+        last = each.sibling;
+        const std::string service = std::string("com.tavilon.common.") + each.sibling;
+        const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+        isSubscribed = isSubscribed && sd_bus_match_signal(bus, nullptr, service.c_str(), nullptr, each.interface,
+                                                           each.member, ignore, nullptr) >= 0;
+    }
+    return isSubscribed;
+}
+
 } // namespace
 
 bool BareStart(sd_event* loop, const std::vector<Operation>& calls)
 {
-    return SetMixer() && ReadMixer() && SwitchLines() && ListenToKeys(loop) &&
+    return Subscribe(loop) && SetMixer() && ReadMixer() && SwitchLines() && ListenToKeys(loop) &&
            std::all_of(calls.begin(), calls.end(), [](const Operation& call) { return BareCall(call) >= 0; });
 }
 

@@ -90,12 +90,19 @@ bool Measure(const std::string& build, const Bench::Sizes& sizes)
 {
     const Bench::BenchUnit unit(build);
     Bench::Table table = Bench::ComparisonTable();
-    bool isComplete = Try("start-up and memory", [&] { Bench::MeasureStart(unit, sizes, table); });
+    bool isComplete = Try("size", [&] { Bench::MeasureSize(unit, table); });
+    isComplete = Try("start-up and memory", [&] { Bench::MeasureStart(unit, sizes, table); }) && isComplete;
     isComplete = Try("property Get", [&] { Bench::MeasureGet(unit, sizes, table); }) && isComplete;
     isComplete = Try("client operations", [&] { Bench::MeasureClient(unit, sizes, table); }) && isComplete;
     isComplete = Try("VideoRecordStart", [&] { Bench::MeasureRecordStart(unit, sizes, table); }) && isComplete;
     isComplete = Try("GetTime and SetTime", [&] { Bench::MeasureClock(unit, sizes, table); }) && isComplete;
+    isComplete = Try("pipelines", [&] { Bench::MeasurePipelines(unit, sizes, table); }) && isComplete;
+    isComplete = Try("signals", [&] { Bench::MeasureSignals(unit, sizes, table); }) && isComplete;
+    isComplete = Try("tools", [&] { Bench::MeasureTools(unit, sizes, table); }) && isComplete;
+    isComplete = Try("screenshots", [&] { Bench::MeasureScreenshot(unit, sizes, table); }) && isComplete;
     table.Print();
+    std::printf("\n");
+    isComplete = Try("growth", [&] { Bench::MeasureGrowth(unit, sizes); }) && isComplete;
     std::printf("\n");
     isComplete = Try("endurance", [&] { Bench::MeasureEndurance(unit, sizes); }) && isComplete;
     std::printf("\nload      %s\n", Load().c_str());

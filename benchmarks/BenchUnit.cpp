@@ -8,10 +8,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 
@@ -34,11 +36,6 @@ constexpr const char* busConfiguration =
     <allow receive_sender="*"/>
   </policy>
 </busconfig>
-)";
-
-/// Stands in for the machine's mixer, which is none of the benchmark's business: says nothing but how loud it is.
-constexpr const char* mixer = R"(#!/bin/sh
-[ "$1" != get ] || echo "  Front Left: Playback 100 [79%] [-13.50dB] [on]"
 )";
 
 constexpr std::string_view socketMark = "@socket@";
@@ -186,6 +183,7 @@ BenchUnit::BenchUnit(const std::filesystem::path& build)
     : build_(build), ready_(folder_.Path() / "ready"), busDaemon_(StartBus())
 {
     std::filesystem::create_directory(Media());
+    std::filesystem::create_directory(Layers());
     MakeDevices();
     const int result = DbusHelper::OpenUserBus(bus_);
     if (result < 0)
@@ -241,9 +239,8 @@ Service BenchUnit::Start(const Command& command, const DbusHelper::Endpoint& end
 void BenchUnit::MakeDevices() const
 {
     std::filesystem::create_directory(Mixer());
-    const std::filesystem::path program = Mixer() / "amixer";
-    std::ofstream(program) << mixer;
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    std::filesystem::create_symlink(std::filesystem::absolute(build_ / "benchmarks" / "mixer" / "amixer"),
+                                    Mixer() / "amixer");
     std::filesystem::create_symlink("/bin/true", Mixer() / "aplay");
     for (const char* line : {"13", "14"})
     {
@@ -278,10 +275,21 @@ Service BenchUnit::StartDaemon(LogTarget log) const
     return Start({{DaemonProgram()}, Shielded(log)}, daemonEndpoint);
 }
 
-Service BenchUnit::StartBareServer(const std::vector<Operation>& calls, LogTarget log) const
+Service BenchUnit::StartDaemonWithLayers() const
 {
-    Command command{{BareServerProgram()}, Shielded(log)};
-    for (const Operation& call : calls)
+    Environment environment = Shielded(LogTarget::File);
+    environment["CCU_FRAMEBUFFERS"] = Layers();
+    for (const char* library : {"libplaces.so ", "libframebuffer.so "})
+    {
+        environment["LD_PRELOAD"].append(build_ / "virtual_unit" / "preload" / library);
+    }
+    return Start({{DaemonProgram()}, environment}, daemonEndpoint);
+}
+
+Service BenchUnit::StartBareServer(const BareWork& work, LogTarget log) const
+{
+    Command command{{BareServerProgram(), work.occasion, std::to_string(work.lines), Media()}, Shielded(log)};
+    for (const Operation& call : work.calls)
     {
         const auto texts = {call.service, call.path, call.interface, call.member, call.property, call.signature};
         command.arguments.insert(command.arguments.end(), texts);
@@ -289,15 +297,27 @@ Service BenchUnit::StartBareServer(const std::vector<Operation>& calls, LogTarge
     return Start(command, bareEndpoint);
 }
 
-void BenchUnit::Order(const char* member, const char* signature, uint32_t first, uint32_t second, uint32_t third) const
+void BenchUnit::Order(const char* member, const char* signature, uint32_t first, uint32_t second, uint32_t third,
+                      const DbusHelper::Endpoint& endpoint) const
 {
-    const Answer answer(Bus(), daemonEndpoint, member, signature, first, second, third);
+    const Answer answer(Bus(), endpoint, member, signature, first, second, third);
     int32_t code = -1;
     const char* text = "an answer that cannot be read";
     if (sd_bus_message_read(answer.Message(), "is", &code, &text) < 0 || code != 0)
     {
         throw Failure(std::string(member) + " answered: " + text);
     }
+}
+
+size_t BenchUnit::LogLines() const
+{
+    std::ifstream log(folder_.Path() / "syslog");
+    return static_cast<size_t>(std::count(std::istreambuf_iterator(log), {}, '\n'));
+}
+
+void BenchUnit::Resize(uint32_t devices, uint32_t properties) const
+{
+    Answer(Bus(), responderEndpoint, "Resize", "uu", devices, properties);
 }
 
 void BenchUnit::StartLog() const { Answer(Bus(), responderEndpoint, "StartLog", ""); }
@@ -343,12 +363,11 @@ std::vector<std::string> BenchUnit::ConnectionsOf(pid_t pid) const
     return connections;
 }
 
-void BenchUnit::Emit(const char* signal, uint32_t count, pid_t receiver) const
+void BenchUnit::Emit(const char* signal, uint32_t count, const std::vector<std::string>& receiver) const
 {
-    const std::vector<std::string> names = ConnectionsOf(receiver);
     std::vector<char*> connections;
-    connections.reserve(names.size() + 1);
-    for (const std::string& name : names)
+    connections.reserve(receiver.size() + 1);
+    for (const std::string& name : receiver)
     {
         connections.push_back(const_cast<char*>(name.c_str()));
     }

@@ -63,6 +63,14 @@ struct Service
     double startSeconds; ///< from exec(3) to READY=1
 };
 
+/// What the bare server does beside its property, and when: at its "start", for a "record", or at each "signal".
+struct BareWork
+{
+    std::string occasion;
+    std::vector<Operation> calls;
+    size_t lines = 0; ///< to the log
+};
+
 /// Where the log of what is started goes.
 enum class LogTarget
 {
@@ -80,25 +88,39 @@ class BenchUnit
     [[nodiscard]] sd_bus* Bus() const { return bus_.get(); }
     /// The folder of the job's media.
     [[nodiscard]] std::filesystem::path Media() const { return folder_.Path() / "media"; }
+    /// The folder of the files that are the screen's layers to a daemon that is started with layers.
+    [[nodiscard]] std::filesystem::path Layers() const { return folder_.Path() / "layers"; }
+    [[nodiscard]] std::filesystem::path DaemonProgram() const { return build_ / "daemon" / "controllerd"; }
+    [[nodiscard]] std::filesystem::path BareServerProgram() const
+    {
+        return build_ / "benchmarks" / "bench_bare_server";
+    }
+    [[nodiscard]] std::filesystem::path ControlProgram() const { return build_ / "controllerctl" / "controllerctl"; }
 
     [[nodiscard]] Service StartDaemon(LogTarget log = LogTarget::Syslog) const;
-    /// With calls, it does first what the daemon does at its start, and makes them.
-    [[nodiscard]] Service StartBareServer(const std::vector<Operation>& calls = {},
-                                          LogTarget log = LogTarget::Syslog) const;
+    [[nodiscard]] Service StartDaemonWithLayers() const;
+    [[nodiscard]] Service StartBareServer(const BareWork& work = {}, LogTarget log = LogTarget::Syslog) const;
 
-    /// Calls a member of the daemon that answers "is". Throws Failure when it answers anything but success.
+    /// Calls a member of a server, by default the daemon, that answers "is". Throws Failure when it answers anything
+    /// but success.
     void Order(const char* member, const char* signature = "", uint32_t first = 0, uint32_t second = 0,
-               uint32_t third = 0) const;
+               uint32_t third = 0, const DbusHelper::Endpoint& endpoint = daemonEndpoint) const;
+
+    /// Lines in the log's file so far.
+    [[nodiscard]] size_t LogLines() const;
 
     /// Makes the responder keep what it is called for, until the log is taken.
     void StartLog() const;
     [[nodiscard]] std::vector<Operation> TakeLog() const;
-    /// Has the siblings emit a signal so many times; returns when the process has dealt with them.
-    void Emit(const char* signal, uint32_t count, pid_t receiver) const;
+    /// From now on the storage daemon has so many devices, and its "StorageChanged" so many properties.
+    void Resize(uint32_t devices, uint32_t properties) const;
+    /// The names of a process's connections.
+    [[nodiscard]] std::vector<std::string> ConnectionsOf(pid_t pid) const;
+    /// Has the siblings emit a signal so many times; returns when the receiver, whose connections these are, has dealt
+    /// with them.
+    void Emit(const char* signal, uint32_t count, const std::vector<std::string>& receiver) const;
 
   private:
-    [[nodiscard]] std::string DaemonProgram() const { return build_ / "daemon" / "controllerd"; }
-    [[nodiscard]] std::string BareServerProgram() const { return build_ / "benchmarks" / "bench_bare_server"; }
     [[nodiscard]] std::filesystem::path Mixer() const { return folder_.Path() / "bin"; }
     [[nodiscard]] std::filesystem::path Chips() const { return folder_.Path() / "gpio"; }
     void MakeDevices() const;
@@ -106,7 +128,6 @@ class BenchUnit
     [[nodiscard]] Environment Shielded(LogTarget log) const;
     [[nodiscard]] Service Start(const Command& command, const DbusHelper::Endpoint& endpoint) const;
     [[nodiscard]] ChildProcess StartBus();
-    [[nodiscard]] std::vector<std::string> ConnectionsOf(pid_t pid) const;
 
     std::filesystem::path build_;
     TemporaryFolder folder_;

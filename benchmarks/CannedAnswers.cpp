@@ -48,6 +48,21 @@ int AppendProperties(sd_bus_message* message, const Properties& properties)
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
+int AppendDevice(sd_bus_message* message, const std::string& path, const Properties& properties)
+{
+    int result = sd_bus_message_open_container(message, 'e', "oa{sa{sv}}");
+    result = result < 0 ? result : sd_bus_message_append(message, "o", path.c_str());
+    result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "{sa{sv}}");
+    result = result < 0 ? result : sd_bus_message_open_container(message, 'e', "sa{sv}");
+    result = result < 0 ? result : sd_bus_message_append(message, "s", deviceInterface);
+    result = result < 0 ? result : AppendProperties(message, properties);
+    for (int containers = 3; containers > 0; --containers)
+    {
+        result = result < 0 ? result : sd_bus_message_close_container(message);
+    }
+    return result;
+}
+
 int AppendReply(sd_bus_message* message, const Reply& reply)
 {
     std::string contents;
@@ -168,17 +183,18 @@ int CannedAnswers::AnswerManagedObjects(sd_bus_message* call) const
 {
     return Send(call, [&](sd_bus_message* reply) {
         int result = sd_bus_message_open_container(reply, 'a', "{oa{sa{sv}}}");
-        result = result < 0 ? result : sd_bus_message_open_container(reply, 'e', "oa{sa{sv}}");
-        result = result < 0 ? result : sd_bus_message_append(reply, "o", devicePath);
-        result = result < 0 ? result : sd_bus_message_open_container(reply, 'a', "{sa{sv}}");
-        result = result < 0 ? result : sd_bus_message_open_container(reply, 'e', "sa{sv}");
-        result = result < 0 ? result : sd_bus_message_append(reply, "s", deviceInterface);
-        result = result < 0 ? result : AppendProperties(reply, properties_.at(deviceInterface));
-        for (int containers = 4; containers > 0; --containers)
+        for (uint32_t device = 0; device < devices_; ++device)
         {
-            result = result < 0 ? result : sd_bus_message_close_container(reply);
+            Properties properties = properties_.at(deviceInterface);
+            std::string path = devicePath;
+            if (device > 0)
+            {
+                path += std::to_string(device);
+                properties["MountPoint"] = "/media/card" + std::to_string(device);
+            }
+            result = result < 0 ? result : AppendDevice(reply, path, properties);
         }
-        return result;
+        return result < 0 ? result : sd_bus_message_close_container(reply);
     });
 }
 

@@ -37,12 +37,16 @@ class CannedAnswers
     /// on failure.
     int Answer(sd_bus_message* call) const;
 
+    /// From now on there are so many storage devices, the first of which holds the media.
+    void SetDevices(uint32_t devices) { devices_ = devices; }
+
   private:
     int AnswerGet(sd_bus_message* call) const;
     int AnswerManagedObjects(sd_bus_message* call) const;
 
     std::map<std::string, Properties, std::less<>> properties_; ///< by interface
     std::map<std::string, Reply, std::less<>> methods_;
+    uint32_t devices_ = 1;
 };
 
 /// The storage device that holds the media.

@@ -45,11 +45,12 @@ void Call(const BenchUnit& unit, uint32_t count)
 void Signal(const BenchUnit& unit, uint32_t count, pid_t daemon)
 {
     constexpr uint32_t batch = 50;
+    const std::vector<std::string> connections = unit.ConnectionsOf(daemon);
     for (uint32_t emitted = 0; emitted < count; emitted += 2 * batch)
     {
         ThrowIfInterrupted();
-        unit.Emit("VideoGrew", batch, daemon);
-        unit.Emit("StorageChanged", batch, daemon);
+        unit.Emit("VideoGrew", batch, connections);
+        unit.Emit("StorageChanged", batch, connections);
     }
 }
 

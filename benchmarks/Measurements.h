@@ -1,10 +1,12 @@
 #pragma once
 
 #include "benchmarks/BenchUnit.h"
+#include "benchmarks/Comparison.h"
 #include "benchmarks/Table.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace Bench
 {
@@ -19,6 +21,10 @@ struct Sizes
     size_t operationsPerRound;
     size_t recordRounds;
     size_t recordsPerRound;
+    size_t signalRounds;
+    size_t signalsPerRound;
+    size_t toolRounds;
+    size_t screenshotRounds;
     uint32_t endurance; ///< calls, and as many signals
 };
 
@@ -30,6 +36,10 @@ inline constexpr Sizes fullSizes{.startRounds = 101,
                                  .operationsPerRound = 10,
                                  .recordRounds = 301,
                                  .recordsPerRound = 1,
+                                 .signalRounds = 101,
+                                 .signalsPerRound = 20,
+                                 .toolRounds = 101,
+                                 .screenshotRounds = 31,
                                  .endurance = 100'000};
 inline constexpr Sizes quickSizes{.startRounds = 15,
                                   .getRounds = 61,
@@ -38,6 +48,10 @@ inline constexpr Sizes quickSizes{.startRounds = 15,
                                   .operationsPerRound = 10,
                                   .recordRounds = 41,
                                   .recordsPerRound = 1,
+                                  .signalRounds = 21,
+                                  .signalsPerRound = 20,
+                                  .toolRounds = 21,
+                                  .screenshotRounds = 5,
                                   .endurance = 4'000};
 
 /// Where syslog(3) leads on this machine.
@@ -47,9 +61,16 @@ inline constexpr Sizes quickSizes{.startRounds = 15,
 /// difference of the two, pair by pair.
 [[nodiscard]] Table ComparisonTable();
 
+/// Adds the row of a comparison, whose median ratio is to be at most the goal; 0: there is none.
+void AddRatio(Table& table, const std::string& name, const Comparison& comparison, size_t index, double goal);
+/// The same of how much is done in a time: the ratio is the other way round, and to be at least the goal.
+void AddRate(Table& table, const std::string& name, const Comparison& comparison, double goal);
+
 /// Each measures one thing and adds its rows to the table; each starts the processes that it needs. They throw Failure
 /// when something cannot be measured.
 
+/// How large the program is, in memory that it shares with nobody's changes: code and constants.
+void MeasureSize(const BenchUnit& unit, Table& table);
 /// Start-up, beside a server that does the same work as it starts and beside one that only serves; and the memory of
 /// the idle process.
 void MeasureStart(const BenchUnit& unit, const Sizes& sizes, Table& table);
@@ -61,6 +82,16 @@ void MeasureClient(const BenchUnit& unit, const Sizes& sizes, Table& table);
 void MeasureRecordStart(const BenchUnit& unit, const Sizes& sizes, Table& table);
 /// "GetTime" and "SetTime" against a round trip, the calls that they make, and the signal that the second emits.
 void MeasureClock(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// Many clients that do not wait for one answer before they ask again.
+void MeasurePipelines(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// Signals of a recording in progress against a handler that makes the same calls and lines.
+void MeasureSignals(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// `controllerctl` against the tools that every system has.
+void MeasureTools(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// A screenshot's steps before the encoder against a floor of their own, and the whole of it against the encoder.
+void MeasureScreenshot(const BenchUnit& unit, const Sizes& sizes, Table& table);
+/// How the daemon's work grows with what the siblings tell; a table of its own, printed.
+void MeasureGrowth(const BenchUnit& unit, const Sizes& sizes);
 /// Memory and descriptors over many calls and signals; a table of its own, printed.
 void MeasureEndurance(const BenchUnit& unit, const Sizes& sizes);
 

@@ -17,8 +17,8 @@ struct Operation
 };
 
 /// Where the responder takes the benchmark's own orders: "StartLog", "TakeLog" (the calls since then, "a(ssssss)" in
-/// the order of Operation's fields), and "Emit" (signal, count, connections of the receiver), which answers when the
-/// receiver has dealt with them all.
+/// the order of Operation's fields), "Resize" (storage devices, properties of "StorageChanged"), and "Emit" (signal,
+/// count, connections of the receiver), which answers when the receiver has dealt with them all.
 inline constexpr const char* responderName = "com.tavilon.common.BenchResponder1";
 inline constexpr const char* responderPath = "/com/tavilon/common/BenchResponder1";
 

@@ -36,6 +36,8 @@ void Get(const BenchUnit& unit, const DbusHelper::Endpoint& endpoint)
 
 void StartRecording(const BenchUnit& unit) { unit.Order("VideoRecordStart", "uuu", 640, 480, 80); }
 
+void StartBareRecording(const BenchUnit& unit) { unit.Order("Record", "uuu", 640, 480, 80, bareEndpoint); }
+
 void RemoveMarkers(const BenchUnit& unit)
 {
     for (const char* name : {".0042-recActive", ".0042-recovery"})

@@ -12,6 +12,8 @@ namespace Bench
 void Get(const BenchUnit& unit, const DbusHelper::Endpoint& endpoint);
 
 void StartRecording(const BenchUnit& unit);
+/// The bare server's member that does as much.
+void StartBareRecording(const BenchUnit& unit);
 /// Removes the markers of the recording that was begun, for the next start to make them again.
 void RemoveMarkers(const BenchUnit& unit);
 

@@ -46,6 +46,7 @@ struct State
     std::vector<Operation> log;
     sd_bus_message* emission = nullptr; ///< the order to emit that waits for its answer
     unsigned pings = 0;                 ///< that were not answered yet
+    uint32_t properties = 1;            ///< of "StorageChanged"
 };
 
 State& StateOf(void* userData) { return *static_cast<State*>(userData); }
@@ -139,6 +140,24 @@ int OnPong(sd_bus_message* pong, void* userData, sd_bus_error* /*error*/)
     return 0;
 }
 
+int EmitStorageChange(sd_bus* bus, uint32_t properties)
+{
+    sd_bus_message* signal = nullptr;
+    int result = sd_bus_message_new_signal(bus, &signal, Bench::devicePath, propertiesInterface, "PropertiesChanged");
+    result = result < 0 ? result : sd_bus_message_append(signal, "s", Bench::deviceInterface);
+    result = result < 0 ? result : sd_bus_message_open_container(signal, 'a', "{sv}");
+    for (uint32_t property = 0; property < properties && result >= 0; ++property)
+    {
+        const std::string name = "StorageIsBelowWarningLevel" + (property == 0 ? "" : std::to_string(property));
+        result = sd_bus_message_append(signal, "{sv}", name.c_str(), "b", 0);
+    }
+    result = result < 0 ? result : sd_bus_message_close_container(signal);
+    result = result < 0 ? result : sd_bus_message_append(signal, "as", 0);
+    result = result < 0 ? result : sd_bus_send(bus, signal, nullptr);
+    sd_bus_message_unref(signal);
+    return result;
+}
+
 int EmitOne(sd_bus* bus, const State& state, std::string_view signal)
 {
     if (signal == "VideoGrew")
@@ -148,8 +167,7 @@ int EmitOne(sd_bus* bus, const State& state, std::string_view signal)
     }
     if (signal == "StorageChanged")
     {
-        return sd_bus_emit_signal(bus, Bench::devicePath, propertiesInterface, "PropertiesChanged", "sa{sv}as",
-                                  Bench::deviceInterface, 1, "StorageIsBelowWarningLevel", "b", 0, 0);
+        return EmitStorageChange(bus, state.properties);
     }
     return -EINVAL;
 }
@@ -188,10 +206,19 @@ int Emit(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
     return result < 0 ? result : -ENOTCONN;
 }
 
+int Resize(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
+{
+    uint32_t devices = 0;
+    const int result = sd_bus_message_read(message, "uu", &devices, &StateOf(userData).properties);
+    StateOf(userData).answers.SetDevices(devices);
+    return result < 0 ? result : sd_bus_reply_method_return(message, "");
+}
+
 const sd_bus_vtable orders[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("StartLog", "", "", StartLog, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("TakeLog", "", "a(ssssss)", TakeLog, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("Resize", "uu", "", Resize, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Emit", "suas", "", Emit, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };

@@ -1,224 +1,226 @@
-// Measures a screenshot of 1920 x 1080 pixels: what comes before the PNG encoder beside one loop over the rows that
-// does the same, and the encoder's two ways.
-
-#include "benchmarks/Comparison.h"
+#include "benchmarks/LayerFloor.h"
+#include "benchmarks/Measurements.h"
 #include "benchmarks/ScreenshotLayers.h"
-#include "benchmarks/Table.h"
 #include "capture/Framebuffer.h"
 #include "capture/PixelBlend.h"
-#include "capture/ScreenshotCapture.h"
+#include "dbus_helper/Handles.h"
 
 #include <png.h>
 
+#include <fcntl.h>
+#include <malloc.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <fstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
+namespace Bench
+{
 namespace
 {
 
-using namespace Bench;
-using ControllerDaemon::AllocateRows;
 using ControllerDaemon::FramebufferImage;
-using ControllerDaemon::PixelBuffer;
-using ControllerDaemon::ScreenshotCapture;
 
-constexpr uint32_t videoStride = screenWidth * ControllerDaemon::videoPixelBytes;
-constexpr uint32_t overlayStride = screenWidth * ControllerDaemon::overlayPixelBytes;
-constexpr double mostOfFused = 2.0;
-constexpr double mostSeconds = 0.010;
+constexpr double composeGoal = 2.0;
+constexpr uint32_t videoBytes = ControllerDaemon::videoPixelBytes;
+constexpr uint32_t overlayBytes = ControllerDaemon::overlayPixelBytes;
+constexpr size_t screenBytes = size_t{screenWidth} * screenHeight * videoBytes;
 
-[[noreturn]] void GiveUp(const char* what)
+double OwnCpuSeconds()
 {
-    std::fprintf(stderr, "%s could not be measured\n", what);
-    std::exit(EXIT_FAILURE);
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-double Seconds(const std::function<void()>& action)
+/// Time and this process's processor time.
+Cost CostOf(const std::function<void()>& work)
 {
-    const auto begin = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const double cpu = OwnCpuSeconds();
+    const Clock::time_point begin = Clock::now();
+    work();
+    return {std::chrono::duration<double>(Clock::now() - begin).count(), OwnCpuSeconds() - cpu};
 }
 
-FramebufferImage ReadLayer(const MemoryFile& file, uint32_t bytesPerPixel)
+template <typename T>
+void WriteFile(const std::filesystem::path& path, const T* data, size_t count)
+{
+    std::ofstream file(path, std::ios::binary);
+    if (!file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(count * sizeof(T))))
+    {
+        throw Failure("cannot write " + path.string());
+    }
+}
+
+/// The files that are the screen's layers.
+struct Layers
+{
+    std::filesystem::path video;
+    std::filesystem::path overlay;
+
+    explicit Layers(const BenchUnit& unit) : video(unit.Layers() / "fb0"), overlay(unit.Layers() / "fb1")
+    {
+        const std::vector<uint8_t> pixels = InterfaceOverlay();
+        WriteFile(overlay, pixels.data(), pixels.size());
+        for (const auto& [path, bytesPerPixel] : {std::pair(video, videoBytes), std::pair(overlay, overlayBytes)})
+        {
+            const fb_var_screeninfo screen = ScreenOf(bytesPerPixel);
+            WriteFile(path.string() + ".info", &screen, 1);
+        }
+    }
+
+    void Show(const std::vector<uint8_t>& pixels) const { WriteFile(video, pixels.data(), pixels.size()); }
+};
+
+class Descriptor
+{
+  public:
+    explicit Descriptor(const std::filesystem::path& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+    ~Descriptor() { close(descriptor_); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    Descriptor(Descriptor&&) = delete;
+    Descriptor& operator=(Descriptor&&) = delete;
+
+    [[nodiscard]] int Get() const { return descriptor_; }
+
+  private:
+    int descriptor_;
+};
+
+FramebufferImage EmptyImage(uint32_t bytesPerPixel)
 {
     FramebufferImage image;
     image.width = screenWidth;
     image.height = screenHeight;
     image.bytesPerPixel = bytesPerPixel;
-    image.data = AllocateRows(image.Stride(), image.height);
-    if (image.data == nullptr || ScreenshotCapture::read_framebuffer_pixels(
-                                     image.data.get(), file.Get(), ScreenOf(bytesPerPixel), image.Stride(), 0) < 0)
-    {
-        GiveUp("a screenshot");
-    }
     return image;
 }
 
 /// What the daemon does before it encodes, its memory included.
-FramebufferImage Compose(const MemoryFile& video, const MemoryFile& overlay)
+FramebufferImage Compose(const Layers& layers)
 {
-    FramebufferImage screen = ReadLayer(video, ControllerDaemon::videoPixelBytes);
-    const PixelBuffer scratch = AllocateRows(screen.Stride(), 1);
-    MirrorShifted(screen, scratch.get());
-    BlendLayers(screen, ReadLayer(overlay, ControllerDaemon::overlayPixelBytes));
-    return screen;
-}
-
-void ReadRow(const MemoryFile& file, uint8_t* row, uint32_t stride, uint32_t number)
-{
-    if (pread(file.Get(), row, stride, static_cast<off_t>(stride) * number) != static_cast<ssize_t>(stride))
+    const Descriptor video(layers.video);
+    FramebufferImage screen = EmptyImage(videoBytes);
+    screen.data = ControllerDaemon::AllocateRows(screen.Stride(), screenHeight);
+    int result = ControllerDaemon::ReadWindow(video.Get(), ScreenOf(videoBytes), screen.Stride(), 0, screen.data.get());
+    MirrorShifted(screen, ControllerDaemon::AllocateRows(screen.Stride(), 1).get());
+    const Descriptor over(layers.overlay);
+    FramebufferImage overlay = EmptyImage(overlayBytes);
+    overlay.data = ControllerDaemon::AllocateRows(overlay.Stride(), BandRows(overlay));
+    result = result < 0 ? result : BlendWindow(screen, overlay, over.Get(), ScreenOf(overlayBytes));
+    if (result < 0)
     {
-        GiveUp("the fused loop");
-    }
-}
-
-/// The same picture in one loop, which holds no layer as a whole and reads each row to where it belongs. (The height is
-/// even, so that no row stays in the middle.)
-PixelBuffer ComposeFused(const MemoryFile& video, const MemoryFile& overlay)
-{
-    PixelBuffer screen = AllocateRows(videoStride, screenHeight);
-    const PixelBuffer overlayRow = AllocateRows(overlayStride, 1);
-    for (uint32_t y = 0; y < screenHeight; ++y)
-    {
-        uint8_t* row = screen.get() + size_t{y} * videoStride;
-        if (y == 0)
-        {
-            std::memset(row, 0, videoStride);
-        }
-        else
-        {
-            ReadRow(video, row, videoStride, screenHeight - y);
-        }
-        ReadRow(overlay, overlayRow.get(), overlayStride, y);
-        ControllerDaemon::BlendRow(row, overlayRow.get(), screenWidth);
+        throw Failure("the layers cannot be read");
     }
     return screen;
 }
 
-/// As it is written down, for the compiler to make of it what it can.
-void BlendPlainly(uint8_t* video, const uint8_t* overlay, size_t pixels)
-{
-    for (size_t i = 0; i < pixels; ++i)
-    {
-        const uint32_t alpha = overlay[i * 4 + 3];
-        for (size_t j = 0; j < 3; ++j)
-        {
-            video[i * 3 + j] =
-                static_cast<uint8_t>((overlay[i * 4 + j] * alpha + (255 - alpha) * video[i * 3 + j]) / 255);
-        }
-    }
-}
-
-std::string Milliseconds(double seconds) { return Text("%.2f ms", seconds * 1e3); }
-
-void AddComparison(Table& table, const char* name, const Comparison& comparison, const std::string& goal)
-{
-    const Spread ratio = comparison.Ratio(0);
-    table.Add({name, Milliseconds(comparison.MeasuredSpread(0).median), Milliseconds(comparison.BareSpread(0).median),
-               Text("%.2f", ratio.least), Text("%.2f", ratio.median), Text("%.2f", ratio.most), goal});
-}
-
-void MeasureComposing(size_t rounds)
-{
-    const MemoryFile video(NoisyVideo());
-    const MemoryFile overlay(InterfaceOverlay());
-    if (std::memcmp(Compose(video, overlay).data.get(), ComposeFused(video, overlay).get(),
-                    size_t{videoStride} * screenHeight) != 0)
-    {
-        GiveUp("two ways that differ");
-    }
-    const auto composing = Interleave(
-        rounds, [&] { return Cost{Seconds([&] { Compose(video, overlay); })}; },
-        [&] { return Cost{Seconds([&] { ComposeFused(video, overlay); })}; });
-    FramebufferImage screen = ReadLayer(video, ControllerDaemon::videoPixelBytes);
-    const FramebufferImage top = ReadLayer(overlay, ControllerDaemon::overlayPixelBytes);
-    const auto blending = Interleave(
-        rounds, [&] { return Cost{Seconds([&] { BlendLayers(screen, top); })}; },
-        [&] {
-            return Cost{
-                Seconds([&] { BlendPlainly(screen.data.get(), top.data.get(), size_t{screenWidth} * screenHeight); })};
-        });
-    const double ratio = composing.Ratio(0).median;
-    const double seconds = composing.MeasuredSpread(0).median;
-    Table table({"1920 x 1080", "daemon", "other", "min", "median", "max", "goal"});
-    AddComparison(table, "read, mirror, blend / one fused loop", composing,
-                  Text("<= %.0f %s, <= %.0f ms %s", mostOfFused, Verdict(ratio <= mostOfFused), mostSeconds * 1e3,
-                       Verdict(seconds <= mostSeconds)));
-    AddComparison(table, "blend / plain loop", blending, "-");
-    table.Print();
-}
-
-/// Writes as the daemon does, but for the flags.
-void Encode(const FramebufferImage& screen, const std::string& path, uint32_t flags)
+/// Writes as the daemon does.
+void Encode(const uint8_t* pixels, const std::filesystem::path& path, uint32_t flags = PNG_IMAGE_FLAG_FAST)
 {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
-    image.width = screen.width;
-    image.height = screen.height;
+    image.width = screenWidth;
+    image.height = screenHeight;
     image.format = PNG_FORMAT_BGR;
     image.flags = flags;
-    const auto stride = static_cast<int32_t>(screen.Stride());
-    if (png_image_write_to_file(&image, path.c_str(), 0, screen.data.get(), stride, nullptr) == 0)
+    if (png_image_write_to_file(&image, path.c_str(), 0, pixels, screenWidth * videoBytes, nullptr) == 0)
     {
-        GiveUp("the encoder");
+        throw Failure("the encoder failed");
     }
 }
 
-void MeasureEncoding(Table& table, const char* name, const std::vector<uint8_t>& video, size_t rounds)
+void MeasureComposing(const Layers& layers, const Sizes& sizes, Table& table)
 {
-    const FramebufferImage screen = Compose(MemoryFile(video), MemoryFile(InterfaceOverlay()));
-    for (const bool isFast : {false, true})
+    layers.Show(NoisyVideo());
+    if (std::memcmp(Compose(layers).data.get(), ComposeByMapping(layers.video, layers.overlay).get(), screenBytes) != 0)
     {
-        std::vector<double> seconds;
-        uint64_t size = 0;
-        for (size_t i = 0; i < rounds; ++i)
-        {
-            ThrowIfInterrupted();
-            const MemoryFile file;
-            const std::string path = "/proc/self/fd/" + std::to_string(file.Get());
-            seconds.push_back(Seconds([&] { Encode(screen, path, isFast ? PNG_IMAGE_FLAG_FAST : 0); }));
-            size = file.Size();
-        }
-        const Spread spread = SpreadOf(seconds);
-        table.Add({name, isFast ? "fast" : "thorough", Milliseconds(spread.least), Milliseconds(spread.median),
-                   Text("%.0f KiB", static_cast<double>(size) / 1024)});
+        throw Failure("the floor's picture is another");
     }
+    const auto compare = [&](const std::string& name, const std::function<void()>& prepare) {
+        const auto cost = [&](const std::function<void()>& compose) {
+            prepare();
+            return CostOf(compose);
+        };
+        const Comparison comparison = Interleave(
+            sizes.screenshotRounds * 5, [&] { return cost([&] { static_cast<void>(Compose(layers)); }); },
+            [&] { return cost([&] { static_cast<void>(ComposeByMapping(layers.video, layers.overlay)); }); });
+        AddRatio(table, "layers read and blended " + name, comparison, 0, composeGoal);
+        AddRatio(table, "layers read and blended " + name + ", CPU", comparison, 1, 0);
+    };
+    compare("into new memory", [] { malloc_trim(0); });
+    // Blocks of any size stay with the heap.
+    mallopt(M_MMAP_THRESHOLD, 1 << 25);
+    mallopt(M_TRIM_THRESHOLD, 1 << 26);
+    compare("into memory at hand", [] {});
+}
+
+/// The whole call, the file included, which is removed again.
+Cost TakeScreenshot(const BenchUnit& unit, const Service& daemon)
+{
+    DbusHelper::BusError error;
+    sd_bus_message* message = nullptr;
+    const double cpu = daemon.process.CpuSeconds();
+    const Clock::time_point begin = Clock::now();
+    const int result =
+        sd_bus_call_method(unit.Bus(), daemonEndpoint.service, daemonEndpoint.path, daemonEndpoint.interface,
+                           "Screenshot", error.Get(), &message, "s", unit.Media().c_str());
+    const double taken = std::chrono::duration<double>(Clock::now() - begin).count();
+    const double cpuTaken = daemon.process.CpuSeconds() - cpu;
+    const DbusHelper::MessageHandle reply(message);
+    const char* path = nullptr;
+    int32_t code = -1;
+    const char* text = "no answer";
+    if (result < 0 || sd_bus_message_read(reply.get(), "sis", &path, &code, &text) <= 0 || code != 0)
+    {
+        throw Failure(std::string("Screenshot answered: ") + text);
+    }
+    std::filesystem::remove(path);
+    return {taken, cpuTaken};
 }
 
 } // namespace
 
-int main(int count, char** arguments)
+void MeasureScreenshot(const BenchUnit& unit, const Sizes& sizes, Table& table)
 {
-    const bool isQuick = count == 2 && arguments[1] == std::string_view("--quick");
-    if (count != 1 && !isQuick)
+    struct Picture
     {
-        std::fputs("usage: screenshot_bench [--quick]\n", stderr);
-        return 2;
-    }
-    ListenToInterrupts();
-    try
+        const char* name;
+        std::vector<uint8_t> (*video)();
+        double goal;
+    };
+    const Layers layers(unit);
+    const Service daemon = unit.StartDaemonWithLayers();
+    const std::filesystem::path path = unit.Media() / "encoded.png";
+    for (const Picture& picture :
+         {Picture{"smooth picture", &SmoothVideo, 1.2}, Picture{"camera's picture", &CameraVideo, 1.05},
+          Picture{"noise", &NoisyVideo, 1.05}})
     {
-        MeasureComposing(isQuick ? 41 : 301);
-        std::printf("\n");
-        Table table({"PNG encoder", "way", "least", "median", "size"});
-        MeasureEncoding(table, "interface over smooth video", SmoothVideo(), isQuick ? 3 : 15);
-        MeasureEncoding(table, "interface over camera video", CameraVideo(), isQuick ? 3 : 15);
-        MeasureEncoding(table, "interface over noise", NoisyVideo(), isQuick ? 3 : 15);
-        table.Print();
+        layers.Show(picture.video());
+        const auto pixels = ComposeByMapping(layers.video, layers.overlay);
+        const auto encode = [&](uint32_t flags) {
+            std::filesystem::remove(path);
+            return CostOf([&] { Encode(pixels.get(), path, flags); });
+        };
+        const std::string name = std::string("Screenshot / encoder, ") + picture.name;
+        const Comparison whole = Interleave(
+            sizes.screenshotRounds, [&] { return TakeScreenshot(unit, daemon); },
+            [&] { return encode(PNG_IMAGE_FLAG_FAST); });
+        AddRatio(table, name, whole, 0, picture.goal);
+        AddRatio(table, name + ", CPU", whole, 1, 0);
+        const auto kib = [&] { return std::filesystem::file_size(path) / 1024; };
+        const Comparison ways = Interleave(
+            sizes.screenshotRounds / 4 + 1, [&] { return encode(PNG_IMAGE_FLAG_FAST); }, [&] { return encode(0); });
+        encode(0);
+        const auto thorough = kib();
+        encode(PNG_IMAGE_FLAG_FAST);
+        AddRatio(table, Text("encoder fast (%ju KiB) / thorough (%ju KiB)", kib(), thorough), ways, 0, 0);
     }
-    catch (const Interrupted&)
-    {
-        std::fprintf(stderr, "interrupted\n");
-        return 130;
-    }
-    return EXIT_SUCCESS;
+    MeasureComposing(layers, sizes, table);
 }
+
+} // namespace Bench

@@ -2,11 +2,6 @@
 
 #include "capture/PixelBlend.h"
 
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <random>
 
 namespace Bench
@@ -19,7 +14,7 @@ using ControllerDaemon::videoPixelBytes;
 
 constexpr size_t pixelCount = size_t{screenWidth} * screenHeight;
 constexpr unsigned noiseLevels = 64;
-constexpr unsigned sensorLevels = 4;
+constexpr unsigned grainLevels = 6;
 
 void Fill(std::vector<uint8_t>& overlay, uint32_t left, uint32_t top, uint32_t width, uint32_t height, uint32_t colour)
 {
@@ -54,10 +49,10 @@ std::vector<uint8_t> SmoothVideo()
 std::vector<uint8_t> CameraVideo()
 {
     std::vector<uint8_t> video = SmoothVideo();
-    std::mt19937 noise(1); // NOLINT(cert-msc51-cpp): every run measures the same picture
+    std::mt19937 grain(2); // NOLINT(cert-msc51-cpp): every run measures the same picture
     for (uint8_t& byte : video)
     {
-        byte = static_cast<uint8_t>(std::min(byte + noise() % sensorLevels, uint_fast32_t{UINT8_MAX}));
+        byte = static_cast<uint8_t>(byte / 2 + grain() % grainLevels);
     }
     return video;
 }
@@ -86,28 +81,6 @@ std::vector<uint8_t> InterfaceOverlay()
         }
     }
     return overlay;
-}
-
-MemoryFile::MemoryFile(const std::vector<uint8_t>& contents) : descriptor_(memfd_create("screenshot", MFD_CLOEXEC))
-{
-    for (size_t done = 0; done < contents.size();)
-    {
-        const ssize_t count = write(descriptor_, contents.data() + done, contents.size() - done);
-        if (count <= 0)
-        {
-            break; // reading it then fails, which is told
-        }
-        done += static_cast<size_t>(count);
-    }
-}
-
-MemoryFile::~MemoryFile() { close(descriptor_); }
-
-uint64_t MemoryFile::Size() const
-{
-    struct stat status
-    {};
-    return fstat(descriptor_, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 fb_var_screeninfo ScreenOf(uint32_t bytesPerPixel)

@@ -11,31 +11,12 @@ namespace Bench
 inline constexpr uint32_t screenWidth = 1920;
 inline constexpr uint32_t screenHeight = 1080;
 
-/// The pixels of a screen's video layer: smooth surfaces, the same as a camera sees them, or in the dark, gained up to
-/// noise.
+/// The pixels of a screen's video layer: smooth surfaces; the same with a camera's grain; darkness gained up to noise.
 [[nodiscard]] std::vector<uint8_t> SmoothVideo();
 [[nodiscard]] std::vector<uint8_t> CameraVideo();
 [[nodiscard]] std::vector<uint8_t> NoisyVideo();
 /// The pixels of an interface layer: a few opaque and translucent areas and lines of text on an otherwise clear screen.
 [[nodiscard]] std::vector<uint8_t> InterfaceOverlay();
-
-/// A file in memory, which like a device is read with read(2).
-class MemoryFile
-{
-  public:
-    explicit MemoryFile(const std::vector<uint8_t>& contents = {});
-    ~MemoryFile();
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    MemoryFile(MemoryFile&&) = delete;
-    MemoryFile& operator=(MemoryFile&&) = delete;
-
-    [[nodiscard]] int Get() const { return descriptor_; }
-    [[nodiscard]] uint64_t Size() const;
-
-  private:
-    int descriptor_;
-};
 
 /// What a layer's device tells of itself.
 [[nodiscard]] fb_var_screeninfo ScreenOf(uint32_t bytesPerPixel);

@@ -38,9 +38,14 @@ int ReadFully(int descriptor, uint8_t* bytes, size_t length, int64_t offset)
 
 } // namespace
 
+bool IsScreenSized(uint64_t stride, uint64_t height)
+{
+    return stride <= largestImageBytes && stride * (height + 1) <= largestImageBytes;
+}
+
 PixelBuffer AllocateRows(uint64_t stride, uint64_t height)
 {
-    if (stride > largestImageBytes || stride * (height + 1) > largestImageBytes)
+    if (!IsScreenSized(stride, height))
     {
         return nullptr;
     }
@@ -54,7 +59,8 @@ PixelBuffer AllocateRows(uint64_t stride, uint64_t height)
     return rows;
 }
 
-int ReadWindow(int descriptor, const fb_var_screeninfo& screen, uint32_t rowLength, uint32_t padding, uint8_t* rows)
+int ReadBand(int descriptor, const fb_var_screeninfo& screen, const Band& band, uint32_t rowLength, uint32_t padding,
+             uint8_t* rows)
 {
     const uint64_t pixelBytes = screen.bits_per_pixel / 8;
     const uint64_t pitch = screen.xres_virtual * pixelBytes;
@@ -66,10 +72,10 @@ int ReadWindow(int descriptor, const fb_var_screeninfo& screen, uint32_t rowLeng
         return -EINVAL;
     }
     const bool isInOnePiece = padding == 0 && rowLength == pitch;
-    const uint64_t pieces = isInOnePiece ? 1 : screen.yres;
-    const uint64_t pieceLength = isInOnePiece ? pitch * screen.yres : rowLength;
+    const uint64_t pieces = isInOnePiece ? 1 : band.count;
+    const uint64_t pieceLength = isInOnePiece ? pitch * band.count : rowLength;
     const uint64_t stride = uint64_t{rowLength} + padding;
-    const uint64_t first = screen.yoffset * pitch + screen.xoffset * pixelBytes;
+    const uint64_t first = (uint64_t{screen.yoffset} + band.first) * pitch + screen.xoffset * pixelBytes;
     int result = 0;
     for (uint64_t i = 0; i < pieces && result == 0; ++i)
     {
@@ -91,14 +97,32 @@ void MirrorShifted(FramebufferImage& image, uint8_t* scratch)
     }
 }
 
-void BlendLayers(FramebufferImage& video, const FramebufferImage& overlay)
+uint32_t BandRows(const FramebufferImage& overlay)
 {
+    constexpr uint32_t bytes = 64 * 1024;
+    return std::clamp(bytes / overlay.Stride(), 1U, overlay.height);
+}
+
+int BlendWindow(FramebufferImage& video, const FramebufferImage& overlay, int descriptor,
+                const fb_var_screeninfo& screen)
+{
+    const uint32_t rowLength = overlay.Stride() - overlay.padding;
     uint8_t* videoRow = video.data.get();
-    const uint8_t* overlayRow = overlay.data.get();
-    for (uint32_t i = 0; i < video.height; ++i, videoRow += video.Stride(), overlayRow += overlay.Stride())
+    for (Band band{0, BandRows(overlay)}; band.first < overlay.height; band.first += band.count)
     {
-        BlendRow(videoRow, overlayRow, video.width);
+        band.count = std::min(band.count, overlay.height - band.first);
+        const int result = ReadBand(descriptor, screen, band, rowLength, overlay.padding, overlay.data.get());
+        if (result < 0)
+        {
+            return result;
+        }
+        const uint8_t* overlayRow = overlay.data.get();
+        for (uint32_t i = 0; i < band.count; ++i, videoRow += video.Stride(), overlayRow += overlay.Stride())
+        {
+            BlendRow(videoRow, overlayRow, video.width);
+        }
     }
+    return 0;
 }
 
 } // namespace ControllerDaemon

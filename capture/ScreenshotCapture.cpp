@@ -13,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
@@ -86,15 +87,58 @@ void LogGeometry(const char* device, const FramebufferImage& image)
     Log::Info("bytes per pixel: %d\n", static_cast<int>(image.bytesPerPixel));
 }
 
-int ReadLayer(const char* device, FramebufferImage& image)
+bool IsOfOneSize(const FramebufferImage& video, const FramebufferImage& overlay)
 {
-    return ScreenshotCapture::get_framebuffer_data(device, image.data, image.width, image.height, image.padding,
-                                                   image.bytesPerPixel);
+    return video.width == overlay.width && video.height == overlay.height;
+}
+
+bool IsOfScreenPixels(const FramebufferImage& video, const FramebufferImage& overlay)
+{
+    return video.bytesPerPixel == videoPixelBytes && overlay.bytesPerPixel == overlayPixelBytes;
+}
+
+/// The result of a read, and its line when it failed.
+int ReadResult(int result) { return result < 0 ? Fail(readPixelsText, "read", result) : 0; }
+
+/// Reads the visible window of a framebuffer. One that fits the video layer that it is to lie over is blended as it is
+/// read, and `image` keeps none of it but its numbers. Every other one is read whole: whether it can be read is told
+/// before whether it fits.
+int ReadLayer(const std::string& device, FramebufferImage& image, FramebufferImage* video = nullptr)
+{
+    const Descriptor framebuffer(device);
+    if (framebuffer.Get() < 0)
+    {
+        return Fail(getDataText, "open", -errno);
+    }
+    fb_var_screeninfo screen{};
+    if (ioctl(framebuffer.Get(), FBIOGET_VSCREENINFO, &screen) < 0)
+    {
+        return Fail(getDataText, "ioctl", -errno);
+    }
+    image.width = screen.xres;
+    image.height = screen.yres;
+    image.bytesPerPixel = screen.bits_per_pixel / 8;
+    const uint64_t rowLength = uint64_t{image.width} * image.bytesPerPixel;
+    image.padding = RowPadding(rowLength);
+    const bool isBlended = video != nullptr && IsOfOneSize(*video, image) && IsOfScreenPixels(*video, image);
+    image.data = IsScreenSized(rowLength + image.padding, image.height)
+                     ? AllocateRows(rowLength + image.padding, isBlended ? BandRows(image) : image.height)
+                     : nullptr;
+    if (image.data == nullptr)
+    {
+        return Fail(getDataText, "malloc", -ENOMEM);
+    }
+    const auto length = static_cast<uint32_t>(rowLength);
+    const int result = isBlended ? ReadResult(BlendWindow(*video, image, framebuffer.Get(), screen))
+                                 : ScreenshotCapture::read_framebuffer_pixels(image.data.get(), framebuffer.Get(),
+                                                                              screen, length, image.padding);
+    return result < 0 ? Fail(getDataText, "fread_framebuffer_pixels", result) : 0;
 }
 
 int ReadVideo(FramebufferImage& video)
 {
-    if (ReadLayer(videoDevice, video) < 0)
+    if (ScreenshotCapture::get_framebuffer_data(videoDevice, video.data, video.width, video.height, video.padding,
+                                                video.bytesPerPixel) < 0)
     {
         return Fail(doScreenshotText, "get_framebuffer_data");
     }
@@ -108,9 +152,10 @@ int ReadVideo(FramebufferImage& video)
     return 0;
 }
 
-int ReadOverlay(FramebufferImage& overlay)
+/// Reads the interface layer and blends it over the video layer, if it fits.
+int ReadOverlay(FramebufferImage& overlay, FramebufferImage& video)
 {
-    if (ReadLayer(overlayDevice, overlay) < 0)
+    if (ReadLayer(overlayDevice, overlay, &video) < 0)
     {
         return Fail(doScreenshotText, "get_framebuffer_data");
     }
@@ -120,12 +165,12 @@ int ReadOverlay(FramebufferImage& overlay)
 
 int CheckLayers(const FramebufferImage& video, const FramebufferImage& overlay)
 {
-    if (video.width != overlay.width || video.height != overlay.height)
+    if (!IsOfOneSize(video, overlay))
     {
         Log::Error("%s framebuffers don't match", doScreenshotText);
         return -1;
     }
-    if (video.bytesPerPixel != videoPixelBytes || overlay.bytesPerPixel != overlayPixelBytes)
+    if (!IsOfScreenPixels(video, overlay))
     {
         Log::Error("%s framebuffers aren't of RGB / RGBA types", doScreenshotText);
         return -1;
@@ -133,16 +178,11 @@ int CheckLayers(const FramebufferImage& video, const FramebufferImage& overlay)
     return 0;
 }
 
-/// The screen as it is to be written, in the video layer's buffer; the interface layer's is released.
+/// The screen as it is to be written, in the video layer's buffer.
 int ComposeScreen(FramebufferImage& video)
 {
     FramebufferImage overlay;
-    if (ReadVideo(video) < 0 || ReadOverlay(overlay) < 0 || CheckLayers(video, overlay) < 0)
-    {
-        return -1;
-    }
-    BlendLayers(video, overlay);
-    return 0;
+    return ReadVideo(video) < 0 || ReadOverlay(overlay, video) < 0 || CheckLayers(video, overlay) < 0 ? -1 : 0;
 }
 
 /// The file's path in the folder. localtime and not localtime_r, which would not notice that the zone was changed.
@@ -222,42 +262,24 @@ int ScreenshotCapture::do_screenshot(const std::string& path)
 int ScreenshotCapture::get_framebuffer_data(const std::string& device, PixelBuffer& data, uint32_t& width,
                                             uint32_t& height, uint32_t& padding, uint32_t& bytesPerPixel)
 {
-    const Descriptor framebuffer(device);
-    if (framebuffer.Get() < 0)
-    {
-        return Fail(getDataText, "open", -errno);
-    }
-    fb_var_screeninfo screen{};
-    if (ioctl(framebuffer.Get(), FBIOGET_VSCREENINFO, &screen) < 0)
-    {
-        return Fail(getDataText, "ioctl", -errno);
-    }
-    const uint64_t rowLength = uint64_t{screen.xres} * (screen.bits_per_pixel / 8);
-    const uint32_t rowPadding = RowPadding(rowLength);
-    PixelBuffer rows = AllocateRows(rowLength + rowPadding, screen.yres);
-    if (rows == nullptr)
-    {
-        return Fail(getDataText, "malloc", -ENOMEM);
-    }
-    const int result =
-        read_framebuffer_pixels(rows.get(), framebuffer.Get(), screen, static_cast<uint32_t>(rowLength), rowPadding);
+    FramebufferImage image;
+    const int result = ReadLayer(device, image);
     if (result < 0)
     {
-        return Fail(getDataText, "fread_framebuffer_pixels", result);
+        return result;
     }
-    data = std::move(rows);
-    width = screen.xres;
-    height = screen.yres;
-    padding = rowPadding;
-    bytesPerPixel = screen.bits_per_pixel / 8;
+    data = std::move(image.data);
+    width = image.width;
+    height = image.height;
+    padding = image.padding;
+    bytesPerPixel = image.bytesPerPixel;
     return 0;
 }
 
 int ScreenshotCapture::read_framebuffer_pixels(uint8_t* buffer, int descriptor, const fb_var_screeninfo& screen,
                                                uint32_t rowLength, uint32_t padding)
 {
-    const int result = ReadWindow(descriptor, screen, rowLength, padding, buffer);
-    return result < 0 ? Fail(readPixelsText, "read", result) : 0;
+    return ReadResult(ReadWindow(descriptor, screen, rowLength, padding, buffer));
 }
 
 int ScreenshotCapture::write_PNG(const uint8_t* pixels, const std::string& path, uint32_t width, uint32_t height,

@@ -111,6 +111,25 @@ def test_every_pixel_of_one_alpha(unit, folder, alpha):
         assert read(path) == [[pixel[::-1] for pixel in row] for row in bottom]
 
 
+@pytest.mark.parametrize("width, height", [(1920, 7), (1920, 8), (1920, 9), (1920, 17), (1921, 16), (20000, 3),
+                                           (3, 6000), (1, 16385)])
+@pytest.mark.parametrize("spare", [0, 5])
+def test_layers_that_are_read_in_several_bands(unit, folder, width, height, spare):
+    layers = random_layers(width, height, seed=width + height)
+    for device in (VIDEO, INTERFACE):
+        unit.framebuffers.set(device, width, height, xres_virtual=width + spare, pixels=layers[device])
+    expect_screen(unit, folder, width, height, *layers)
+
+
+@pytest.mark.parametrize("rows", [0, 1, 8, 100, 119])
+def test_an_interface_that_ends_in_any_band(unit, folder, rows):
+    width, height = 640, 120
+    for device in (VIDEO, INTERFACE):
+        unit.framebuffers.set(device, width, height)
+    unit.framebuffers.cut(INTERFACE, rows * width * 4 + 3)
+    expect_refused(unit, folder, geometry(VIDEO, width, height, 3) + NO_READ)
+
+
 def test_half_of_white_over_black_is_128(unit, folder):
     unit.framebuffers.set(VIDEO, 2, 1, pixels=bytes(6))
     unit.framebuffers.set(INTERFACE, 2, 1, pixels=b"\xff\xff\xff\x80" * 2)
