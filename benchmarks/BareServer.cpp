@@ -14,7 +14,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace
 {
@@ -96,15 +98,15 @@ Work ReadWork(int count, char** texts)
 } // namespace
 
 /// Arguments: none; or the occasion, a number of lines to log, a folder for two files, and six texts for each call to
-/// be made, in the order of Operation's fields. At a "start" all is done that a start does, with these calls; a
-/// "record" is the method, at a "signal" is "VideoGrew".
+/// be made, in the order of Operation's fields. At a "start" all else is done before that a start does; a "record" is
+/// the method, at a "signal" is "VideoGrew".
 int main(int count, char** arguments)
 {
     Work work = ReadWork(count, arguments);
     sd_event* event = nullptr;
     sd_bus* bus = nullptr;
     sd_bus* ear = nullptr;
-    if (sd_event_default(&event) < 0 || (work.occasion == "start" && !Bench::BareStart(event, work.calls)) ||
+    if (sd_event_default(&event) < 0 || (work.occasion == "start" && (!Bench::BareStart(event) || !Do(work))) ||
         (work.occasion == "signal" &&
          (sd_bus_open_user(&ear) < 0 || sd_bus_attach_event(ear, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
           sd_bus_match_signal(ear, nullptr, "com.tavilon.common.Video1", "/com/tavilon/common/Video1",

@@ -17,7 +17,7 @@
 namespace
 {
 
-constexpr const char* usage = "usage: ccu_bench BUILD_FOLDER [--quick]\n";
+constexpr const char* usage = "usage: ccu_bench BUILD_FOLDER [--quick] [--only WORDS]\n";
 
 /// Everything that is measured runs on one processor, this program and what it starts: who waits for whom is the same
 /// as on several, and it does not depend any more on where the scheduler happened to put each process.
@@ -70,9 +70,41 @@ void PrintMachine()
     std::printf("load      %s\n\n", Load().c_str());
 }
 
-/// False, and said, when something could not be measured.
-bool Try(const char* name, const std::function<void()>& measure)
+struct Options
 {
+    Bench::Sizes sizes = Bench::fullSizes;
+    std::string only; ///< in the names of what is measured
+};
+
+/// False for what are no options.
+bool Read(int count, char** arguments, Options& options)
+{
+    for (int i = 2; i < count; ++i)
+    {
+        const std::string_view word = arguments[i];
+        if (word == "--quick")
+        {
+            options.sizes = Bench::quickSizes;
+        }
+        else if (word == "--only" && i + 1 < count)
+        {
+            options.only = arguments[++i];
+        }
+        else
+        {
+            return false;
+        }
+    }
+    return count > 1;
+}
+
+/// False, and said, when something could not be measured.
+bool Try(const std::string& only, const char* name, const std::function<void()>& measure)
+{
+    if (std::string_view(name).find(only) == std::string_view::npos)
+    {
+        return true;
+    }
     try
     {
         std::fprintf(stderr, "measuring %s ...\n", name);
@@ -86,25 +118,30 @@ bool Try(const char* name, const std::function<void()>& measure)
     }
 }
 
-bool Measure(const std::string& build, const Bench::Sizes& sizes)
+bool Measure(const std::string& build, const Options& options)
 {
     const Bench::BenchUnit unit(build);
+    const Bench::Sizes& sizes = options.sizes;
     Bench::Table table = Bench::ComparisonTable();
-    bool isComplete = Try("size", [&] { Bench::MeasureSize(unit, table); });
-    isComplete = Try("start-up and memory", [&] { Bench::MeasureStart(unit, sizes, table); }) && isComplete;
-    isComplete = Try("property Get", [&] { Bench::MeasureGet(unit, sizes, table); }) && isComplete;
-    isComplete = Try("client operations", [&] { Bench::MeasureClient(unit, sizes, table); }) && isComplete;
-    isComplete = Try("VideoRecordStart", [&] { Bench::MeasureRecordStart(unit, sizes, table); }) && isComplete;
-    isComplete = Try("GetTime and SetTime", [&] { Bench::MeasureClock(unit, sizes, table); }) && isComplete;
-    isComplete = Try("pipelines", [&] { Bench::MeasurePipelines(unit, sizes, table); }) && isComplete;
-    isComplete = Try("signals", [&] { Bench::MeasureSignals(unit, sizes, table); }) && isComplete;
-    isComplete = Try("tools", [&] { Bench::MeasureTools(unit, sizes, table); }) && isComplete;
-    isComplete = Try("screenshots", [&] { Bench::MeasureScreenshot(unit, sizes, table); }) && isComplete;
+    bool isComplete = true;
+    const auto tried = [&](const char* name, const std::function<void()>& measure) {
+        isComplete = Try(options.only, name, measure) && isComplete;
+    };
+    tried("size", [&] { Bench::MeasureSize(unit, table); });
+    tried("start-up and memory", [&] { Bench::MeasureStart(unit, sizes, table); });
+    tried("property Get", [&] { Bench::MeasureGet(unit, sizes, table); });
+    tried("client operations", [&] { Bench::MeasureClient(unit, sizes, table); });
+    tried("VideoRecordStart", [&] { Bench::MeasureRecordStart(unit, sizes, table); });
+    tried("GetTime and SetTime", [&] { Bench::MeasureClock(unit, sizes, table); });
+    tried("pipelines", [&] { Bench::MeasurePipelines(unit, sizes, table); });
+    tried("signals", [&] { Bench::MeasureSignals(unit, sizes, table); });
+    tried("tools", [&] { Bench::MeasureTools(unit, sizes, table); });
+    tried("screenshots", [&] { Bench::MeasureScreenshot(unit, sizes, table); });
     table.Print();
     std::printf("\n");
-    isComplete = Try("growth", [&] { Bench::MeasureGrowth(unit, sizes); }) && isComplete;
+    tried("growth", [&] { Bench::MeasureGrowth(unit, sizes); });
     std::printf("\n");
-    isComplete = Try("endurance", [&] { Bench::MeasureEndurance(unit, sizes); }) && isComplete;
+    tried("endurance", [&] { Bench::MeasureEndurance(unit, sizes); });
     std::printf("\nload      %s\n", Load().c_str());
     return isComplete;
 }
@@ -113,8 +150,8 @@ bool Measure(const std::string& build, const Bench::Sizes& sizes)
 
 int main(int count, char** arguments)
 {
-    const bool isQuick = count == 3 && arguments[2] == std::string_view("--quick");
-    if (count != 2 && !isQuick)
+    Options options;
+    if (!Read(count, arguments, options))
     {
         std::fputs(usage, stderr);
         return 2;
@@ -124,7 +161,7 @@ int main(int count, char** arguments)
     StayOnOneProcessor();
     try
     {
-        return Measure(arguments[1], isQuick ? Bench::quickSizes : Bench::fullSizes) ? EXIT_SUCCESS : EXIT_FAILURE;
+        return Measure(arguments[1], options) ? EXIT_SUCCESS : EXIT_FAILURE;
     }
     catch (const Bench::Failure& failure)
     {

@@ -52,33 +52,40 @@ class Mapping
 #define WITH_VARIANTS
 #endif
 
-/// Four pixels at a time, of which clear ones are only copied. Sixteen bytes are read and written where twelve are
-/// meant: the next four pixels put right what lies behind, and the last of a row go by themselves.
-WITH_VARIANTS void LayRow(uint8_t* screen, const uint8_t* video, const uint8_t* overlay)
+/// Four pixels, of which clear ones are only copied; of the video layer and the screen so many bytes are touched.
+template <size_t length>
+[[gnu::always_inline]] inline void LayFour(uint8_t* screen, const uint8_t* video, const uint8_t* overlay)
 {
     using Bytes [[gnu::vector_size(16)]] = uint8_t;
     using Numbers [[gnu::vector_size(32)]] = uint16_t;
     constexpr uint64_t alphas = 0xFF000000FF000000;
-    for (size_t x = 0; x < screenWidth; x += 4, screen += 12, video += 12, overlay += 16)
+    uint64_t halves[2];
+    Bytes under{};
+    Bytes over;
+    std::memcpy(halves, overlay, sizeof halves);
+    std::memcpy(&over, overlay, sizeof over);
+    std::memcpy(&under, video, length);
+    if (((halves[0] | halves[1]) & alphas) != 0)
     {
-        const size_t length = x + 4 < screenWidth ? 16 : 12;
-        uint64_t halves[2];
-        Bytes under{};
-        Bytes over;
-        std::memcpy(halves, overlay, sizeof halves);
-        std::memcpy(&over, overlay, sizeof over);
-        std::memcpy(&under, video, length);
-        if (((halves[0] | halves[1]) & alphas) != 0)
-        {
-            const Bytes colour = __builtin_shuffle(over, Bytes{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0});
-            const Bytes alpha = __builtin_shuffle(over, Bytes{3, 3, 3, 7, 7, 7, 11, 11, 11, 15, 15, 15, 3, 3, 3, 3});
-            const Numbers weight = __builtin_convertvector(alpha, Numbers);
-            const Numbers sum = __builtin_convertvector(colour, Numbers) * weight +
-                                __builtin_convertvector(under, Numbers) * (255 - weight);
-            under = __builtin_convertvector((sum + 1 + (sum >> 8)) >> 8, Bytes); // exactly a 255th of the sum
-        }
-        std::memcpy(screen, &under, length);
+        const Bytes colour = __builtin_shufflevector(over, over, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0);
+        const Bytes alpha = __builtin_shufflevector(over, over, 3, 3, 3, 7, 7, 7, 11, 11, 11, 15, 15, 15, 3, 3, 3, 3);
+        const Numbers weight = __builtin_convertvector(alpha, Numbers);
+        const Numbers sum = __builtin_convertvector(colour, Numbers) * weight +
+                            __builtin_convertvector(under, Numbers) * (255 - weight);
+        under = __builtin_convertvector((sum + 1 + (sum >> 8)) >> 8, Bytes); // exactly a 255th of the sum
     }
+    std::memcpy(screen, &under, length);
+}
+
+/// Sixteen bytes are touched where twelve are meant: the next four pixels put right what lies behind.
+WITH_VARIANTS void LayRow(uint8_t* screen, const uint8_t* video, const uint8_t* overlay)
+{
+    constexpr size_t last = screenWidth / 4 - 1;
+    for (size_t four = 0; four < last; ++four)
+    {
+        LayFour<16>(screen + four * 12, video + four * 12, overlay + four * 16);
+    }
+    LayFour<12>(screen + last * 12, video + last * 12, overlay + last * 16);
 }
 
 } // namespace

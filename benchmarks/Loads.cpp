@@ -224,7 +224,7 @@ void MeasureGrowth(const BenchUnit& unit, const Sizes& sizes)
     for (auto& [count, seconds] : devices)
     {
         unit.Resize(count, 1);
-        seconds = LeastCpu(daemon, sizes.signalRounds, [&] {
+        seconds = LeastCpu(daemon, sizes.recordRounds, [&] {
             RemoveMarkers(unit);
             StartRecording(unit);
         });

@@ -62,9 +62,11 @@ Cost OperationRound(const std::string& name, size_t operations, Operation operat
     })};
 }
 
-Cost RecordRound(const BenchUnit& unit, size_t records, Request record)
+/// Time and the server's processor time of a recording's start.
+Cost RecordRound(const BenchUnit& unit, const Service& server, size_t records, Request record)
 {
     Clock::duration taken{};
+    const double cpuBefore = server.process.CpuSeconds();
     for (size_t i = 0; i < records; ++i)
     {
         RemoveMarkers(unit);
@@ -72,7 +74,8 @@ Cost RecordRound(const BenchUnit& unit, size_t records, Request record)
         record(unit);
         taken += Clock::now() - begin;
     }
-    return {Seconds(taken) / static_cast<double>(records)};
+    const double cpu = server.process.CpuSeconds() - cpuBefore;
+    return {Seconds(taken) / static_cast<double>(records), cpu / static_cast<double>(records)};
 }
 
 void MakeCalls(const std::vector<Operation>& operations)
@@ -96,10 +99,11 @@ void PrintOperations(const char* what, const std::vector<Operation>& operations)
     std::printf("\n");
 }
 
-/// From exec(3) to READY=1, and what the process holds then.
+/// From exec(3) to READY=1, what the process holds then, and its own processor time.
 Cost StartCost(const Service& service)
 {
-    return {service.startSeconds, static_cast<double>(service.process.Held().privateDirtyKib)};
+    return {service.startSeconds, static_cast<double>(service.process.Held().privateDirtyKib),
+            service.process.CpuSeconds()};
 }
 
 /// What size(1) calls text: what a program's file brings into memory and nobody writes to.
@@ -160,18 +164,20 @@ void MeasureSize(const BenchUnit& unit, Table& table)
 
 void MeasureStart(const BenchUnit& unit, const Sizes& sizes, Table& table)
 {
-    const std::vector<Operation> calls =
-        OperationsOf(unit, [](const BenchUnit& started) { static_cast<void>(started.StartDaemon()); });
-    PrintOperations("A start", calls);
+    BareWork work{"start", {}};
+    const size_t before = unit.LogLines();
+    work.calls =
+        OperationsOf(unit, [](const BenchUnit& started) { static_cast<void>(started.StartDaemon(LogTarget::File)); });
+    work.lines = unit.LogLines() - before;
+    PrintOperations("A start", work.calls);
     Comparison floor;
     for (const LogTarget log : {LogTarget::Syslog, LogTarget::File})
     {
         floor = Interleave(
             sizes.startRounds, [&] { return StartCost(unit.StartDaemon(log)); },
-            [&] {
-                return StartCost(unit.StartBareServer({"start", calls}, log));
-            });
+            [&] { return StartCost(unit.StartBareServer(work, log)); });
         AddRatio(table, "start-up, log to " + NameOf(log), floor, 0, startGoal);
+        AddRatio(table, "start-up, log to " + NameOf(log) + ", own CPU", floor, 2, 0);
     }
     const Comparison idle = Interleave(
         sizes.startRounds, [&] { return StartCost(unit.StartDaemon()); },
@@ -228,9 +234,10 @@ void MeasureRecordStart(const BenchUnit& unit, const Sizes& sizes, Table& table)
         }
         const Service bare = unit.StartBareServer(work, log);
         const Comparison comparison = Interleave(
-            sizes.recordRounds, [&] { return RecordRound(unit, sizes.recordsPerRound, &StartRecording); },
-            [&] { return RecordRound(unit, sizes.recordsPerRound, &StartBareRecording); });
+            sizes.recordRounds, [&] { return RecordRound(unit, daemon, sizes.recordsPerRound, &StartRecording); },
+            [&] { return RecordRound(unit, bare, sizes.recordsPerRound, &StartBareRecording); });
         AddRatio(table, "VideoRecordStart, log to " + NameOf(log), comparison, 0, recordGoal);
+        AddRatio(table, "VideoRecordStart, log to " + NameOf(log) + ", server CPU", comparison, 1, 0);
     }
 }
 

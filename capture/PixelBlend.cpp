@@ -38,8 +38,8 @@ constexpr uint32_t DivideBy255(uint32_t sum) { return (sum + 1 + (sum >> 8)) >> 
     }
 }
 
-/// Sixteen video bytes under the interface's bytes and alphas that belong to them. No branch for the extremes: the
-/// formula gives both.
+/// Sixteen video bytes under the interface's bytes and alphas that belong to them. No branch for the extremes of a
+/// byte: the formula gives both.
 [[gnu::always_inline]] inline void BlendVector(uint8_t* video, const Bytes& colours, const Bytes& alphas)
 {
     Bytes bytes;
@@ -49,6 +49,17 @@ constexpr uint32_t DivideBy255(uint32_t sum) { return (sum + 1 + (sum >> 8)) >> 
         __builtin_convertvector(colours, Words) * alpha + __builtin_convertvector(bytes, Words) * (255 - alpha);
     bytes = __builtin_convertvector((sum + 1 + (sum >> 8)) >> 8, Bytes);
     std::memcpy(video, &bytes, vectorBytes);
+}
+
+/// Whether sixteen pixels show nothing of the interface, as most of a screen's do.
+[[gnu::always_inline]] inline bool IsClear(const Bytes& a, const Bytes& b, const Bytes& c, const Bytes& d)
+{
+    using Halves = uint64_t __attribute__((vector_size(16)));
+    constexpr uint8_t alphas[8] = {0, 0, 0, 255, 0, 0, 0, 255};
+    uint64_t mask = 0;
+    std::memcpy(&mask, alphas, sizeof mask);
+    const Halves all = reinterpret_cast<Halves>(a | b | c | d);
+    return ((all[0] | all[1]) & mask) == 0;
 }
 
 /// 64 interface bytes over 48 video bytes.
@@ -62,6 +73,10 @@ constexpr uint32_t DivideBy255(uint32_t sum) { return (sum + 1 + (sum >> 8)) >> 
     std::memcpy(&b, overlay + vectorBytes, vectorBytes);
     std::memcpy(&c, overlay + 2 * vectorBytes, vectorBytes);
     std::memcpy(&d, overlay + 3 * vectorBytes, vectorBytes);
+    if (IsClear(a, b, c, d))
+    {
+        return;
+    }
     BlendVector(video, __builtin_shufflevector(a, b, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20),
                 __builtin_shufflevector(a, b, 3, 3, 3, 7, 7, 7, 11, 11, 11, 15, 15, 15, 19, 19, 19, 23));
     BlendVector(video + vectorBytes,

@@ -70,6 +70,25 @@ TEST(PixelBlend, KeepsTheVideoUnderClearPixelsAndHidesItUnderOpaqueOnes)
     EXPECT_EQ(video, (std::array<uint8_t, 9>{1, 2, 3, 7, 8, 9, 128, 128, 128}));
 }
 
+TEST(PixelBlend, SeesTheFaintestPixelAmongClearOnes)
+{
+    constexpr size_t pixels = 40;
+    for (size_t seen = 0; seen < pixels; ++seen)
+    {
+        std::vector<uint8_t> video(pixels * videoPixelBytes, 0);
+        std::vector<uint8_t> overlay(pixels * overlayPixelBytes, 255);
+        for (size_t pixel = 0; pixel < pixels; ++pixel)
+        {
+            overlay[pixel * overlayPixelBytes + 3] = pixel == seen ? 1 : 0;
+        }
+        BlendRow(video.data(), overlay.data(), pixels);
+        for (size_t i = 0; i < video.size(); ++i)
+        {
+            ASSERT_EQ(video[i], i / videoPixelBytes == seen ? 1 : 0) << "pixel " << seen << ", byte " << i;
+        }
+    }
+}
+
 class PixelBlendOfWidth : public testing::TestWithParam<size_t>
 {};
 
