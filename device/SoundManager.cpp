@@ -135,6 +135,12 @@ class Output
             return;
         }
         file_.reset(fdopen(pipe[0], "r"));
+        if (file_ == nullptr)
+        {
+            close(pipe[0]);
+            close(pipe[1]);
+            return;
+        }
         posix_spawn_file_actions_t actions{};
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);

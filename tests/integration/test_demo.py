@@ -1,5 +1,6 @@
 """The demo: what it shows, that it notices what is wrong, and that it leaves nothing behind however it ends."""
 
+import collections
 import contextlib
 import functools
 import io
@@ -24,7 +25,9 @@ _TELLING = ("cmdline", "environ")
 _BY_TITLE = {chapter.title: chapter for chapter in CHAPTERS}
 _RECORDING = _BY_TITLE["A recording, from its start to its end"]
 _INCIDENTS = _BY_TITLE["A recording that must end early"]
-_COUNT = len(controller_members())
+_MEMBERS = controller_members()
+_KINDS = collections.Counter(member.kind for member in _MEMBERS)
+_TOTALS = f" {len(_MEMBERS)}: {_KINDS['method']} methods, {_KINDS['property']} properties, {_KINDS['signal']} signals"
 
 
 def processes_of(folder):
@@ -109,7 +112,7 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
 
 @pytest.mark.parametrize("chapter, expected", [
     ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
-    ("What the daemon offers", [f" {_COUNT}: ", f"\n      {_COUNT}  "]),
+    ("What the daemon offers", [_TOTALS, f"\n      {len(_MEMBERS)}  {_MEMBERS[-1].kind:8}  {_MEMBERS[-1].name}\n"]),
     ("A recording, from its start to its end", [
         "->  controllerctl record start --width 1920 --height 1080 --quality 90", '0 "Ran successfully"',
         ".0001-recActive, .0001-recovery, 0001.mp4", "2750 cm absolute, 430 cm relative",
@@ -203,7 +206,7 @@ def test_a_daemon_that_dies_is_told_and_the_next_chapter_has_another():
     status, output = play(_RECORDING, _BY_TITLE["What the daemon offers"], unit=tampered(on_StartRecording=kill))
     assert status == 1
     assert "  NO  the unit\n      the daemon ended unexpectedly\n" in output
-    assert f" {_COUNT}: " in output
+    assert _TOTALS in output
 
 
 def test_an_error_in_the_simulation_or_a_chapter_is_no_success():

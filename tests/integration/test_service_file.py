@@ -45,7 +45,7 @@ def test_an_attacker_gets_little(service):
 
 @pytest.mark.parametrize("line", ["Type=notify", "Restart=always", "DeviceAllow=/dev/gpiochip4 rw",
                                   "DeviceAllow=/dev/fb0 r", "DeviceAllow=/dev/fb1 r", "DeviceAllow=char-input rw",
-                                  "DeviceAllow=char-alsa rw", "MemoryMax=512M", "TasksMax=256"])
+                                  "DeviceAllow=char-alsa rw", "MemoryMax=1G", "TasksMax=256"])
 def test_what_the_daemon_needs_it_has(service, line):
     assert line in service.read_text().splitlines()
 

@@ -9,11 +9,11 @@ import re
 
 import pytest
 
-from tests.integration.fault_matrix import FAULTS, SILENT_SECONDS, error_lines, recover
+from tests.integration.fault_matrix import FAULTS, error_lines, recover
 from tests.integration.playback_texts import INVALID, REMOVED_SIGNAL, checked_lines, start_playing
 from tests.integration.recording_model import PROPERTY_LINES
 from tests.integration.recording_texts import KINDS, MESSAGES, Paths, Watch, info, signals_of
-from virtual_unit import DIE, SILENT, VirtualUnit
+from virtual_unit import AT_ONCE, DIE, PATIENCE, VirtualUnit
 
 _MANAGER = "/com/tavilon/common/StorageDaemon1"
 _DEVICE = "com.tavilon.common.StorageDaemon1.Device"
@@ -108,7 +108,7 @@ class Busy:
 def busy_unit_with_a_failure(request):
     """A busy unit, for each failure, and the failure."""
     failure = FAILURES[request.param]
-    with VirtualUnit(bus_timeout=SILENT_SECONDS if failure[1] is SILENT else None) as unit:
+    with VirtualUnit(bus_timeout=AT_ONCE) as unit:
         busy = Busy(unit)
         yield busy, failure
         busy.begin()
@@ -125,7 +125,7 @@ def meet(busy, failure, event, device):
     EVENTS[event](unit, device)
     missing = [f"GetPathFromFilename() failed for filepath {paths.media}" for paths in busy.paths]
     # The last to ask; a storage daemon that has died cannot show that its news were dealt with.
-    unit.log.wait_for(missing[-1], since=mark, timeout=60)
+    unit.log.wait_for(missing[-1], since=mark, timeout=PATIENCE)
     recover(unit)
     own = [line, *[_LISTING if kind is DIE else line] * 2]  # who has died does not fail a second time
     expected = [pattern for pair in zip(own, map(re.escape, missing)) for pattern in pair]
