@@ -31,6 +31,8 @@ _TOKEN = re.compile(r"""
   | \d(?:[\w.']|[eE][+-])*
   | :: | -> | .""", re.VERBOSE | re.DOTALL)
 _ESCAPES = {"n": "\n", "t": "\t", "0": "\0"}
+#: What makes the signature text of an operation, out of itself or of its name: Signature.h.
+_SIGNATURES = ("signatureOf", "propertySignatureOf", "signature")
 _CONVERSION = re.compile(r"%(?P<flags>[-+ #0]*[\d.]*)(?:hh|ll|[hljzt])?(?P<kind>[a-zA-Z%])")
 _INTEGER, _REAL = r"-?\d+", r"-?(?:\d+\.?\d*|inf|nan)"
 _VALUES = {"d": _INTEGER, "i": _INTEGER, "u": _INTEGER, "f": _REAL, "g": _REAL, "x": r"[\da-fA-F]+", "c": "."}
@@ -415,6 +417,11 @@ class Sources:
                     for value in self._values(part, definition, depth)]
         if tokens and all(token.kind == "text" for token in tokens):
             return ["".join(token.text for token in tokens)]
+        if any(_is(token, *_SIGNATURES) and _is(behind, "<") for token, behind in zip(tokens[:3], tokens[1:])):
+            named = [token.text for token in tokens if token.kind == "name" and not _is(token, *_SIGNATURES)]
+            written = [token.text for token in tokens if token.kind == "text"]
+            itself = any(_is(token, "&") for token in tokens) or not written
+            return [(rf".*?\b{re.escape('::'.join(named[-2:]) if itself else written[-1])}\(.*?\)",)]
         if len(tokens) > 1 and tokens[-1].kind == "name" and _is(tokens[-2], "."):
             return [Field(tokens[-1].text)]
         if not tokens or depth > _CALLERS or any(token.kind != "name" and token.text != "::" for token in tokens):

@@ -1,8 +1,8 @@
 """Every call that a scenario makes, met by every kind of failure.
 
 The calls are not picked by hand: a scenario is run once in peace, and then once for each call of that run's own log
-and each fault.  A scenario prepares a unit, acts on it, walks through its model to tell what must come of it, and
-shows that life goes on.
+and each fault.  A scenario prepares a unit, acts on it, walks through its model to tell what must come of it, comes
+to rest on what the fault has left, and shows that life goes on.
 
 All scenarios of a file share a unit, which is renewed before each: the daemon keeps nothing between calls, and what one
 fault has left in it would show in the next run.
@@ -61,6 +61,7 @@ class Matrix:
         """Runs a scenario, and shows if wanted that life goes on; returns the scenario's calls."""
         with self._lender.lend() as unit:
             made = _play(unit, scenario, fault, index)
+            scenario.come_to_rest(unit)
             if goes_on:
                 scenario.life_goes_on(unit)
             return made

@@ -21,6 +21,12 @@ LOST = [info("Failed to start main event loop"), info("Exiting..\n")]
 LASTING = 5
 
 
+@pytest.fixture(name="unit")
+def unit_of_a_tests_own(own_unit):
+    """A unit that is not the same afterwards."""
+    return own_unit
+
+
 def test_a_bus_that_ends_ends_the_daemon(unit):
     watch = Watch(unit)
     unit.stop_bus()

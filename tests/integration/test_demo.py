@@ -112,7 +112,7 @@ def test_every_step_is_shown_and_comes_out_as_it_should(folder):
 
 @pytest.mark.parametrize("chapter, expected", [
     ("The unit comes up", ["com.tavilon.common.Video1", "READY=1", "the 71 time zones of the unit"]),
-    ("What the daemon offers", [_TOTALS, f"\n      {len(_MEMBERS)}  {_MEMBERS[-1].kind:8}  {_MEMBERS[-1].name}\n"]),
+    ("What the daemon offers", [_TOTALS, f"\n      {len(_MEMBERS)}  {_MEMBERS[-1].kind:8}  {_MEMBERS[-1].name}"]),
     ("A recording, from its start to its end", [
         "->  controllerctl record start --width 1920 --height 1080 --quality 90", '0 "Ran successfully"',
         ".0001-recActive, .0001-recovery, 0001.mp4", "2750 cm absolute, 430 cm relative",

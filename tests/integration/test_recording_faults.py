@@ -30,13 +30,16 @@ class Scenario:
         """Orders a start."""
         return self.kind.order(unit, "Start", 1920, 1080, 90)
 
-    def life_goes_on(self, unit):
-        """The daemon has survived, and the next recording is as good as any."""
+    def come_to_rest(self, unit):
+        """The daemon has survived, and what still records can be stopped and saved."""
         unit.storage.set_low("card", False)
         unit.settle()
         if unit.video.state(self.kind.name) != 0:
             assert self.kind.order(unit, "Stop")[0] == 0
         unit.settle()
+
+    def life_goes_on(self, unit):
+        """The next recording is as good as any."""
         assert self.start(unit) == (0, MESSAGES[0])
         assert self.kind.order(unit, "Stop")[0] == 0
 

@@ -31,6 +31,12 @@ def leave_room(unit, size):
     resource.prlimit(unit.pid, resource.RLIMIT_AS, (used + size, resource.RLIM_INFINITY))
 
 
+@pytest.fixture(name="unit")
+def unit_of_a_tests_own(own_unit):
+    """A unit whose daemon has no memory to spare from earlier texts."""
+    return own_unit
+
+
 @pytest.mark.parametrize("size", [16 * MIB, 120 * MIB], ids=["16 MiB", "120 MiB"])
 def test_a_folder_that_no_file_system_takes_is_a_bad_directory(unit, size):
     folder = giant(size)

@@ -20,8 +20,14 @@ class Scenario:
     def prepare(self, unit):
         """Nothing: the unit is fresh."""
 
+    def come_to_rest(self, unit):
+        """The daemon has survived, and what still plays can be stopped."""
+        if unit.video.get("PlaybackState") != 0:
+            assert unit.client.call("VideoPlaybackStop", "b", True) == (0, texts.MESSAGES[0])
+        unit.settle()
+
     def life_goes_on(self, unit):
-        """The daemon has survived: the next snapshot and the next playback are as good as any."""
+        """The next snapshot and the next playback are as good as any."""
         path, code, text = unit.client.call("Snapshot", "uuu", 8, 8, 90)
         assert (code, text) == (0, MESSAGES[0]) and unit.jobs.item_of(path).type == "snapshot"
         texts.start_playing(unit, name="next.mp4")

@@ -77,7 +77,7 @@ _LINES = [
      ["Failed to set remote credentials for HalvexDaemon: %d, %s"], []),
     ("sd_bus_call_method StartRecording failed: no such unit (r = -2)",
      ["sd_bus_call_method %s failed: %s (r = %d)"], []),
-    ("UpdateMediaFileSizes", ["libjobsdaemon::Order: %s"], []),
+    ("UpdateMediaFileSizes", ["libjobsdaemon::Call: %s"], []),
     ("/dev/fb0", ["%s"], []),
     ("int SystemdDateTime::GetTimezone(std::__cxx11::string&): Cannot read property, error: refused", ["%s: %s%s"],
      ["SystemdDateTime::GetTimezone"]),
@@ -153,7 +153,7 @@ def test_helpers_are_followed_to_who_gave_them_their_words():
     status, lines, _ = where(f"{_DEVICE}GetSpkrVolume{_PROPERTY}: SoundManager::GetSpkrVolume failed")
     assert status == 0
     assert [line.partition(": ")[2] for line in lines] == [
-        'DbusHelper::Fail logs "%s%s%s"', "called by ControllerDaemon::AnswerSound",
+        'Request::Fail logs "%s%s%s"', "called by ControllerDaemon::AnswerSound",
         "called by DeviceManager::GetSpkrVolume", "the line names DeviceManager::GetSpkrVolume"]
 
 
