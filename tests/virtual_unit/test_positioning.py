@@ -78,14 +78,20 @@ def test_nothing_is_left_of_it():
     assert not _exists(key)
 
 
+def _crash(pid):
+    """Kills a child and waits until it is dead, for it still runs for a moment."""
+    os.kill(pid, signal.SIGKILL)
+    os.waitid(os.P_PID, pid, os.WEXITED | os.WNOWAIT)
+
+
 def test_nothing_is_left_of_a_gpsd_that_crashed():
     with VirtualUnit(daemon=False) as unit:
         unit.gps.fix_3d(1, 2, _T)
         key = int(unit.gps.environment["GPSD_SHM_KEY"], 0)
-        os.kill(unit.gps.pid, signal.SIGKILL)
+        _crash(unit.gps.pid)
         unit.gps.fix_3d(3, 4, _T)
         assert unit.gps.exported()[3] == 3
-        os.kill(unit.gps.pid, signal.SIGKILL)
+        _crash(unit.gps.pid)
     assert not _exists(key)
 
 
