@@ -1,6 +1,7 @@
 """What `ccu test` leaves out and says of it, with stand-ins for what builds, tests and makes namespaces."""
 
 import os
+import re
 import shutil
 import subprocess
 
@@ -102,6 +103,25 @@ def test_what_a_change_must_pass_is_all(tree):
     assert tree.run(".ci/run") == (0, ["check 1", "test 1"])
 
 
+def orders(tree):
+    """The options of ctest that choose tests, run by run."""
+    with open(tree.orders, encoding="utf-8") as file:
+        return [line.partition(" -j ")[2].split()[1:] for line in file]
+
+
+def test_the_quick_ones(tree):
+    """Are those of one build, and leave out what takes long, wherever they run."""
+    tree.refuse()
+    assert tree.run("ccu", "test", "quick")[0] == 0
+    assert orders(tree) == [["--label-exclude", "^(matrix|long|namespaces)$"]]
+
+
+def test_those_that_are_named(tree):
+    """And no others."""
+    assert tree.run("ccu", "test", "sound", "recording_faults_.*")[0] == 0
+    assert orders(tree) == [["--tests-regex", r"\.(sound|recording_faults_.*)$"]]
+
+
 def test_a_trial_that_cannot_be_made_is_no_refusal(tree):
     """The tests would fail, and so does the command."""
     os.unlink(tree.at("virtual_unit"))
@@ -109,9 +129,14 @@ def test_a_trial_that_cannot_be_made_is_no_refusal(tree):
     assert status != 0 and tree.tested() == []
 
 
-def test_the_label_is_on_what_is_named():
+@pytest.mark.parametrize("label, named", [
+    ("namespaces", {"installed_packages", "real_timedated"}),
+    ("matrix", {"device_faults", "recording_faults_autolog", "recording_faults_photoTalk", "recording_faults_video",
+                "snapshot_playback_faults", "time_faults"}),
+    ("long", {"client_package", "demo", "installed_packages", "packages", "screenshot"})])
+def test_the_label_is_on_what_is_named(label, named):
     """And on nothing else."""
     listed = subprocess.run(["ctest", "--test-dir", os.environ["CCU_BUILD_DIR"], "--show-only", "--label-regex",
-                             "^namespaces$"], stdout=subprocess.PIPE, text=True, check=True).stdout
-    names = [line.split(": ")[1] for line in listed.splitlines() if line.lstrip().startswith("Test #")]
-    assert sorted(names) == ["integration.installed_packages", "integration.real_timedated"]
+                             f"^{label}$"], stdout=subprocess.PIPE, text=True, check=True).stdout
+    names = re.findall(r"^ *Test +#\d+: (\S+)$", listed, re.MULTILINE)
+    assert sorted(names) == sorted(f"integration.{name}" for name in named)
