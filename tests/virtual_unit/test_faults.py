@@ -1,10 +1,11 @@
 """Every scripted fault as a client of the sibling sees it."""
 
+import subprocess
 import time
 
 import pytest
 
-from virtual_unit import (ABSENT, CODE, DIE, DIE_AFTER, LATE, REFUSE, SILENT, WRONG_TYPE, Client, DbusFailure,
+from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, REFUSE, SILENT, WRONG_TYPE, Client, DbusFailure,
                           VirtualUnit, declaration)
 from virtual_unit.values import complete_types, zero
 
@@ -189,3 +190,31 @@ def test_a_unit_with_unanswered_calls_ends():
     with pytest.raises(DbusFailure, match="NoReply"):
         pending.result(10)
     client.close()
+
+
+def _ask(unit, timeout):
+    """Has busctl, whose bus library is the daemon's, make a call; returns what it says of it."""
+    return subprocess.run(["busctl", f"--address={unit.session_address}", f"--timeout={timeout}", "call",
+                           "com.tavilon.common.Video1", "/com/tavilon/common/Video1",
+                           "com.tavilon.common.Video1.Control", "StopRecording"],
+                          env=unit.daemon.environment(), capture_output=True, text=True, check=False)
+
+
+def test_a_program_gives_up_at_once_what_is_never_answered(build_dir):
+    """However long its time-out is, and nothing else, however late it comes."""
+    with VirtualUnit(build_dir, daemon=False, siblings=("video",), bus_timeout=AT_ONCE) as unit:
+        unit.faults.at(0, SILENT)
+        unit.faults.at(1, LATE(0.1))
+        assert "timed out" in _ask(unit, 3600).stderr
+        assert _ask(unit, 3600).stdout == "i -1\n"
+        unit.faults.at(0, SILENT)
+        assert "timed out" in _ask(unit, 3600).stderr
+
+
+def test_a_program_waits_for_its_time_out_otherwise(build_dir):
+    """As the demonstration shows it."""
+    with VirtualUnit(build_dir, daemon=False, siblings=("video",)) as unit:
+        unit.faults.at(0, SILENT)
+        began = time.monotonic()
+        assert "timed out" in _ask(unit, 2).stderr
+        assert time.monotonic() - began >= 2

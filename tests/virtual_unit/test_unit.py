@@ -1,5 +1,6 @@
 """Life and end of a unit, and the daemon in it."""
 
+import copy
 import os
 import select
 import signal
@@ -10,6 +11,7 @@ import textwrap
 import pytest
 
 from virtual_unit import PATIENCE, DaemonFailure, DbusFailure, VirtualUnit
+from virtual_unit.unit import folder_of_units
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -171,3 +173,102 @@ def test_an_error_in_the_simulation_is_not_swallowed():
         with pytest.raises(DbusFailure, match="error in the simulation"):
             unit.client.call_on("com.tavilon.common.SyncDaemon1", "/com/tavilon/common/SyncDaemon1",
                                 "com.tavilon.common.SyncDaemon1", "CancelAllDevices")
+
+
+# Renewal --------------------------------------------------------------------------------------------------------------
+
+
+def _spoil(unit):
+    """Changes whatever a test may change."""
+    unit.video.set("CaptureZoom", 4.0)
+    unit.video.die()
+    unit.storage.remove_device("card")
+    unit.jobs.close()
+    unit.hardware.power_sufficient = 0
+    unit.sync.on_CancelAllDevices = lambda _path: 7
+    unit.timedate.timezone = "CCU/Paris"
+    for folder in (unit.mount_point("internal"), unit.logs_folder):
+        with open(os.path.join(folder, "file"), "wb"):
+            pass
+    with pytest.raises(DbusFailure, match="refused by the simulation"):
+        unit.faults.on("storage")
+        unit.client.call_on("com.tavilon.common.StorageDaemon1", "/com/tavilon/common/StorageDaemon1",
+                            "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
+
+
+def _state(unit):
+    """What there is to be seen of a unit."""
+    siblings = [unit.video, unit.storage, unit.jobs, unit.settings, unit.hardware, unit.sync, unit.timedate]
+    return ([(sibling.alive, {path: item.values for path, item in sibling.objects.items()}) for sibling in siblings],
+            unit.jobs.current, unit.hardware.power_sufficient, "on_CancelAllDevices" in vars(unit.sync),
+            os.readlink(unit.local_time_link), list(unit.calls), os.listdir(unit.logs_folder),
+            [os.listdir(unit.mount_point(device)) for device in unit.storage.devices()])
+
+
+def test_a_renewed_unit_is_as_it_was(unit):
+    """Again and again, and nobody hears of it."""
+    before = copy.deepcopy(_state(unit))
+    unit.remember()
+    for _ in range(2):
+        _spoil(unit)
+        assert _state(unit) != before
+        emitted = unit.storage.emissions
+        unit.renew()
+        assert _state(unit) == before and unit.storage.emissions == emitted
+        assert unit.storage.device_path("card") in unit.client.call_on(
+            "com.tavilon.common.StorageDaemon1", "/com/tavilon/common/StorageDaemon1",
+            "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")[0]
+
+
+def test_what_was_noted_is_what_a_unit_goes_back_to(unit):
+    """Not what it began with."""
+    unit.video.set("CaptureZoom", 2.0)
+    unit.remember()
+    unit.video.set("CaptureZoom", 3.0)
+    unit.renew()
+    assert unit.video.get("CaptureZoom") == 2.0
+
+
+def test_renewal_keeps_the_daemon_and_starts_one_that_was_stopped(build_dir):
+    with VirtualUnit(build_dir) as unit:
+        unit.remember()
+        pid = unit.pid
+        unit.client.call("Say", "s", "before")
+        unit.renew()
+        assert unit.pid == pid and unit.log.lines() == [] and unit.client.signals == []
+        unit.stop_daemon()
+        unit.renew()
+        assert unit.client.call("Say", "s", "after") == (0, "after")
+        assert unit.log.texts() == ["after"]
+
+
+def test_renewal_tells_of_a_daemon_that_has_ended(build_dir):
+    with pytest.raises(DaemonFailure, match="ended unexpectedly"), VirtualUnit(build_dir) as unit:
+        unit.remember()
+        handle = os.pidfd_open(unit.pid)
+        unit.client.call_async("Leave", "i", 0)
+        assert select.select([handle], [], [], PATIENCE)[0]
+        os.close(handle)
+        unit.renew()
+
+
+def test_patience_can_be_stretched():
+    code = f"import sys; sys.path.insert(0, {_ROOT!r}); from virtual_unit import PATIENCE; print(PATIENCE)"
+    told = subprocess.run([sys.executable, "-c", code], env={**os.environ, "CCU_PATIENCE": "1000"}, capture_output=True,
+                          text=True, check=True).stdout
+    assert float(told) >= 60_000
+
+
+def test_units_are_in_memory_where_there_is_room(monkeypatch):
+    """Unless the user says otherwise."""
+    for name in ("TMPDIR", "TEMP", "TMP"):
+        monkeypatch.delenv(name, raising=False)
+    monkeypatch.setattr("virtual_unit.unit._MEMORY", _ROOT)
+    monkeypatch.setattr("virtual_unit.unit._ROOM", 1)
+    monkeypatch.setattr("virtual_unit.unit._FILES", 0)
+    assert folder_of_units() == _ROOT
+    monkeypatch.setattr("virtual_unit.unit._ROOM", 2 ** 62)
+    assert folder_of_units() != _ROOT
+    monkeypatch.setattr("virtual_unit.unit._ROOM", 1)
+    monkeypatch.setenv("TMPDIR", "/tmp")
+    assert folder_of_units() != _ROOT
