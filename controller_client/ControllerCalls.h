@@ -1,7 +1,9 @@
 #pragma once
 
+#include "controller_client/ControllerFailure.h"
 #include "controller_client/SignatureText.h"
 #include "dbus_helper/Call.h"
+#include "dbus_helper/Handles.h"
 #include "interfaces/ControllerEndpoint.h"
 
 #include <string>
@@ -23,6 +25,8 @@ struct Names
 
 /// Keeps the outcome for `ControllerFailure::Last`; part of every report.
 void Remember(const DbusHelper::Outcome& outcome);
+/// Makes another thread's failure the calling thread's last.
+void Remember(ControllerFailure failure);
 
 /// The lines of a method that did not get through. Returns the outcome's result.
 int Report(const Names& names, const DbusHelper::Outcome& outcome);
@@ -31,23 +35,58 @@ int Report(const Names& names, const DbusHelper::Outcome& outcome);
 /// the outcome's result.
 int ReportProperty(const char* signature, const char* access, const DbusHelper::Outcome& outcome);
 
+/// The connection of one call when `ControllerTimeout` limits the calling thread; without a limit none, and the core
+/// opens one as ever.
+class CallConnection
+{
+  public:
+    CallConnection();
+
+    [[nodiscard]] bool Failed() const { return !outcome_.Ok(); }
+    /// Why there is no connection.
+    [[nodiscard]] const DbusHelper::Outcome& Outcome() const { return outcome_; }
+    /// Null without a limit.
+    [[nodiscard]] sd_bus* Get() const { return bus_.get(); }
+
+  private:
+    DbusHelper::BusHandle bus_;
+    DbusHelper::Outcome outcome_;
+};
+
+/// A call of a method, in silence; an empty `reply` leaves the reply's body unread.
+template <typename... Out, typename... In>
+DbusHelper::Outcome Call(const char* member, std::tuple<Out&...> reply, const In&... arguments)
+{
+    const CallConnection connection;
+    return connection.Failed() ? connection.Outcome()
+                               : DbusHelper::CallOn(connection.Get(), controllerEndpoint, member, reply, arguments...);
+}
+
 /// A call of a method; an empty `reply` leaves the reply's body unread.
 template <typename... Out, typename... In>
 int Ask(const Names& names, const char* member, std::tuple<Out&...> reply, const In&... arguments)
 {
-    return Report(names, DbusHelper::Call(controllerEndpoint, member, reply, arguments...));
+    return Report(names, Call(member, reply, arguments...));
 }
 
 template <typename T>
 int Get(const char* signature, const char* access, const char* property, T& value)
 {
-    return ReportProperty(signature, access, DbusHelper::GetPropertyOn(nullptr, controllerEndpoint, property, value));
+    const CallConnection connection;
+    return ReportProperty(signature, access,
+                          connection.Failed()
+                              ? connection.Outcome()
+                              : DbusHelper::GetPropertyOn(connection.Get(), controllerEndpoint, property, value));
 }
 
 template <typename T>
 int Set(const char* signature, const char* access, const char* property, const T& value)
 {
-    return ReportProperty(signature, access, DbusHelper::SetPropertyOn(nullptr, controllerEndpoint, property, value));
+    const CallConnection connection;
+    return ReportProperty(signature, access,
+                          connection.Failed()
+                              ? connection.Outcome()
+                              : DbusHelper::SetPropertyOn(connection.Get(), controllerEndpoint, property, value));
 }
 
 } // namespace Controllerd

@@ -3,6 +3,8 @@
 #include "controller_client/ControllerCalls.h"
 #include "dbus_helper/Log.h"
 
+#include <utility>
+
 namespace Controllerd
 {
 
@@ -59,7 +61,10 @@ int Handler::SetSpeakerVolume(int percent)
                "SpkrVolume", percent);
 }
 // NOLINTNEXTLINE(performance-unnecessary-value-param): as the other texts that operations take
-int Handler::PlayAudio(string name) { return Ask({SIGNATURE_OF(PlayAudio)}, "PlayAudio", tie(), name); }
+int Handler::PlayAudio(string name)
+{
+    return Ask({signatureText<int(string), "PlayAudio">.c_str()}, "PlayAudio", tie(), name);
+}
 int Handler::GetSondeEnabled(bool& enabled)
 {
     return Get(SIGNATURE_OF(GetSondeEnabled), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_SONDE", "Sonde",
@@ -92,18 +97,28 @@ int Handler::SetPlaybackRate(double rate)
                "VideoPlaybackRate", rate);
 }
 
+// What is only read may be constant; the lines are those of the operations that came first.
+int Handler::StartPlayback(const string& filename, const double& rate, int& code, string& message)
+{
+    return Ask({signatureText<int(string&, double&, int&, string&), "StartPlayback">.c_str(), "StartPlayback"},
+               "VideoPlaybackStart", tie(code, message), filename, rate);
+}
 int Handler::StartPlayback(string& filename, double& rate, int& code, string& message)
 {
-    return Ask({SIGNATURE_OF(StartPlayback), "StartPlayback"}, "VideoPlaybackStart", tie(code, message), filename,
-               rate);
+    return StartPlayback(std::as_const(filename), std::as_const(rate), code, message);
 }
 int Handler::StopPlayback(bool restartLive, int& code, string& message)
 {
     return Ask({SIGNATURE_OF(StopPlayback), "StopPlayback"}, "VideoPlaybackStop", tie(code, message), restartLive);
 }
+int Handler::SeekPlayback(const int& position, int& code, string& message)
+{
+    return Ask({signatureText<int(int&, int&, string&), "SeekPlayback">.c_str(), "SeekPlayback"}, "VideoPlaybackSeek",
+               tie(code, message), position);
+}
 int Handler::SeekPlayback(int& position, int& code, string& message)
 {
-    return Ask({SIGNATURE_OF(SeekPlayback), "SeekPlayback"}, "VideoPlaybackSeek", tie(code, message), position);
+    return SeekPlayback(std::as_const(position), code, message);
 }
 int Handler::PausePlayback(int& code, string& message)
 {
@@ -173,11 +188,15 @@ int Handler::TakeSnapshot(unsigned width, unsigned height, unsigned quality, str
     return Ask({SIGNATURE_OF(TakeSnapshot), Sized("TakeSnapshot", width, height, quality)}, "Snapshot",
                tie(path, code, message), width, height, quality);
 }
-int Handler::TakeScreenshot(string& folder, string& path, int& code, string& message)
+int Handler::TakeScreenshot(const string& folder, string& path, int& code, string& message)
 {
-    const Names names{SIGNATURE_OF(TakeScreenshot), "TakeScreenshot"};
+    const Names names{signatureText<int(string&, string&, int&, string&), "TakeScreenshot">.c_str(), "TakeScreenshot"};
     Log::Debug("%s called dirpath = %s", names.signature, folder.c_str());
     return Ask(names, "Screenshot", tie(path, code, message), folder);
+}
+int Handler::TakeScreenshot(string& folder, string& path, int& code, string& message)
+{
+    return TakeScreenshot(std::as_const(folder), path, code, message);
 }
 
 } // namespace Controllerd

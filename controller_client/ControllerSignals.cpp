@@ -1,31 +1,72 @@
 #include "controller_client/ControllerSignals.h"
 
 #include "controller_client/ControllerCalls.h"
+#include "controller_client/Descriptor.h"
 #include "dbus_helper/Handles.h"
 #include "dbus_helper/Log.h"
 
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <deque>
+#include <limits>
+#include <utility>
 
 namespace Controllerd
 {
 
-using std::chrono::duration_cast;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-using Events = std::deque<ControllerEvent>;
-
-struct ControllerSignals::Listener
-{
-    Events events; // outlives the connection, whose handlers fill it
-    DbusHelper::BusHandle bus;
-};
 
 namespace
 {
+
+/// What has been heard and nobody has taken yet.
+class Events
+{
+  public:
+    void Add(ControllerEvent event)
+    {
+        constexpr size_t most = 1000;
+        if (events_.size() == most)
+        {
+            events_.pop_front();
+            ++lost_;
+        }
+        events_.push_back(std::move(event));
+    }
+
+    bool Take(ControllerEvent& event)
+    {
+        if (lost_ > 0)
+        {
+            ControllerValue number;
+            number.kind = ControllerValue::Kind::Integer;
+            number.integer = std::exchange(lost_, 0);
+            event = {.kind = ControllerEvent::Kind::Lost, .name = {}, .arguments = {std::move(number)}};
+            return true;
+        }
+        if (events_.empty())
+        {
+            return false;
+        }
+        event = std::move(events_.front());
+        events_.pop_front();
+        return true;
+    }
+
+    [[nodiscard]] int Count() const { return static_cast<int>(events_.size()) + (lost_ > 0 ? 1 : 0); }
+
+  private:
+    std::deque<ControllerEvent> events_;
+    long long lost_ = 0; // before the first
+};
 
 template <typename Wire, typename T>
 int ReadAs(sd_bus_message* message, T& field)
@@ -99,7 +140,7 @@ int OnSignal(sd_bus_message* message, void* events, sd_bus_error* /*error*/)
             event.arguments.push_back(std::move(value));
         }
     }
-    static_cast<Events*>(events)->push_back(std::move(event));
+    static_cast<Events*>(events)->Add(std::move(event));
     return 0;
 }
 
@@ -114,7 +155,7 @@ int ReadChanged(sd_bus_message* message, Events& events)
         result = result < 0 ? result : sd_bus_message_exit_container(message);
         if (result >= 0)
         {
-            events.push_back(std::move(event));
+            events.Add(std::move(event));
         }
     }
     return result < 0 ? result : sd_bus_message_exit_container(message);
@@ -131,7 +172,7 @@ int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /
     }
     for (std::string& name : invalidated)
     {
-        events.push_back({.kind = ControllerEvent::Kind::PropertyChanged, .name = std::move(name), .arguments = {}});
+        events.Add({.kind = ControllerEvent::Kind::PropertyChanged, .name = std::move(name), .arguments = {}});
     }
     return 0;
 }
@@ -142,7 +183,7 @@ int OnOwnerChanged(sd_bus_message* message, void* events, sd_bus_error* /*error*
     if (sd_bus_message_skip(message, "ss") >= 0 && sd_bus_message_read(message, "s", &owner) > 0)
     {
         const auto kind = *owner == '\0' ? ControllerEvent::Kind::Stopped : ControllerEvent::Kind::Started;
-        static_cast<Events*>(events)->push_back({.kind = kind, .name = {}, .arguments = {}});
+        static_cast<Events*>(events)->Add({.kind = kind, .name = {}, .arguments = {}});
     }
     return 0;
 }
@@ -163,58 +204,184 @@ int Subscribe(sd_bus* bus, Events& events)
     return result < 0 ? result : sd_bus_add_match(bus, nullptr, owner.c_str(), &OnOwnerChanged, &events);
 }
 
+/// What is to be waited for until then, as poll(2) takes it.
+int Milliseconds(steady_clock::time_point deadline)
+{
+    const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now()).count();
+    return static_cast<int>(std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max()));
+}
+
 } // namespace
 
-ControllerSignals::ControllerSignals() = default;
+/// The connection, and the one descriptor that shows all there is to do: an epoll with the bus's, and with two that are
+/// always readable, of which one is watched while something is at hand, and the other once the listening is over.
+struct ControllerSignals::Listener
+{
+  public:
+    Listener()
+    {
+        Watch(EPOLL_CTL_ADD, atHand_.Get(), 0);
+        Watch(EPOLL_CTL_ADD, over_.Get(), 0);
+    }
+
+    int Open()
+    {
+        auto connection = std::make_unique<Connection>();
+        int result = cancelled_ ? -ECANCELED : 0;
+        result = result == 0 && (epoll_.Get() < 0 || atHand_.Get() < 0 || over_.Get() < 0) ? -EMFILE : result;
+        result = result < 0 ? result : DbusHelper::OpenUserBus(connection->bus);
+        result = result < 0 ? result : Subscribe(connection->bus.get(), connection->events);
+        if (result >= 0)
+        {
+            connection_ = std::move(connection); // the old one has left the epoll by being closed
+            const int bus = sd_bus_get_fd(connection_->bus.get());
+            result = Watch(EPOLL_CTL_ADD, bus, EPOLLIN) < 0 ? -errno : 0;
+            Show();
+        }
+        return result;
+    }
+
+    /// Lets the connection do one thing. 0 when there is nothing to do, negative at the end.
+    int Process()
+    {
+        if (cancelled_)
+        {
+            return -ECANCELED;
+        }
+        return connection_ == nullptr ? -ENOTCONN : sd_bus_process(connection_->bus.get(), nullptr);
+    }
+
+    /// Waits until there is something to do, or until the milliseconds have passed.
+    void Wait(int timeoutMilliseconds)
+    {
+        Show();
+        const int own = Timeout();
+        pollfd entry{.fd = epoll_.Get(), .events = POLLIN, .revents = 0};
+        poll(&entry, 1,
+             own < 0 || timeoutMilliseconds < 0 ? std::max(own, timeoutMilliseconds)
+                                                : std::min(own, timeoutMilliseconds));
+    }
+
+    bool Take(ControllerEvent& event) { return connection_ != nullptr && connection_->events.Take(event); }
+    [[nodiscard]] int Count() const { return connection_ == nullptr ? 0 : connection_->events.Count(); }
+    [[nodiscard]] bool IsCancelled() const { return cancelled_; }
+
+    /// The line of a bus that is gone; the ends that the program has made itself have none. Returns the result.
+    [[nodiscard]] int End(const char* operation, int result) const
+    {
+        if (connection_ != nullptr && result != -ECANCELED)
+        {
+            Log::Error("int Controllerd::ControllerSignals::%s: The bus is gone: %s", operation,
+                       DbusHelper::Failure(DbusHelper::Step::Call, result).errorText.c_str());
+        }
+        return result;
+    }
+    [[nodiscard]] int Poll() const { return epoll_.Get(); }
+
+    [[nodiscard]] int Timeout() const
+    {
+        if (cancelled_ || Count() > 0)
+        {
+            return 0;
+        }
+        uint64_t due = UINT64_MAX;
+        if (connection_ == nullptr || sd_bus_get_timeout(connection_->bus.get(), &due) < 0)
+        {
+            return connection_ == nullptr ? -1 : 0; // a bus that is gone has that to tell
+        }
+        // The bus library's clock is the steady one.
+        return due == UINT64_MAX ? -1 : Milliseconds(steady_clock::time_point(microseconds(due)));
+    }
+
+    /// Brings the descriptor in line with what is to do.
+    void Show()
+    {
+        sd_bus* bus = connection_ == nullptr ? nullptr : connection_->bus.get();
+        const int wanted = bus == nullptr ? 0 : sd_bus_get_events(bus);
+        if (wanted >= 0 && bus != nullptr)
+        {
+            Watch(EPOLL_CTL_MOD, sd_bus_get_fd(bus), static_cast<uint32_t>(wanted));
+        }
+        Watch(EPOLL_CTL_MOD, atHand_.Get(), Timeout() == 0 ? uint32_t{EPOLLIN} : 0);
+    }
+
+    void Cancel() noexcept
+    {
+        cancelled_ = true;
+        Watch(EPOLL_CTL_MOD, over_.Get(), EPOLLIN);
+    }
+
+  private:
+    struct Connection
+    {
+        Events events; // outlives the bus, whose handlers fill it
+        DbusHelper::BusHandle bus;
+    };
+
+    int Watch(int operation, int descriptor, uint32_t events) const noexcept
+    {
+        epoll_event event{.events = events, .data = {}};
+        return epoll_ctl(epoll_.Get(), operation, descriptor, &event);
+    }
+
+    Controllerd::Descriptor epoll_{epoll_create1(EPOLL_CLOEXEC)};
+    Controllerd::Descriptor atHand_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
+    Controllerd::Descriptor over_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
+    std::atomic<bool> cancelled_ = false;
+    std::unique_ptr<Connection> connection_;
+};
+
+ControllerSignals::ControllerSignals() : listener_(std::make_unique<Listener>()) {}
 ControllerSignals::~ControllerSignals() = default;
 
 int ControllerSignals::Open()
 {
-    auto listener = std::make_unique<Listener>();
-    int result = DbusHelper::OpenUserBus(listener->bus);
-    result = result < 0 ? result : Subscribe(listener->bus.get(), listener->events);
-    if (result < 0)
+    const int result = listener_->Open();
+    if (result < 0 && result != -ECANCELED)
     {
         Log::Error("int Controllerd::ControllerSignals::Open(): Cannot listen to the controller: %s",
                    DbusHelper::Failure(DbusHelper::Step::Open, result).errorText.c_str());
-        return result;
     }
-    listener_ = std::move(listener);
-    return 0;
+    return result;
 }
 
 int ControllerSignals::Next(ControllerEvent& event, int timeoutMilliseconds)
 {
-    if (listener_ == nullptr)
-    {
-        return -ENOTCONN;
-    }
     const auto deadline = steady_clock::now() + milliseconds(timeoutMilliseconds);
-    while (listener_->events.empty())
+    int result = listener_->IsCancelled() ? -ECANCELED : 0;
+    while (result >= 0 && !listener_->Take(event))
     {
-        int result = sd_bus_process(listener_->bus.get(), nullptr);
-        if (result > 0)
+        result = listener_->Process();
+        if (result != 0)
         {
             continue;
         }
-        const auto left = duration_cast<microseconds>(deadline - steady_clock::now()).count();
-        if (result == 0 && timeoutMilliseconds >= 0 && left <= 0)
+        const int left = timeoutMilliseconds < 0 ? -1 : Milliseconds(deadline);
+        if (left == 0)
         {
             return 0;
         }
-        const uint64_t patience = timeoutMilliseconds < 0 ? UINT64_MAX : static_cast<uint64_t>(left);
-        result = result < 0 ? result : sd_bus_wait(listener_->bus.get(), patience);
-        if (result < 0 && result != -EINTR)
-        {
-            Log::Error(
-                "int Controllerd::ControllerSignals::Next(Controllerd::ControllerEvent&, int): The bus is gone: %s",
-                DbusHelper::Failure(DbusHelper::Step::Call, result).errorText.c_str());
-            return result;
-        }
+        listener_->Wait(left);
     }
-    event = std::move(listener_->events.front());
-    listener_->events.pop_front();
-    return 1;
+    listener_->Show();
+    return result < 0 ? listener_->End("Next(Controllerd::ControllerEvent&, int)", result) : 1;
 }
+
+int ControllerSignals::Dispatch()
+{
+    constexpr int most = 64; // messages at a time, for a loop to turn in between
+    int result = 1;
+    for (int count = 0; result > 0 && count < most; ++count)
+    {
+        result = listener_->Process();
+    }
+    listener_->Show();
+    const int kept = result == -ECANCELED ? 0 : listener_->Count(); // what was heard before the end comes before it
+    return result < 0 && kept == 0 ? listener_->End("Dispatch()", result) : kept;
+}
+
+int ControllerSignals::Descriptor() const noexcept { return listener_->Poll(); }
+int ControllerSignals::TimeoutMilliseconds() const { return listener_->Timeout(); }
+void ControllerSignals::Cancel() noexcept { listener_->Cancel(); }
 
 } // namespace Controllerd

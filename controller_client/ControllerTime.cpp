@@ -60,14 +60,14 @@ int Handler::SetTimeGPS() { return Ask({SIGNATURE_OF(SetTimeGPS), "SetTimeGPS"},
 int Handler::GetTime(LocalDateTime& dateTime, bool local)
 {
     return ReportTime(signatureText<int(LocalDateTime&, bool), "GetTime">.c_str(),
-                      DbusHelper::Call(controllerEndpoint, "GetTime", Fields(dateTime), local));
+                      Call("GetTime", Fields(dateTime), local));
 }
 
 // The lines deliberately name "GetTime", not "GetTimeSecs", and tell an unreadable reply twice.
 int Handler::GetTime(time_t& seconds, bool& dst, bool local)
 {
     int32_t answer = 0;
-    const Outcome outcome = DbusHelper::Call(controllerEndpoint, "GetTimeSecs", std::tie(answer, dst), local);
+    const Outcome outcome = Call("GetTimeSecs", std::tie(answer, dst), local);
     const int result = ReportTime(signatureText<int(time_t&, bool&, bool), "GetTime">.c_str(), outcome);
     if (outcome.step == Step::Read)
     {
@@ -119,8 +119,7 @@ int Handler::GetTimeSourceAvailable(int& source)
 int Handler::GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool dst)
 {
     constexpr const char* signature = SIGNATURE_OF(GetTimezoneFromUTC);
-    const Outcome outcome =
-        DbusHelper::Call(controllerEndpoint, "GetTimezoneFromUTC", std::tie(timezone), offsetSeconds, dst);
+    const Outcome outcome = Call("GetTimezoneFromUTC", std::tie(timezone), offsetSeconds, dst);
     if (outcome.step == Step::Open || outcome.step == Step::Read || outcome.Ok())
     {
         return Report({signature}, outcome);

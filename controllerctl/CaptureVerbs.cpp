@@ -93,8 +93,10 @@ Answer Snapshot(const Arguments& arguments)
 
 Answer Screenshot(const Arguments& arguments)
 {
-    string folder = Absolute(arguments.value("folder", ""));
-    return AskForFile(&Client::TakeScreenshot, folder);
+    const auto take = [](const string& folder, string& path, int& code, string& message) {
+        return Client::TakeScreenshot(folder, path, code, message);
+    };
+    return AskForFile(take, Absolute(arguments.value("folder", "")));
 }
 
 Answer RecordStart(const Arguments& arguments)
@@ -105,17 +107,20 @@ Answer RecordStart(const Arguments& arguments)
 
 Answer PlayStart(const Arguments& arguments)
 {
-    string file = Absolute(arguments.at("file").get<string>());
-    double rate = arguments.at("rate").get<double>();
-    return Ask(&Client::StartPlayback, file, rate);
+    const auto start = [](const string& file, double rate, int& code, string& message) {
+        return Client::StartPlayback(file, rate, code, message);
+    };
+    return Ask(start, Absolute(arguments.at("file").get<string>()), arguments.at("rate").get<double>());
 }
 
 Answer PlayStop(const Arguments& arguments) { return Ask(&Client::StopPlayback, !arguments.at("no-live").get<bool>()); }
 
 Answer PlaySeek(const Arguments& arguments)
 {
-    int position = arguments.at("position").get<int>();
-    return Ask(&Client::SeekPlayback, position);
+    const auto seek = [](int position, int& code, string& message) {
+        return Client::SeekPlayback(position, code, message);
+    };
+    return Ask(seek, arguments.at("position").get<int>());
 }
 
 } // namespace

@@ -44,6 +44,7 @@ Json FieldsOf(const ControllerEvent& event)
                 {"value", event.arguments.empty() ? Json() : FromController(event.arguments.front())}};
     case EventKind::Started:
     case EventKind::Stopped:
+    case EventKind::Lost: // never here: every event is taken as soon as it has come
         break;
     }
     return {{"event", "controller"}, {"running", event.kind == EventKind::Started}};

@@ -1,7 +1,12 @@
+#include "controller_client/ControllerAsync.h"
 #include "controller_client/ControllerDaemonDbusHandler.h"
+#include "controller_client/ControllerSignals.h"
 #include "tests/driver/OperationTable.h"
 
+#include <poll.h>
+
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 namespace
@@ -49,6 +54,13 @@ int SeekPlayback(int position, int& code, string& message)
     return given == position ? result : -1;
 }
 
+int SeekPlaybackOnce()
+{
+    int code = 0;
+    string message;
+    return SeekPlayback(1, code, message);
+}
+
 int TakeScreenshot(const string& folder, string& path, int& code, string& message)
 {
     string given = folder;
@@ -86,6 +98,64 @@ int TakeScreenshotsTogether(int threads, int calls)
     return failures;
 }
 
+/// Has screenshots taken by a worker, that many times, and looks at each in a loop of its own. Returns the number of
+/// those that were not answered with a picture in their own folder, in order.
+int TakeScreenshotsMeanwhile(int calls)
+{
+    Controllerd::ControllerAsync worker;
+    int over = 0;
+    int failures = 0;
+    for (int call = 0; call < calls; ++call)
+    {
+        const string folder = string("/").append(std::to_string(call));
+        const int queued = worker.Start(
+            [folder] {
+                string path;
+                string message;
+                int code = -1;
+                const int result = TakeScreenshot(folder, path, code, message);
+                return result >= 0 && code == 0 ? path : "";
+            },
+            [&, call, folder](const string& path) {
+                failures += path == folder + "/screenshot.png" && over == call ? 0 : 1;
+                ++over;
+            });
+        failures += queued < 0 ? 1 : 0;
+    }
+    pollfd entry{.fd = worker.Descriptor(), .events = POLLIN, .revents = 0};
+    while (over < calls && failures == 0 && poll(&entry, 1, -1) > 0)
+    {
+        worker.Dispatch();
+    }
+    // What is never seen again: neither the call in progress nor those behind it may touch what has gone.
+    int dropped = worker.Start([] { return SeekPlaybackOnce(); }, [&failures](int) { ++failures; });
+    dropped |= worker.Start([] { return SeekPlaybackOnce(); }, [&failures](int) { ++failures; });
+    return failures + dropped;
+}
+
+/// Listens in one thread, that many times, until another one ends it. Returns the number of times that it ended
+/// otherwise.
+int ListenUntilCancelled(int times)
+{
+    int failures = 0;
+    for (int time = 0; time < times; ++time)
+    {
+        Controllerd::ControllerSignals signals;
+        int result = signals.Open();
+        std::thread listener([&] {
+            Controllerd::ControllerEvent event;
+            while (result >= 0)
+            {
+                result = signals.Next(event, -1);
+            }
+        });
+        signals.Cancel();
+        listener.join();
+        failures += result == -ECANCELED && signals.Dispatch() == -ECANCELED ? 0 : 1;
+    }
+    return failures;
+}
+
 } // namespace
 
 #define ADD(operation) table.Add("controller." #operation, &ControllerDaemonDbusHandler::operation)
@@ -105,7 +175,7 @@ void AddOperations(Driver::OperationTable& table)
     ADD(SetMicrophoneEnabled);
     ADD(SetSpeakerEnabled);
     ADD(SetSpeakerVolume);
-    ADD(PlayAudio);
+    table.Add<int(string)>("controller.PlayAudio", &ControllerDaemonDbusHandler::PlayAudio);
     ADD(SetSondeEnabled);
     ADD(SetKeypadBeepEnabled);
     ADD(SetPlaybackRate);
@@ -131,4 +201,6 @@ void AddOperations(Driver::OperationTable& table)
     // Those that read a property.
 #include "ControllerGetters.inc"
     table.Add("together.TakeScreenshot", &TakeScreenshotsTogether);
+    table.Add("meanwhile.TakeScreenshot", &TakeScreenshotsMeanwhile);
+    table.Add("meanwhile.Cancel", &ListenUntilCancelled);
 }

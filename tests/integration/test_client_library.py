@@ -240,6 +240,27 @@ def test_many_threads_call_at_once(unit, driver):
     assert driver.descriptors() == descriptors
 
 
+def test_a_worker_calls_meanwhile(unit, driver):
+    """One call after the other, each followed by what belongs to it, and nothing stays open."""
+    calls = 200
+    driver.run("meanwhile.TakeScreenshot", 1)
+    descriptors, mark = driver.descriptors(), unit.calls.mark()
+    unit.controller.answer("Screenshot")
+    assert driver.run("meanwhile.TakeScreenshot", calls).result == 0
+    folders = [call.arguments for call in unit.calls.since(mark) if call.member == "Screenshot"]
+    assert folders == [(f"/{call}",) for call in range(calls)]
+    assert driver.descriptors() == descriptors
+
+
+def test_a_listener_is_ended_from_outside(driver):
+    """Whether it has begun to wait or not."""
+    driver.run("meanwhile.Cancel", 1)
+    descriptors = driver.descriptors()
+    outcome = driver.run("meanwhile.Cancel", 50)
+    assert (outcome.result, outcome.lines) == (0, [])
+    assert driver.descriptors() == descriptors
+
+
 # The daemon -----------------------------------------------------------------------------------------------------------
 
 @pytest.fixture(scope="module", name="daemon_unit")

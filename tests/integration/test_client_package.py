@@ -8,60 +8,32 @@ from xml.etree import ElementTree
 import pytest
 
 from tests.integration.client_driver import error
+from tests.integration.installed_client import (  # pylint: disable=unused-import
+    BUILD, ROOT, cached, install, instrumentation, library_folder_fixture, prefix_fixture, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.declaration import controller_text
 
-BUILD = os.environ["CCU_BUILD_DIR"]
-ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 INTERFACE = "com.tavilon.common.Controller1.Control"
 CLASS = "Controllerd::ControllerDaemonDbusHandler::"
-HEADERS = {"ControllerDaemonDbusHandler.h", "ControllerFailure.h", "ControllerSignals.h", "Export.h", "LocalDateTime.h"}
-#: What the library gives away besides the operations.
-OTHERS = {"Controllerd::ControllerFailure::Last()", "Controllerd::ControllerSignals::Open()",
-          "Controllerd::ControllerSignals::Next(Controllerd::ControllerEvent&, int)",
-          "Controllerd::ControllerSignals::ControllerSignals()", "Controllerd::ControllerSignals::~ControllerSignals()"}
-
-
-def run(*command, **options):
-    """What a command prints; it must succeed."""
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False, **options)
-    assert done.returncode == 0, f"{command}: {done.stdout}"
-    return done.stdout
-
-
-def cached(name):
-    """A value that the build was configured with."""
-    with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as file:
-        found = re.search(rf"^{name}:\w+=(.*)$", file.read(), re.MULTILINE)
-    return found.group(1) if found else ""
-
-
-def instrumentation():
-    """A program that loads an instrumented library is instrumented itself."""
-    return [f"-fsanitize={cached('CCU_SANITIZE')}"] if cached("CCU_SANITIZE") else []
-
-
-def install(folder, *components):
-    """Installs components; returns the files, relative to the folder."""
-    for component in components:
-        run("cmake", "--install", BUILD, "--prefix", str(folder), "--component", component)
-    return {os.path.relpath(os.path.join(parent, name), folder)
-            for parent, _, names in os.walk(folder) for name in names}
-
-
-@pytest.fixture(scope="module", name="prefix")
-def prefix_fixture(tmp_path_factory):
-    """Where the library is installed, moved after the installation: nothing depends on the place."""
-    folder = tmp_path_factory.mktemp("package") / "installed"
-    install(folder, "client", "client_dev")
-    return str(folder.rename(folder.with_name("moved")))
-
-
-@pytest.fixture(scope="module", name="library_folder")
-def library_folder_fixture(prefix):
-    """The installed library's folder."""
-    return os.path.join(prefix, cached("CMAKE_INSTALL_LIBDIR"))
+HEADERS = {"ControllerAsync.h", "ControllerCodes.h", "ControllerDaemonDbusHandler.h", "ControllerFailure.h",
+           "ControllerSignals.h", "ControllerTimeout.h", "Export.h", "LocalDateTime.h"}
+TEXT = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >"
+#: What the library gives away besides the operations, by the version in which it came.
+OTHERS = {
+    "1": {"ControllerFailure::Last()", "ControllerSignals::Open()", "ControllerSignals::Next(ControllerEvent&, int)",
+          "ControllerSignals::ControllerSignals()", "ControllerSignals::~ControllerSignals()"},
+    "1.1": {"ControllerSignals::Cancel()", "ControllerSignals::Descriptor() const", "ControllerSignals::Dispatch()",
+            "ControllerSignals::TimeoutMilliseconds() const", "ControllerAsync::ControllerAsync()",
+            "ControllerAsync::~ControllerAsync()", "ControllerAsync::Descriptor() const", "ControllerAsync::Dispatch()",
+            "ControllerAsync::Queue(std::function<void ()>, std::function<void ()>, int)",
+            "ControllerTimeout::ControllerTimeout(int)", "ControllerTimeout::~ControllerTimeout()",
+            "CaptureErrorCode::Text(int)", "CaptureRuntimeError::Text(int)", "CaptureType::Text(int)",
+            "PlaybackErrorCode::Text(int)", "PlaybackRuntimeError::Text(int)"}}
+#: The operations that came after the first version.
+LATER = {"1.1": {f"StartPlayback({TEXT} const&, double const&, int&, {TEXT}&)",
+                 f"SeekPlayback(int const&, int&, {TEXT}&)",
+                 f"TakeScreenshot({TEXT} const&, {TEXT}&, int&, {TEXT}&)"}}
 
 
 @pytest.fixture(scope="module", name="example")
@@ -86,12 +58,17 @@ def unit_fixture():
 def check_program(unit, program, library_folder):
     """The program takes a snapshot by the controller that is there, and tells of one that is not."""
     environment = {**os.environ, **unit.daemon.environment(), "LD_LIBRARY_PATH": library_folder}
-    mark, log = unit.calls.mark(), unit.log.mark()
+    mark = unit.calls.mark()
     assert run(program, env=environment) == "/snapshot.jpeg\n"
     assert [(call.member, call.arguments) for call in unit.calls.since(mark)] == [("Snapshot", (1920, 1080, 90))]
+    rule = unit.faults.on("controller", "Snapshot")
+    done = subprocess.run([program], env=environment, capture_output=True, text=True, check=False)
+    rule.cancel()
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", "refused by the simulation\n")
+    log = unit.log.mark()
     environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={unit.directory}/no-bus"
     done = subprocess.run([program], env=environment, capture_output=True, text=True, check=False)
-    assert (done.returncode, done.stdout, done.stderr) == (2, "", "the controller cannot be reached\n")
+    assert (done.returncode, done.stdout, done.stderr) == (2, "", "No such file or directory\n")
     assert unit.log.since(log) == [error(
         "static int Controllerd::ControllerDaemonDbusHandler::TakeSnapshot(unsigned int, unsigned int, unsigned int, "
         "std::string&, int&, std::string&): Cannot open bus")]
@@ -115,7 +92,8 @@ def test_a_program_is_built_by_pkg_config(unit, library_folder, example):
     check_program(unit, str(example / "snapshot"), library_folder)
 
 
-@pytest.mark.parametrize("wanted, suits", [("1.0", True), ("1.0.0", True), ("1.1", False), ("2.0", False)])
+@pytest.mark.parametrize("wanted, suits", [("1.0", True), ("1.1", True), ("1.1.0", True), ("1.2", False),
+                                            ("2.0", False)])
 def test_the_version_is_told(prefix, library_folder, tmp_path, wanted, suits):
     """Another main version does not suit, nor does a later one."""
     script = tmp_path / "wanted.cmake"
@@ -125,7 +103,7 @@ def test_the_version_is_told(prefix, library_folder, tmp_path, wanted, suits):
                       "message(\"suits ${{PACKAGE_VERSION_COMPATIBLE}}\")\n".format(wanted, library_folder))
     assert ("suits TRUE" in run("cmake", "-P", str(script))) == suits
     environment = {**os.environ, "PKG_CONFIG_PATH": os.path.join(library_folder, "pkgconfig")}
-    assert run("pkg-config", "--modversion", "controller-client", env=environment) == "1.0.0\n"
+    assert run("pkg-config", "--modversion", "controller-client", env=environment) == "1.1.0\n"
     assert prefix in run("pkg-config", "--cflags", "controller-client", env=environment)
 
 
@@ -133,7 +111,7 @@ def test_each_component_has_its_files(tmp_path):
     """A unit gets the library and the daemon alone; what programmers need comes apart."""
     libraries = cached("CMAKE_INSTALL_LIBDIR")
     client = install(tmp_path / "client", "client")
-    assert client == {f"{libraries}/libcontroller-client.so.1", f"{libraries}/libcontroller-client.so.1.0.0"}
+    assert client == {f"{libraries}/libcontroller-client.so.1", f"{libraries}/libcontroller-client.so.1.1.0"}
     development = install(tmp_path / "client_dev", "client_dev")
     assert {name for name in development if name.startswith("include/")} == \
         {f"include/controller_client/{name}" for name in HEADERS}
@@ -159,14 +137,21 @@ def test_the_library_exports_its_classes_alone(library_folder):
     """Each operation once, under the version's name; neither the core nor the standard library's templates."""
     library = os.path.join(library_folder, "libcontroller-client.so")
     symbols = [line.split(" ", 2)[1:] for line in run("nm", "-DC", "--defined-only", library).splitlines()]
-    functions = [name for kind, name in symbols if kind != "A"]
     assert all(kind == "T" for kind, _ in symbols if kind != "A")
-    assert all(name.endswith("@@CONTROLLER_CLIENT_1") for name in functions), functions
-    operations = [name for name in functions if name.startswith(CLASS)]
-    assert {name.partition("@@")[0] for name in set(functions) - set(operations)} == OTHERS
+    operations = []
+    for version in ("1", "1.1"):
+        functions = {name.partition("@@")[0] for kind, name in symbols
+                     if kind != "A" and name.endswith(f"@@CONTROLLER_CLIENT_{version}")}
+        came = {name.removeprefix(CLASS) for name in functions if name.startswith(CLASS)}
+        assert {name.replace("Controllerd::", "") for name in functions if not name.startswith(CLASS)} == \
+            OTHERS[version]
+        assert came == LATER.get(version, came)
+        operations += came
     with open(os.path.join(ROOT, "controller_client", "ControllerDaemonDbusHandler.h"), encoding="utf-8") as file:
-        listed = re.findall(r"^    static int (\w+)\(", file.read(), re.MULTILINE)
-    assert sorted(name.removeprefix(CLASS).partition("(")[0] for name in operations) == sorted(listed)
+        text = re.sub(r"static int [^;]* = delete;", "", file.read())
+    listed = re.findall(r"\bstatic int (\w+)\(", text)
+    assert sorted(name.partition("(")[0] for name in operations) == sorted(listed)
+    assert len(re.findall(r"CONTROLLER_CLIENT_RESULT static int ", text)) == len(listed)
 
 
 def test_the_library_says_what_it_is_and_needs(library_folder):
