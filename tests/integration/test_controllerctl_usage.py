@@ -87,7 +87,7 @@ def test_every_verb_has_wrong_usages():
 def test_the_version(unit):
     """Is told without a controller."""
     told = run(unit, "--version", DBUS_SESSION_BUS_ADDRESS=None)
-    assert (told.status, told.out, told.errors) == (DONE, "controllerctl 1.0.0\n", "")
+    assert (told.status, told.out, told.errors) == (DONE, "controllerctl 1.1.0\n", "")
 
 
 # Names and places -----------------------------------------------------------------------------------------------------

@@ -170,4 +170,4 @@ def test_the_installed_daemon_comes_up(running, installed):
 def test_the_installed_control_runs(running, installed):
     unit, inside = running
     assert run(*inside, installed.at("usr/bin/controllerctl"), "--version",
-               env=unit.daemon.environment()) == "controllerctl 1.0.0\n"
+               env=unit.daemon.environment()) == "controllerctl 1.1.0\n"

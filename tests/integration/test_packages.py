@@ -26,11 +26,13 @@ CONTENTS = {
     "controllerd": [UNIT_FILE, "lib/udev/rules.d/60-controllerd.rules", "usr/bin/controllerd",
                     "usr/lib/sysusers.d/controllerd.conf", "usr/share/man/man8/controllerd.8.gz",
                     "usr/share/polkit-1/rules.d/60-controllerd.rules"],
-    "libcontroller-client1": [f"{LIBRARIES}/libcontroller-client.so.1", f"{LIBRARIES}/libcontroller-client.so.1.0.0"],
+    "libcontroller-client1": [f"{LIBRARIES}/libcontroller-client.so.1", f"{LIBRARIES}/libcontroller-client.so.1.1.0"],
     "libcontroller-client-dev": [
         f"{LIBRARIES}/libcontroller-client.so", f"{LIBRARIES}/pkgconfig/controller-client.pc",
         "usr/include/controller_client/*.h", f"{LIBRARIES}/cmake/ControllerClient/*.cmake",
-        f"usr/share/dbus-1/interfaces/{INTERFACE}.Control.xml", f"usr/share/man/man5/{INTERFACE}.5.gz"],
+        f"usr/share/dbus-1/interfaces/{INTERFACE}.Control.xml", f"usr/share/man/man5/{INTERFACE}.5.gz",
+        "usr/share/doc/libcontroller-client-dev/examples/*.cpp",
+        "usr/share/doc/libcontroller-client-dev/examples/HeartBeat.h"],
     "controllerctl": ["usr/bin/controllerctl", "usr/share/man/man1/controllerctl.1.gz",
                       "usr/share/bash-completion/completions/controllerctl",
                       "usr/share/zsh/vendor-completions/_controllerctl"],
@@ -116,14 +118,14 @@ def test_a_package_asks_for_what_it_needs(packages, name):
     assert {item for item in asked if not SANITIZERS.match(item)} == DEPENDENCIES[name]
     for library in DEPENDENCIES[name] & {"libc6", "libstdc++6", "libsystemd0"}:
         assert asked[library].startswith(">= "), library
-    assert asked.get("libcontroller-client1", "") == {"libcontroller-client-dev": "= 1.0.0",
-                                                      "controllerctl": ">= 1.0.0"}.get(name, "")
+    assert asked.get("libcontroller-client1", "") == {"libcontroller-client-dev": "= 1.1.0",
+                                                      "controllerctl": ">= 1.1.0"}.get(name, "")
 
 
 def test_the_library_lists_its_symbols(packages, tmp_path):
     """All that it exports, since the first version of the library."""
     package = packages["libcontroller-client1"]
-    assert control_member(package, "shlibs") == "libcontroller-client 1 libcontroller-client1 (>= 1.0.0)\n"
+    assert control_member(package, "shlibs") == "libcontroller-client 1 libcontroller-client1 (>= 1.1.0)\n"
     assert control_member(package, "triggers") == "activate-noawait ldconfig\n"
     first, _, *listed = control_member(package, "symbols").splitlines()
     assert first == "libcontroller-client.so.1 libcontroller-client1 #MINVER#"
@@ -137,7 +139,7 @@ def test_the_library_lists_its_symbols(packages, tmp_path):
 def test_programs_are_stripped_and_look_for_libraries_where_they_should(packages, tmp_path):
     for name in set(packages) - {"libcontroller-client-dev"}:
         run("dpkg-deb", "--extract", packages[name], str(tmp_path))
-    for path in [*glob.glob(f"{tmp_path}/usr/bin/*"), f"{tmp_path}/{LIBRARIES}/libcontroller-client.so.1.0.0"]:
+    for path in [*glob.glob(f"{tmp_path}/usr/bin/*"), f"{tmp_path}/{LIBRARIES}/libcontroller-client.so.1.1.0"]:
         sections = run("readelf", "--section-headers", "--wide", path)
         assert ".debug_" not in sections and ".symtab" not in sections, path
         assert "RUNPATH" not in run("readelf", "--dynamic", path)
