@@ -126,6 +126,7 @@ struct ControllerAsync::Worker
             lock.unlock();
             {
                 const ControllerTimeout limit(call.timeoutMilliseconds);
+                Remember(ControllerFailure()); // a call without operations has none
                 call.work();
                 call.failure = ControllerFailure::Last();
             }

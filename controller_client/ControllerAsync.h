@@ -39,8 +39,9 @@ class CONTROLLER_CLIENT_API ControllerAsync
 
     /// Has `call()` run on the worker, each of its operations limited as by `ControllerTimeout`, and then `done` in
     /// `Dispatch` with what it returned, which it must: of a type that can be made without arguments. While `done`
-    /// runs, `ControllerFailure::Last` has the failure of the call's last operation. Neither may throw. 0, or negative
-    /// errno-style when there is no thread or no descriptor to be had; then nothing will run.
+    /// runs, `ControllerFailure::Last` has the failure of the call's last operation. `call` must not throw; what `done`
+    /// throws comes out of `Dispatch`. 0, or negative errno-style when there is no thread or no descriptor to be had;
+    /// then nothing will run.
     template <typename Call, typename Done>
     CONTROLLER_CLIENT_RESULT int Start(Call call, Done done, int timeoutMilliseconds = ControllerTimeout::none)
     {

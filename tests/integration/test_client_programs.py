@@ -221,8 +221,11 @@ int main()
         },
         [&](int) {
             order += " " + ControllerFailure::Last().message;
-            calls.reset(); // nothing follows any more
         });
+    queued |= calls->Start([] { return 4; }, [&](int done) {
+        order += " " + std::to_string(done) + ControllerFailure::Last().message;
+        calls.reset(); // nothing follows any more
+    });
     queued |= calls->Start([] { return 9; }, [&order](int done) { order += std::to_string(done); });
     while (calls != nullptr && poll(&entry, 1, 30000) > 0)
     {
@@ -230,7 +233,7 @@ int main()
     }
     std::cout << queued << " " << order << std::endl;
 }
-""", "0 012 No such file or directory\n"),
+""", "0 012 No such file or directory 4\n"),
 }
 
 
