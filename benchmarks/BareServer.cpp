@@ -80,6 +80,18 @@ const sd_bus_vtable table[] = {
     SD_BUS_VTABLE_END,
 };
 
+/// A start tells of three properties that it has set.
+bool TellThreeTimes(sd_bus* bus)
+{
+    int result = 0;
+    for (int i = 0; i < 3 && result >= 0; ++i)
+    {
+        result = sd_bus_emit_properties_changed(bus, "/com/tavilon/common/BareServer1",
+                                                "com.tavilon.common.BareServer1.Control", "KeypadBeepEnabled", nullptr);
+    }
+    return result >= 0;
+}
+
 Work ReadWork(int count, char** texts)
 {
     Work work;
@@ -114,7 +126,8 @@ int main(int count, char** arguments)
         sd_bus_open_user(&bus) < 0 || sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
         sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
                                  "com.tavilon.common.BareServer1.Control", table, &work) < 0 ||
-        sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0)
+        sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0 ||
+        (work.occasion == "start" && !TellThreeTimes(bus)))
     {
         return EXIT_FAILURE;
     }

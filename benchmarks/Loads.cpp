@@ -7,9 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -100,23 +101,30 @@ void Run(const std::vector<std::string>& words)
     }
 }
 
-/// The daemon's processor time of a piece of work, the least of several times: what others do beside it only adds.
-double LeastCpu(const Service& daemon, size_t times, const std::function<void()>& work)
+/// Sizes of what grows, and the daemon's processor time with each: the least of several times, since what others do
+/// beside it only adds.
+using Sized = std::array<std::pair<uint32_t, double>, 3>;
+
+Sized LeastCpu(const std::array<uint32_t, 3>& sizes, const Service& daemon, size_t times,
+               const std::function<void(uint32_t size)>& prepare, const std::function<void()>& work)
 {
-    work();
-    std::vector<double> seconds;
+    Sized sized;
     for (size_t i = 0; i < times; ++i)
     {
         ThrowIfInterrupted();
-        const double before = daemon.process.CpuSeconds();
-        work();
-        seconds.push_back(daemon.process.CpuSeconds() - before);
+        for (size_t place = 0; place < sizes.size(); ++place)
+        {
+            prepare(sizes.at(place));
+            const double before = daemon.process.CpuSeconds();
+            work();
+            const double seconds = daemon.process.CpuSeconds() - before;
+            auto& [size, least] = sized.at(place);
+            size = sizes.at(place);
+            least = i == 0 ? seconds : std::min(least, seconds);
+        }
     }
-    return SpreadOf(std::move(seconds)).least;
+    return sized;
 }
-
-/// Sizes of what grows, and the processor time with each.
-using Sized = std::array<std::pair<uint32_t, double>, 3>;
 
 /// With the first size's cost taken off, which is what the work costs without anything that grows.
 void AddGrowth(Table& table, const std::string& name, const Sized& sized)
@@ -220,21 +228,16 @@ void MeasureGrowth(const BenchUnit& unit, const Sizes& sizes)
 {
     const Service daemon = unit.StartDaemon();
     const std::vector<std::string> connections = unit.ConnectionsOf(daemon.process.Pid());
-    Sized devices{{{1, 0}, {100, 0}, {1000, 0}}};
-    for (auto& [count, seconds] : devices)
-    {
-        unit.Resize(count, 1);
-        seconds = LeastCpu(daemon, sizes.recordRounds, [&] {
+    const Sized devices = LeastCpu(
+        {1, 100, 1000}, daemon, sizes.recordRounds,
+        [&](uint32_t count) {
+            unit.Resize(count, 1);
             RemoveMarkers(unit);
-            StartRecording(unit);
-        });
-    }
-    Sized entries{{{1, 0}, {1000, 0}, {10'000, 0}}};
-    for (auto& [count, seconds] : entries)
-    {
-        unit.Resize(1, count);
-        seconds = LeastCpu(daemon, sizes.signalRounds, [&] { unit.Emit("StorageChanged", 1, connections); });
-    }
+        },
+        [&] { StartRecording(unit); });
+    const Sized entries = LeastCpu(
+        {1, 1000, 10'000}, daemon, sizes.signalRounds, [&](uint32_t count) { unit.Resize(1, count); },
+        [&] { unit.Emit("StorageChanged", 1, connections); });
     unit.Resize(1, 1);
     Table table({"processor time with", "", "", "", "exponent", "goal", ""});
     AddGrowth(table, "storage devices (VideoRecordStart)", devices);
