@@ -86,10 +86,24 @@ int32_t ReadLine(const Line& source, bool& enabled)
 using Words = std::initializer_list<const char*>;
 
 /// Starts a program of the PATH; 0 or an errno. Without a shell in between: whatever characters an argument has, it is
-/// one argument.
-int Spawn(pid_t& child, Words words, const posix_spawn_file_actions_t* actions = nullptr)
+/// one argument. What it prints goes to `output`, or else to nobody: the daemon's own standard output is the journal.
+/// What it complains of goes there, as nothing else tells why a mixer or a player does not do as it is told.
+int Spawn(pid_t& child, Words words, int output = -1)
 {
-    return posix_spawnp(&child, *words.begin(), actions, nullptr, const_cast<char* const*>(words.begin()), environ);
+    posix_spawn_file_actions_t actions{};
+    posix_spawn_file_actions_init(&actions);
+    if (output >= 0)
+    {
+        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    }
+    else
+    {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    }
+    const int error =
+        posix_spawnp(&child, *words.begin(), &actions, nullptr, const_cast<char* const*>(words.begin()), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return error;
 }
 
 /// Waits for a child's end; its status, as the C library's system() gives it: -1 when it is not to be had.
@@ -141,14 +155,10 @@ class Output
             close(pipe[1]);
             return;
         }
-        posix_spawn_file_actions_t actions{};
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
-        if (Spawn(child_, words, &actions) != 0)
+        if (Spawn(child_, words, pipe[1]) != 0)
         {
             child_ = 0;
         }
-        posix_spawn_file_actions_destroy(&actions);
         close(pipe[1]);
     }
     ~Output()

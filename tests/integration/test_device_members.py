@@ -96,6 +96,26 @@ def test_a_volume_that_the_mixer_takes_for_an_option_changes_nothing_and_is_no_f
     assert (unit.audio.volume, unit.client.get("SpkrVolume")) == (held, held)
 
 
+def printed(unit):
+    """What the daemon and the programs that it runs have printed, which is the service's word in the journal."""
+    with open(unit.daemon.error_path, encoding="utf-8") as file:
+        return file.read()
+
+
+def test_what_the_mixer_prints_of_a_change_is_nobodys(make_unit):
+    """At the start and later, also when it prints no end of it; what it complains of stays to be read."""
+    unit = make_unit()
+    assert unit.audio.volume is not None
+    unit.client.set("SpkrVolume", "i", 40)
+    unit.audio.say("no end\n" * 20000)
+    unit.client.set("SpkrVolume", "i", 41)
+    assert printed(unit) == ""
+    unit.audio.mend()
+    unit.audio.remove_control("HP DAC")
+    unit.client.set("SpkrVolume", "i", 42)
+    assert set(printed(unit).splitlines()) == {"amixer: Unable to find simple control 'HP DAC',0"}
+
+
 def test_values_that_somebody_else_has_changed_are_read_afresh(unit):
     """From the lines, the mixer and the hardware daemon."""
     unit.gpio.mic.value, unit.gpio.speaker.value = 0, 1
