@@ -3,6 +3,7 @@
 import glob
 import os
 import re
+import struct
 import subprocess
 import tempfile
 
@@ -155,6 +156,99 @@ def test_a_release_does_not_tell_where_it_was_built(packages, tmp_path):
         assert (done.returncode, done.stdout) == (1, "")
     # What is cut off at the installation counts in the build's identifier of the program.
     assert "[$ORIGIN/../controller_client" in run("readelf", "--dynamic", f"{BUILD}/controllerctl/controllerctl")
+
+
+# Architectures --------------------------------------------------------------------------------------------------------
+
+OWN = run("dpkg", "--print-architecture").strip()
+#: How another architecture's file differs from one that is assembled here: machine and flags of its header.
+HEADERS = {"amd64": (62, 0), "arm64": (183, 0), "armhf": (40, 0x05000400), "armel": (40, 0x05000200)}
+WORDS = {"armhf": (["--32"], ["-melf_i386"]), "armel": (["--32"], ["-melf_i386"])}  # those of 32 bits
+
+#: Installs what the packages have, in the place of a build.
+FOREIGN_BUILD = """cmake_minimum_required(VERSION 3.25)
+project(foreign LANGUAGES NONE)
+install(PROGRAMS controllerd DESTINATION bin COMPONENT daemon)
+install(PROGRAMS controllerctl DESTINATION bin COMPONENT ctl)
+install(FILES libcontroller-client.so.1.0.0 DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client)
+install(FILES CMakeLists.txt DESTINATION include COMPONENT client_dev)
+"""
+
+
+def make_foreign(path, architecture):
+    """A shared object as a compiler of that architecture would make it, as far as packages are concerned."""
+    if architecture in WORDS and OWN != "amd64":
+        pytest.skip("this machine's assembler knows no words of 32 bits")
+    path.with_suffix(".s").write_text(".globl run\nrun: nop\n")
+    path.with_suffix(".map").write_text("CONTROLLER_CLIENT_1 { global: run; };\n")
+    assembler, linker = WORDS.get(architecture, ([], []))
+    run("as", *assembler, str(path.with_suffix(".s")), "-o", str(path.with_suffix(".o")))
+    run("ld", *linker, "-shared", "-soname", "libcontroller-client.so.1", "--version-script",
+        str(path.with_suffix(".map")), str(path.with_suffix(".o")), "-o", str(path))
+    header = bytearray(path.read_bytes())
+    machine, flags = HEADERS[architecture]
+    struct.pack_into("<H", header, 18, machine)
+    struct.pack_into("<I", header, 36 if architecture in WORDS else 48, flags)
+    path.write_bytes(header)
+
+
+def make_build(folder, libraries, daemon, library, control):
+    """What was built for these architectures."""
+    folder.mkdir()
+    for name, architecture in (("controllerd", daemon), ("libcontroller-client.so.1.0.0", library),
+                               ("controllerctl", control)):
+        make_foreign(folder / name, architecture)
+    (folder / "CMakeLists.txt").write_text(FOREIGN_BUILD)
+    run("cmake", "-S", str(folder), "-B", str(folder / "build"), f"-DCMAKE_INSTALL_LIBDIR={libraries}")
+    return folder / "build"
+
+
+def packages_of(build, output):
+    """What making packages of a build comes to: its status and what it says."""
+    done = subprocess.run([os.path.join(ROOT, "packaging", "make-packages"), str(build), str(output)],
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return done.returncode, done.stdout
+
+
+@pytest.mark.parametrize("architecture, triplet", [("amd64", "x86_64-linux-gnu"), ("arm64", "aarch64-linux-gnu"),
+                                                   ("armhf", "arm-linux-gnueabihf")])
+def test_packages_are_for_what_was_built(tmp_path, architecture, triplet):
+    """Whatever machine makes them, and their libraries are where that architecture's are."""
+    build = make_build(tmp_path / "foreign", f"lib/{triplet}", *[architecture] * 3)
+    status, said = packages_of(build, tmp_path / "packages")
+    assert status == 0, said
+    made = sorted((tmp_path / "packages").iterdir())
+    assert [path.name for path in made] == [f"{name}_1.0.0_{architecture}.deb" for name in sorted(CONTENTS)]
+    assert {field(str(path), "Architecture") for path in made} == {architecture}
+
+
+def test_packages_of_this_build_are_for_its_machine(packages):
+    assert {field(path, "Architecture") for path in packages.values()} == {OWN}
+
+
+@pytest.mark.parametrize("architectures, libraries, refusal", [
+    (("amd64", "amd64", "arm64"), "lib/x86_64-linux-gnu",
+     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.0.0 is for amd64, "
+     "usr/bin/controllerctl for arm64\n"),
+    (("arm64", "amd64", "amd64"), "lib/x86_64-linux-gnu",
+     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.0.0 is for amd64, "
+     "usr/bin/controllerd for arm64\n"),
+    (("armel",) * 3, "lib/arm-linux-gnueabi",
+     "usr/lib/arm-linux-gnueabi/libcontroller-client.so.1.0.0 is for neither amd64, arm64 nor armhf: "
+     "ELF32 ARM 0x5000200, Version5 EABI, soft-float ABI\n"),
+    (("arm64",) * 3, "lib/x86_64-linux-gnu",
+     "puts libraries elsewhere than Debian does for arm64: "
+     "configure it anew (cmake --fresh), with CMAKE_INSTALL_LIBDIR=lib/aarch64-linux-gnu\n"),
+    (("amd64",) * 3, "lib",
+     "puts libraries elsewhere than Debian does for amd64: "
+     "configure it anew (cmake --fresh), with CMAKE_INSTALL_LIBDIR=lib/x86_64-linux-gnu\n")],
+    ids=["mixed control", "mixed daemon", "unknown", "another's libraries", "libraries of no architecture"])
+def test_what_is_no_build_for_one_architecture_is_refused(tmp_path, architectures, libraries, refusal):
+    """Before there is any package."""
+    build = make_build(tmp_path / "foreign", libraries, *architectures)
+    status, said = packages_of(build, tmp_path / "packages")
+    assert status == 1 and said.removeprefix(f"{build} ") == refusal
+    assert list((tmp_path / "packages").iterdir()) == []
 
 
 # System files ---------------------------------------------------------------------------------------------------------
