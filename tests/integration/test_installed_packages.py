@@ -64,8 +64,30 @@ class ThrowAwayRoot:
         return run(*_APART, self.folder, *command, env={"PATH": PATH, "LC_ALL": "C"})
 
     def dpkg(self, *arguments):
-        """Runs dpkg; the packages' scripts find the root in $DPKG_ROOT, since there is no shell in it."""
-        return self.run("dpkg", f"--root={self.folder}", "--force-depends", "--force-script-chrootless", *arguments)
+        """Runs dpkg; the packages' scripts find the root in $DPKG_ROOT, unless there is a shell in it."""
+        outside = [] if self.has("bin/sh") else ["--force-script-chrootless"]
+        return self.run("dpkg", f"--root={self.folder}", "--force-depends", *outside, *arguments)
+
+    def stand_in(self, name, text):
+        """Puts a script in the place of a program that would do something to the machine."""
+        self.write(f"usr/sbin/{name}", f"#!/bin/sh\n{text}\n")
+        os.chmod(self.at("usr/sbin", name), 0o755)
+
+    def switch_on(self):
+        """Makes the root one that is up, whose packages' scripts run in it; what they tell others to do is noted."""
+        for name in ("sh", "systemd-sysusers"):
+            shutil.copy(f"/bin/{name}", self.at("usr/bin"))
+        self.add_libraries()
+        os.makedirs(self.at("run/systemd/system"))
+        self.write("dev/null", "")
+        for name in ("deb-systemd-helper", "deb-systemd-invoke", "systemctl", "udevadm"):
+            self.stand_in(name, f'echo "{name} $*" >>/told')
+
+    def told(self):
+        """What was told since the last time."""
+        lines = [line[0] for line in self.lines("told")]
+        self.write("told", "")
+        return lines
 
     def add_libraries(self):
         """Copies what the installed programs need from the machine."""
@@ -127,6 +149,54 @@ def test_a_unit_that_has_the_user_keeps_it(packages, make_root):
     root.dpkg("--install", packages["controllerd"])
     assert root.lines("etc/passwd") == [user.strip().split(":")]
     assert root.lines("etc/group")[:2] == [line.split(":") for line in groups.splitlines()]
+
+
+#: How udev learns of the package's rule, and applies it to the devices that are there.
+RULES_APPLIED = ["udevadm control --reload", "udevadm trigger --subsystem-match=gpio", "udevadm settle --timeout=10"]
+
+
+def udev_told(root):
+    """What udev was told."""
+    return [line for line in root.told() if line.startswith("udevadm ")]
+
+
+def test_a_unit_that_is_on_gets_its_lines_at_once(packages, make_root):
+    """udev is asked when it can know the rule and its group, and has done it before a daemon is started."""
+    root = make_root()
+    root.switch_on()
+    root.stand_in("udevadm", 'rule=/lib/udev/rules.d/60-controllerd.rules\n'
+                             'while IFS=: read -r group rest; do [ "$group" = gpio ] && break; done </etc/group\n'
+                             '[ "$group" = gpio ] && [ -e "$rule" ] && echo "udevadm $*" >>/told')
+    for _ in range(2):  # the second time is an upgrade, which restarts the daemon
+        root.dpkg("--install", packages["controllerd"])
+        told = root.told()
+        assert [line for line in told if line.startswith("udevadm ")] == RULES_APPLIED
+    assert told.index("deb-systemd-invoke try-restart controllerd.service") > told.index(RULES_APPLIED[-1])
+
+
+@pytest.mark.parametrize("udevadm, told", [
+    (None, []), ('echo "udevadm $*" >>/told; exit 1', RULES_APPLIED[:1]),
+    ('echo "udevadm $*" >>/told; [ $1 = control ]', RULES_APPLIED)], ids=["missing", "without udevd", "failing"])
+def test_a_unit_whose_udev_does_nothing_is_installed_all_the_same(packages, make_root, udevadm, told):
+    root = make_root()
+    root.switch_on()
+    if udevadm is None:
+        os.remove(root.at("usr/sbin/udevadm"))
+    else:
+        root.stand_in("udevadm", udevadm)
+    root.dpkg("--install", packages["controllerd"])
+    assert udev_told(root) == told
+    assert root.run("dpkg-query", f"--root={root.folder}", "--show", "--showformat=${Status}", "controllerd") == \
+        "install ok installed"
+
+
+def test_who_makes_an_image_keeps_the_devices_of_the_machine(packages, make_root):
+    root = make_root()
+    root.stand_in("udevadm", f'echo "udevadm $*" >>{root.at("told")}')
+    root.write("told", "")
+    root.run("env", f"PATH={root.at('usr/sbin')}:{PATH}", "dpkg", f"--root={root.folder}", "--force-depends",
+             "--force-script-chrootless", "--install", packages["controllerd"])
+    assert root.told() == []
 
 
 def test_an_operators_choice_outlives_an_upgrade(packages, make_root):
