@@ -75,7 +75,7 @@ class ThrowAwayRoot:
 
     def switch_on(self):
         """Makes the root one that is up, whose packages' scripts run in it; what they tell others to do is noted."""
-        for name in ("sh", "systemd-sysusers"):
+        for name in ("sh", "cat", "getent", "grep", "mkdir", "rm", "rmdir", "sed", "systemd-sysusers"):
             shutil.copy(f"/bin/{name}", self.at("usr/bin"))
         self.add_libraries()
         os.makedirs(self.at("run/systemd/system"))
@@ -149,6 +149,71 @@ def test_a_unit_that_has_the_user_keeps_it(packages, make_root):
     root.dpkg("--install", packages["controllerd"])
     assert root.lines("etc/passwd") == [user.strip().split(":")]
     assert root.lines("etc/group")[:2] == [line.split(":") for line in groups.splitlines()]
+
+
+def service_of(root):
+    """The number of the user whose service and bus are the daemon's in this root, as systemd reads what is there."""
+    folders = [root.at(folder, "systemd/system") for folder in ("etc", "lib")]
+    units = run("unshare", "--user", "/lib/systemd/systemd", "--test", "--system", "--unit=controllerd.service",
+                env={"PATH": PATH, "SYSTEMD_UNIT_PATH": ":".join([*folders, ""])})
+    unit = re.search(r"-> Unit controllerd\.service:\n(.*?)-> Unit ", units, re.DOTALL).group(1)
+    numbers = [re.findall(expression, unit) for expression in (
+        r"Wants: user@(\d+)\.service", r"\bAfter: user@(\d+)\.service", r"BUS_ADDRESS=unix:path=/run/user/(\d+)/bus\n")]
+    assert numbers[0] == numbers[1] == numbers[2] and len(numbers[0]) == 1
+    return int(numbers[0][0])
+
+
+DROP_IN = "etc/systemd/system/controllerd.service.d/10-user.conf"
+
+
+def number_of(root):
+    """That of the unit's user."""
+    return next(int(line[2]) for line in root.lines("etc/passwd") if line[0] == "ccu")
+
+
+@pytest.mark.parametrize("on", [False, True], ids=["from outside", "on the unit"])
+@pytest.mark.parametrize("passwd", ["", "ccu:x:1234:1234::/data:/bin/bash\n", "guest:x:1000:1000::/:/bin/sh\n"],
+                         ids=["nobody", "another number", "number taken"])
+def test_the_service_has_the_bus_of_its_user(packages, make_root, passwd, on):
+    """Whatever its number is, and nobody else's beside it; the package tells when it is not the usual one."""
+    root = make_root()
+    if on:
+        root.switch_on()
+    root.write("etc/passwd", passwd)
+    root.write("etc/group", re.sub(r"(\w+):x:\d+:(\d+):.*", r"\1:x:\2:", passwd))
+    said = root.dpkg("--install", packages["controllerd"])
+    number = number_of(root)
+    assert number == 1000 if passwd == "" else number == 1234 if "ccu" in passwd else number not in (0, 1000)
+    assert service_of(root) == number
+    line = f"controllerd: user ccu has number {number}, not 1000; /{DROP_IN} tells the service\n"
+    assert (line in said, root.has(DROP_IN)) == (number != 1000, number != 1000)
+
+
+def test_the_packages_word_on_the_number_follows_the_user_and_goes_with_the_package(packages, make_root):
+    root = make_root()
+    root.write("etc/group", "")
+    for number in (1234, 1235, 1000, 1236):
+        root.write("etc/passwd", f"ccu:x:{number}:{number}::/data:/bin/bash\n")
+        root.dpkg("--install", packages["controllerd"])
+        assert service_of(root) == number
+    root.dpkg("--purge", "controllerd")
+    assert not root.has(os.path.dirname(DROP_IN))
+
+
+def test_an_operators_word_on_the_number_stays(packages, make_root):
+    """Through upgrades and the end of the package."""
+    root = make_root()
+    os.makedirs(os.path.dirname(root.at(DROP_IN)))
+    root.write("etc/passwd", "ccu:x:1234:1234::/data:/bin/bash\n")
+    root.write("etc/group", "")
+    text = "[Service]\nUser=operator\n"
+    root.write(DROP_IN, text)
+    line = f"controllerd: user ccu has number 1234, not 1000; /{DROP_IN} stays as it is\n"
+    for _ in range(2):
+        assert line in root.dpkg("--install", packages["controllerd"])
+    root.dpkg("--purge", "controllerd")
+    with open(root.at(DROP_IN), encoding="utf-8") as file:
+        assert file.read() == text
 
 
 #: How udev learns of the package's rule, and applies it to the devices that are there.

@@ -116,7 +116,8 @@ def test_the_daemons_page_names_what_the_service_gives_it():
     for device in devices:
         assert re.search(rf'^\.IR? .*{device}\b', described, re.MULTILINE), device
     user = re.search(r"^User=(\w+)$", service, re.MULTILINE).group(1)
-    number = re.search(r"^Wants=user@(\d+)\.service$", service, re.MULTILINE).group(1)
+    drop_in = text_of("packaging", "systemd", "10-user.conf")
+    number = re.search(r"^Wants=user@(\d+)\.service$", drop_in, re.MULTILINE).group(1)
     assert f"\n.BR {user} ,\nnumber {number}, " in described
 
 

@@ -24,8 +24,8 @@ def packages_fixture(tmp_path_factory):
 
 #: What a package has besides the two files that all have.
 CONTENTS = {
-    "controllerd": [UNIT_FILE, "lib/udev/rules.d/60-controllerd.rules", "usr/bin/controllerd",
-                    "usr/lib/sysusers.d/controllerd.conf", "usr/share/man/man8/controllerd.8.gz",
+    "controllerd": [UNIT_FILE, f"{UNIT_FILE}.d/10-user.conf", "lib/udev/rules.d/60-controllerd.rules",
+                    "usr/bin/controllerd", "usr/lib/sysusers.d/controllerd.conf", "usr/share/man/man8/controllerd.8.gz",
                     "usr/share/polkit-1/rules.d/60-controllerd.rules"],
     "libcontroller-client1": [f"{LIBRARIES}/libcontroller-client.so.1", f"{LIBRARIES}/libcontroller-client.so.1.1.0"],
     "libcontroller-client-dev": [
@@ -258,7 +258,8 @@ def test_user_groups_and_devices_are_those_of_the_service():
     """Of sysusers, udev and polkit alike."""
     service = text_of("packaging", "systemd", "controllerd.service")
     user = re.search(r"^User=(.*)$", service, re.MULTILINE).group(1)
-    number = re.search(r"^Wants=user@(\d+)\.service$", service, re.MULTILINE).group(1)
+    drop_in = text_of("packaging", "systemd", "10-user.conf")
+    number = re.search(r"^Wants=user@(\d+)\.service$", drop_in, re.MULTILINE).group(1)
     groups = re.search(r"^SupplementaryGroups=(.*)$", service, re.MULTILINE).group(1).split()
     created = re.findall(r"^([gu]) +(\S+) +(\S+)", text_of("packaging", "sysusers", "controllerd.conf"), re.MULTILINE)
     assert created == [("g", group, "-") for group in groups] + [("u", user, number)]

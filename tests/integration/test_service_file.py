@@ -3,6 +3,7 @@
 import ctypes
 import os
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -31,6 +32,9 @@ def service_file(tmp_path):
     path = tmp_path / "controllerd.service"
     daemon = os.path.join(os.environ["CCU_BUILD_DIR"], "daemon", "controllerd")
     path.write_text(text.replace("/usr/bin/controllerd", daemon))
+    folder = tmp_path / "controllerd.service.d"
+    folder.mkdir()
+    shutil.copy(os.path.join(ROOT, "packaging", "systemd", "10-user.conf"), folder)
     return path
 
 
@@ -93,18 +97,29 @@ def test_systemd_waits_longer_than_the_longest_start(service, make_unit, monkeyp
     assert patience > calls * call_timeout(monkeypatch)
 
 
-def test_no_numbered_user_is_required(service):
-    """By nothing: a drop-in for another user could add that one's service, but not take this one away."""
-    text = service.read_text()
-    assert not re.search(r"^(?!Wants=|After=)\w+=.*user@\d", text, re.MULTILINE)
-    assert re.findall(r"^(\w+)=.*user@1000\.service\b", text, re.MULTILINE) == ["Wants", "After"]
+#: What the service says of its user's number.
+NUMBERED = r"^(\w+)=.*(?:user@|user/)(\d+)"
+
+
+def drop_in_of(service):
+    """The one file that names the number."""
+    return (service.parent / "controllerd.service.d" / "10-user.conf").read_text()
+
+
+def test_the_users_number_is_in_one_file(service):
+    """Which another of its name takes the place of; and nothing requires the number."""
+    assert not re.search(r"user[@/]\d|\b1000\b", service.read_text())
+    assert re.findall(NUMBERED, drop_in_of(service), re.MULTILINE) == [
+        ("Wants", "1000"), ("After", "1000"), ("Environment", "1000")]
 
 
 @pytest.mark.parametrize("path", ["docs/integration.md", "packaging/man/controllerd.8"])
-def test_the_documented_drop_in_names_the_user_as_the_service_does(service, path):
-    """All that the service says of its user, and nothing else."""
-    def keys(text):
-        return re.findall(r"^(\w+)=.*(?:user@|user/)\d+", text, re.MULTILINE)
-
+def test_the_documented_drop_in_says_what_its_namesake_says(service, path):
+    """All of it, of another number, and who that is."""
     with open(os.path.join(ROOT, path), encoding="utf-8") as file:
-        assert keys(file.read()) == keys(service.read_text()) == ["Wants", "After", "Environment"]
+        text = file.read()
+    assert "/etc/systemd/system/controllerd.service.d/10-user.conf" in text
+    written = re.search(r"\[Unit\]\n(.*?\n)(?:```|\.EE)", text, re.DOTALL).group(1)
+    number = re.search(NUMBERED, written, re.MULTILINE).group(2)
+    namesake = re.findall(r"^\w+=.*", drop_in_of(service).replace("1000", number), re.MULTILINE)
+    assert re.findall(r"^\w+=.*", written, re.MULTILINE) == [*namesake[:2], "User=operator", *namesake[2:]]
