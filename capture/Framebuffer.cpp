@@ -44,7 +44,8 @@ void HandOut(uint8_t* memory, uint64_t length)
 #ifdef MADV_POPULATE_WRITE
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     const uintptr_t offset = page - reinterpret_cast<uintptr_t>(memory) % page;
-    if (length > offset)
+    constexpr uint64_t largestScreen = 64U << 20U; // what is larger is no screen but a driver's mistake
+    if (length > offset && length <= largestScreen)
     {
         madvise(memory + offset, length - offset, MADV_POPULATE_WRITE);
     }

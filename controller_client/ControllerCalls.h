@@ -53,9 +53,9 @@ class CallConnection
     DbusHelper::Outcome outcome_;
 };
 
-/// A call of a method, in silence; an empty `reply` leaves the reply's body unread.
+/// A call of a method that reports nothing; an empty `reply` leaves the reply's body unread.
 template <typename... Out, typename... In>
-DbusHelper::Outcome Call(const char* member, std::tuple<Out&...> reply, const In&... arguments)
+DbusHelper::Outcome SilentCall(const char* member, std::tuple<Out&...> reply, const In&... arguments)
 {
     const CallConnection connection;
     return connection.Failed() ? connection.Outcome()
@@ -64,9 +64,9 @@ DbusHelper::Outcome Call(const char* member, std::tuple<Out&...> reply, const In
 
 /// A call of a method; an empty `reply` leaves the reply's body unread.
 template <typename... Out, typename... In>
-int Ask(const Names& names, const char* member, std::tuple<Out&...> reply, const In&... arguments)
+int Call(const Names& names, const char* member, std::tuple<Out&...> reply, const In&... arguments)
 {
-    return Report(names, Call(member, reply, arguments...));
+    return Report(names, SilentCall(member, reply, arguments...));
 }
 
 template <typename T>
@@ -90,5 +90,3 @@ int Set(const char* signature, const char* access, const char* property, const T
 }
 
 } // namespace Controllerd
-
-#define SIGNATURE_OF(operation) (signatureText<decltype(ControllerDaemonDbusHandler::operation), #operation>.c_str())

@@ -2,6 +2,7 @@
 
 #include "controller_client/ControllerCalls.h"
 #include "controller_client/Descriptor.h"
+#include "dbus_helper/HandlerGuard.h"
 #include "dbus_helper/Handles.h"
 #include "dbus_helper/Log.h"
 
@@ -41,6 +42,9 @@ class Events
         }
         events_.push_back(std::move(event));
     }
+
+    /// An event could not be kept.
+    void Lose() { ++lost_; }
 
     bool Take(ControllerEvent& event)
     {
@@ -126,7 +130,7 @@ int ReadVariant(sd_bus_message* message, ControllerValue& value)
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
-int OnSignal(sd_bus_message* message, void* events, sd_bus_error* /*error*/)
+void OnSignal(sd_bus_message* message, Events& events)
 {
     ControllerEvent event;
     event.name = sd_bus_message_get_member(message);
@@ -140,8 +144,7 @@ int OnSignal(sd_bus_message* message, void* events, sd_bus_error* /*error*/)
             event.arguments.push_back(std::move(value));
         }
     }
-    static_cast<Events*>(events)->Add(std::move(event));
-    return 0;
+    events.Add(std::move(event));
 }
 
 int ReadChanged(sd_bus_message* message, Events& events)
@@ -161,29 +164,41 @@ int ReadChanged(sd_bus_message* message, Events& events)
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
-int OnPropertiesChanged(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
+void OnPropertiesChanged(sd_bus_message* message, Events& events)
 {
-    Events& events = *static_cast<Events*>(userData);
     std::vector<std::string> invalidated;
     const bool good = sd_bus_message_skip(message, "s") >= 0 && ReadChanged(message, events) >= 0;
     if (!good || ReadAs<std::vector<std::string>>(message, invalidated) < 0)
     {
-        return 0;
+        return;
     }
     for (std::string& name : invalidated)
     {
         events.Add({.kind = ControllerEvent::Kind::PropertyChanged, .name = std::move(name), .arguments = {}});
     }
-    return 0;
 }
 
-int OnOwnerChanged(sd_bus_message* message, void* events, sd_bus_error* /*error*/)
+void OnOwnerChanged(sd_bus_message* message, Events& events)
 {
     const char* owner = nullptr;
     if (sd_bus_message_skip(message, "ss") >= 0 && sd_bus_message_read(message, "s", &owner) > 0)
     {
         const auto kind = *owner == '\0' ? ControllerEvent::Kind::Stopped : ControllerEvent::Kind::Started;
-        static_cast<Events*>(events)->Add({.kind = kind, .name = {}, .arguments = {}});
+        events.Add({.kind = kind, .name = {}, .arguments = {}});
+    }
+}
+
+/// What sd-bus calls. An event over which memory runs out is one that is lost: that must not cost the program its life.
+template <void (*read)(sd_bus_message*, Events&)>
+int Keep(sd_bus_message* message, void* events, sd_bus_error* error)
+{
+    auto& kept = *static_cast<Events*>(events);
+    if (DbusHelper::Guard(sd_bus_message_get_member(message), error, [&] {
+            read(message, kept);
+            return 0;
+        }) < 0)
+    {
+        kept.Lose();
     }
     return 0;
 }
@@ -199,9 +214,10 @@ int Subscribe(sd_bus* bus, Events& events)
     const std::string owner = "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
                               "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
                               std::string(controllerEndpoint.service) + "'";
-    int result = sd_bus_add_match(bus, nullptr, signals.c_str(), &OnSignal, &events);
-    result = result < 0 ? result : sd_bus_add_match(bus, nullptr, changes.c_str(), &OnPropertiesChanged, &events);
-    return result < 0 ? result : sd_bus_add_match(bus, nullptr, owner.c_str(), &OnOwnerChanged, &events);
+    int result = sd_bus_add_match(bus, nullptr, signals.c_str(), &Keep<&OnSignal>, &events);
+    result =
+        result < 0 ? result : sd_bus_add_match(bus, nullptr, changes.c_str(), &Keep<&OnPropertiesChanged>, &events);
+    return result < 0 ? result : sd_bus_add_match(bus, nullptr, owner.c_str(), &Keep<&OnOwnerChanged>, &events);
 }
 
 /// What is to be waited for until then, as poll(2) takes it.

@@ -40,35 +40,35 @@ int ReportTime(const char* signature, const Outcome& outcome)
 
 int Handler::SetTime(LocalDateTime dateTime, bool local)
 {
-    const Names names{signatureText<int(LocalDateTime, bool), "SetTime">.c_str(), "SetTime"};
-    const auto ask = [&](const auto&... field) { return Ask(names, "SetTime", std::tie(), field..., local); };
+    const Names names{overloadText<int(LocalDateTime, bool), "SetTime">, "SetTime"};
+    const auto ask = [&](const auto&... field) { return Call(names, "SetTime", std::tie(), field..., local); };
     return std::apply(ask, Fields(dateTime));
 }
 
 int Handler::SetTime(time_t seconds, bool local)
 {
-    const Names names{signatureText<int(time_t, bool), "SetTime">.c_str(), "SetTime"}; // deliberately not "SetTimeSecs"
+    const Names names{overloadText<int(time_t, bool), "SetTime">, "SetTime"}; // deliberately not "SetTimeSecs"
     if (!std::in_range<int32_t>(seconds))
     {
         return Report(names, DbusHelper::Failure(Step::Write, -ERANGE));
     }
-    return Ask(names, "SetTimeSecs", std::tie(), static_cast<int32_t>(seconds), local);
+    return Call(names, "SetTimeSecs", std::tie(), static_cast<int32_t>(seconds), local);
 }
 
-int Handler::SetTimeGPS() { return Ask({SIGNATURE_OF(SetTimeGPS), "SetTimeGPS"}, "SetTimeGPS", std::tie()); }
+int Handler::SetTimeGPS() { return Call({textOf<&Handler::SetTimeGPS>, "SetTimeGPS"}, "SetTimeGPS", std::tie()); }
 
 int Handler::GetTime(LocalDateTime& dateTime, bool local)
 {
-    return ReportTime(signatureText<int(LocalDateTime&, bool), "GetTime">.c_str(),
-                      Call("GetTime", Fields(dateTime), local));
+    return ReportTime(overloadText<int(LocalDateTime&, bool), "GetTime">,
+                      SilentCall("GetTime", Fields(dateTime), local));
 }
 
 // The lines deliberately name "GetTime", not "GetTimeSecs", and tell an unreadable reply twice.
 int Handler::GetTime(time_t& seconds, bool& dst, bool local)
 {
     int32_t answer = 0;
-    const Outcome outcome = Call("GetTimeSecs", std::tie(answer, dst), local);
-    const int result = ReportTime(signatureText<int(time_t&, bool&, bool), "GetTime">.c_str(), outcome);
+    const Outcome outcome = SilentCall("GetTimeSecs", std::tie(answer, dst), local);
+    const int result = ReportTime(overloadText<int(time_t&, bool&, bool), "GetTime">, outcome);
     if (outcome.step == Step::Read)
     {
         Log::Error("Controllerd: ControllerDaemonDbusHandler::GetTime: Failed to read reply\n");
@@ -83,43 +83,44 @@ int Handler::GetTime(time_t& seconds, bool& dst, bool local)
     return result;
 }
 
-int Handler::SetDST(bool dst) { return Ask({SIGNATURE_OF(SetDST), "SetDST"}, "SetDst", std::tie(), dst); }
+int Handler::SetDST(bool dst) { return Call({textOf<&Handler::SetDST>, "SetDST"}, "SetDst", std::tie(), dst); }
 
 // A property, although its name begins with a verb; so are the next getters'.
 int Handler::GetDST(bool& dst)
 {
-    return Get(SIGNATURE_OF(GetDST), "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_GET_DST", "GetDst", dst);
+    return Get(textOf<&Handler::GetDST>, "sdbus_utils::GetProperty CONTROLLER_DAEMON_PROP_GET_DST", "GetDst", dst);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): programs are built against this type
 int Handler::SetTimezone(std::string timezone)
 {
-    return Ask({signatureText<int(std::string), "SetTimezone">.c_str(), "SetTimezone"}, "SetTimezone", std::tie(),
-               timezone);
+    return Call({overloadText<int(std::string), "SetTimezone">, "SetTimezone"}, "SetTimezone", std::tie(), timezone);
 }
 
 int Handler::SetTimezone(int offsetSeconds, bool dst)
 {
-    return Ask({signatureText<int(int, bool), "SetTimezone">.c_str()}, "SetTimezoneUTC", std::tie(), offsetSeconds,
-               dst);
+    return Call({overloadText<int(int, bool), "SetTimezone">}, "SetTimezoneUTC", std::tie(), offsetSeconds, dst);
 }
 
-int Handler::SetTimezoneGPS() { return Ask({SIGNATURE_OF(SetTimezoneGPS)}, "SetTimezoneGPS", std::tie()); }
+int Handler::SetTimezoneGPS() { return Call({textOf<&Handler::SetTimezoneGPS>}, "SetTimezoneGPS", std::tie()); }
 
-int Handler::GetTimezone(std::string& timezone) { return Get(SIGNATURE_OF(GetTimezone), "", "GetTimezone", timezone); }
+int Handler::GetTimezone(std::string& timezone)
+{
+    return Get(textOf<&Handler::GetTimezone>, "", "GetTimezone", timezone);
+}
 int Handler::GetTimezoneList(std::vector<std::string>& timezones)
 {
-    return Get(SIGNATURE_OF(GetTimezoneList), "", "GetTimezoneList", timezones);
+    return Get(textOf<&Handler::GetTimezoneList>, "", "GetTimezoneList", timezones);
 }
 int Handler::GetTimeSourceAvailable(int& source)
 {
-    return Get(SIGNATURE_OF(GetTimeSourceAvailable), "", "GetTimeSourceAvailable", source);
+    return Get(textOf<&Handler::GetTimeSourceAvailable>, "", "GetTimeSourceAvailable", source);
 }
 
 int Handler::GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool dst)
 {
-    constexpr const char* signature = SIGNATURE_OF(GetTimezoneFromUTC);
-    const Outcome outcome = Call("GetTimezoneFromUTC", std::tie(timezone), offsetSeconds, dst);
+    constexpr const char* signature = textOf<&Handler::GetTimezoneFromUTC>;
+    const Outcome outcome = SilentCall("GetTimezoneFromUTC", std::tie(timezone), offsetSeconds, dst);
     if (outcome.step == Step::Open || outcome.step == Step::Read || outcome.Ok())
     {
         return Report({signature}, outcome);

@@ -8,33 +8,65 @@
 namespace Controllerd
 {
 
-/// How a type reads in the signature text of an operation. This library's integers are the language's own, not those
-/// of a fixed width, and read so.
-template <typename T>
-inline constexpr auto typeText = DbusHelper::typeText<T>;
-template <>
-inline constexpr auto typeText<int> = DbusHelper::FixedString{"int"};
-template <>
-inline constexpr auto typeText<unsigned> = DbusHelper::FixedString{"unsigned int"};
-template <>
-inline constexpr auto typeText<time_t> = DbusHelper::FixedString{"time_t"};
-template <>
-inline constexpr auto typeText<LocalDateTime> = DbusHelper::FixedString{"Controllerd::LocalDateTime"};
-template <typename T>
-inline constexpr auto typeText<T&> = DbusHelper::Concat(typeText<T>, DbusHelper::FixedString{"&"});
+/// This library's integers are the language's own, and read so in signature texts: not by their width.
+struct Int;
+struct Unsigned;
+struct Time;
 
-template <typename... Types>
-inline constexpr auto typeListText = DbusHelper::FixedString{""};
-template <typename First, typename... Rest>
-inline constexpr auto typeListText<First, Rest...> =
-    DbusHelper::Concat(typeText<First>, DbusHelper::Concat(DbusHelper::FixedString{", "}, typeText<Rest>)...);
+/// By what a type is named in signature texts.
+template <typename T>
+struct Named
+{
+    using Type = T;
+};
+template <>
+struct Named<int>
+{
+    using Type = Int;
+};
+template <>
+struct Named<unsigned>
+{
+    using Type = Unsigned;
+};
+template <>
+struct Named<time_t>
+{
+    using Type = Time;
+};
+template <typename T>
+struct Named<T&>
+{
+    using Type = typename Named<T>::Type&;
+};
+template <typename... Arguments>
+struct Named<int(Arguments...)>
+{
+    using Type = Int(typename Named<Arguments>::Type...);
+};
 
-/// The signature text with which an operation's log lines open, made from its type; overloads name theirs.
+/// The signature text with which an operation's log lines open; overloads name their type.
+template <auto operation>
+inline constexpr const char* textOf =
+    DbusHelper::signature<typename Named<std::remove_pointer_t<decltype(operation)>>::Type,
+                          DbusHelper::qualifiedName<operation>>;
 template <typename Function, DbusHelper::FixedString Name>
-inline constexpr auto signatureText = nullptr;
-template <typename... Arguments, DbusHelper::FixedString Name>
-inline constexpr auto signatureText<int(Arguments...), Name> =
-    DbusHelper::Concat(DbusHelper::FixedString{"static int Controllerd::ControllerDaemonDbusHandler::"}, Name,
-                       DbusHelper::FixedString{"("}, typeListText<Arguments...>, DbusHelper::FixedString{")"});
+inline constexpr const char* overloadText =
+    DbusHelper::signature<typename Named<Function>::Type,
+                          Concat(DbusHelper::FixedString{"Controllerd::ControllerDaemonDbusHandler::"}, Name)>;
 
 } // namespace Controllerd
+
+namespace DbusHelper
+{
+
+template <>
+inline constexpr auto typeText<Controllerd::Int> = FixedString{"int"};
+template <>
+inline constexpr auto typeText<Controllerd::Unsigned> = FixedString{"unsigned int"};
+template <>
+inline constexpr auto typeText<Controllerd::Time> = FixedString{"time_t"};
+template <>
+inline constexpr auto typeText<Controllerd::LocalDateTime> = FixedString{"Controllerd::LocalDateTime"};
+
+} // namespace DbusHelper
