@@ -15,7 +15,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 #: Where the product is compiled.
 FOLDERS = {"dbus_helper", "clients", "capture", "time", "device", "daemon", "controller_client", "controllerctl"}
 PROGRAMS = ["daemon/controllerd", "controllerctl/controllerctl"]
-LIBRARY = "controller_client/libcontroller-client.so.1.0.0"
+LIBRARY = "controller_client/libcontroller-client.so.1"
 BUILT = [*PROGRAMS, LIBRARY]
 
 

@@ -170,7 +170,7 @@ FOREIGN_BUILD = """cmake_minimum_required(VERSION 3.25)
 project(foreign LANGUAGES NONE)
 install(PROGRAMS controllerd DESTINATION bin COMPONENT daemon)
 install(PROGRAMS controllerctl DESTINATION bin COMPONENT ctl)
-install(FILES libcontroller-client.so.1.0.0 DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client)
+install(FILES libcontroller-client.so.1.1.0 DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client)
 install(FILES CMakeLists.txt DESTINATION include COMPONENT client_dev)
 """
 
@@ -195,7 +195,7 @@ def make_foreign(path, architecture):
 def make_build(folder, libraries, daemon, library, control):
     """What was built for these architectures."""
     folder.mkdir()
-    for name, architecture in (("controllerd", daemon), ("libcontroller-client.so.1.0.0", library),
+    for name, architecture in (("controllerd", daemon), ("libcontroller-client.so.1.1.0", library),
                                ("controllerctl", control)):
         make_foreign(folder / name, architecture)
     (folder / "CMakeLists.txt").write_text(FOREIGN_BUILD)
@@ -218,7 +218,7 @@ def test_packages_are_for_what_was_built(tmp_path, architecture, triplet):
     status, said = packages_of(build, tmp_path / "packages")
     assert status == 0, said
     made = sorted((tmp_path / "packages").iterdir())
-    assert [path.name for path in made] == [f"{name}_1.0.0_{architecture}.deb" for name in sorted(CONTENTS)]
+    assert [path.name for path in made] == [f"{name}_1.1.0_{architecture}.deb" for name in sorted(CONTENTS)]
     assert {field(str(path), "Architecture") for path in made} == {architecture}
 
 
@@ -228,13 +228,13 @@ def test_packages_of_this_build_are_for_its_machine(packages):
 
 @pytest.mark.parametrize("architectures, libraries, refusal", [
     (("amd64", "amd64", "arm64"), "lib/x86_64-linux-gnu",
-     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.0.0 is for amd64, "
+     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.1.0 is for amd64, "
      "usr/bin/controllerctl for arm64\n"),
     (("arm64", "amd64", "amd64"), "lib/x86_64-linux-gnu",
-     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.0.0 is for amd64, "
+     "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.1.0 is for amd64, "
      "usr/bin/controllerd for arm64\n"),
     (("armel",) * 3, "lib/arm-linux-gnueabi",
-     "usr/lib/arm-linux-gnueabi/libcontroller-client.so.1.0.0 is for neither amd64, arm64 nor armhf: "
+     "usr/lib/arm-linux-gnueabi/libcontroller-client.so.1.1.0 is for neither amd64, arm64 nor armhf: "
      "ELF32 ARM 0x5000200, Version5 EABI, soft-float ABI\n"),
     (("arm64",) * 3, "lib/x86_64-linux-gnu",
      "puts libraries elsewhere than Debian does for arm64: "
