@@ -7,5 +7,5 @@ from .patience import PATIENCE
 from .unit import ALL_SIBLINGS, AT_ONCE, VirtualUnit
 from .values import Typed
 
-__all__ = ["ABSENT", "ALL_SIBLINGS", "AT_ONCE", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure", "LATE",
-           "PATIENCE", "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]
+__all__ = ["ABSENT", "ALL_SIBLINGS", "AT_ONCE", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure",
+           "LATE", "PATIENCE", "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]

@@ -261,7 +261,8 @@ class InputDevices:
     @property
     def environment(self):
         """What the preloaded libraries have to know."""
-        return {"UMOCKDEV_DIR": os.path.realpath(self.directory), "CCU_INPUT": self.directory}  # udev asks for true names
+        # udev asks for true names.
+        return {"UMOCKDEV_DIR": os.path.realpath(self.directory), "CCU_INPUT": self.directory}
 
     def add(self, kind, name, seat="seat0"):
         """Plugs one more device in, of KEYBOARD or POINTER kind."""

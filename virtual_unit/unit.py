@@ -83,7 +83,8 @@ def _has_room(folder):
         state = os.statvfs(folder)
     except OSError:
         return False
-    return os.access(folder, os.W_OK | os.X_OK) and state.f_bavail * state.f_frsize >= _ROOM and state.f_favail >= _FILES
+    has_room = state.f_bavail * state.f_frsize >= _ROOM and state.f_favail >= _FILES
+    return has_room and os.access(folder, os.W_OK | os.X_OK)
 
 
 class VirtualUnit:
@@ -95,8 +96,8 @@ class VirtualUnit:
     directory    existing folder in which the unit's own folder is made
     siblings     names of what is simulated
     bus          False gives a unit whose session bus address leads nowhere
-    bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT; AT_ONCE for a daemon, and other
-                 programs with its environment, whose waits end when they meet a fault of the kind SILENT, and only then
+    bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT; AT_ONCE for a daemon, and
+                 other programs with its environment, whose wait ends when a call meets a fault of the kind SILENT
     zones        folder of the zone files, which need not exist; the build tree's, which all units share, when None
 
     `stop`, and so the end of the `with` block, raises DaemonFailure when the daemon has ended by itself, could not be
@@ -204,8 +205,8 @@ class VirtualUnit:
     def renew(self):
         """Makes the unit as new for another test, all but its processes and devices: the siblings are what they were
         when that was noted, media and logs are empty, the zone is that of the start, and calls, faults, signals and log
-        are forgotten.  Nobody is told.  The daemon goes on, or is started again where it was stopped; one that has ended
-        by itself is a DaemonFailure, as in `stop`."""
+        are forgotten.  Nobody is told.  The daemon goes on, or is started again where it was stopped; one that has
+        ended by itself is a DaemonFailure, as in `stop`."""
         self.faults.clear()
         self.daemon.check()
         for sibling in self._siblings.values():

@@ -300,3 +300,28 @@ class FailureTests:
     def test_nothing_stays_open(self, unit, driver):
         """Descriptors are as many as before after every operation has met every fault."""
         check_descriptors(unit, driver, self.STAYS_OPEN or self.CASES)
+
+
+class ListeningTests:
+    """How listening does not begin; a test file names in a subclass the lines that are logged without a bus."""
+
+    NO_BUS = ()
+
+    def test_listening_without_a_bus(self, unit, request):
+        """The failure is the caller's to report."""
+        with ClientDriver(unit, without_bus(unit)) as driver:
+            assert driver.listen(request.module.LISTENS_TO) == -errno.ENOENT
+            assert driver.log.lines() == list(self.NO_BUS)
+
+
+class RefusedListeningTests(ListeningTests):
+    """The same of a client that gives up when it is refused a subscription, and the lines of that."""
+
+    REFUSED = ()
+
+    def test_listening_at_a_bus_that_refuses_subscriptions(self, unit, request):
+        """The connection is closed again."""
+        with refusing_bus(unit) as address, ClientDriver(unit, {USER_BUS: address}) as driver:
+            assert driver.listen(request.module.LISTENS_TO) == -errno.ENOBUFS
+            assert driver.log.lines() == list(self.REFUSED)
+            assert driver.descriptors("socket") == 0

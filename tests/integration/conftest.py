@@ -2,6 +2,7 @@
 
 import pytest
 
+from tests.integration.client_driver import ClientDriver
 from tests.integration.fault_matrix import Matrix
 from tests.integration.lender import Lender
 from virtual_unit import AT_ONCE, VirtualUnit
@@ -17,7 +18,7 @@ def lender_of_the_file():
 
 @pytest.fixture
 def unit(lender):
-    """A unit with the daemon running, as new but for its devices; a file that changes those has `unit` be `own_unit`."""
+    """A unit with the daemon running, as new but for its devices; where those are changed `unit` is to be `own_unit`."""
     with lender.lend() as lent:
         yield lent
 
@@ -26,6 +27,15 @@ def unit(lender):
 def own_unit():
     """A unit with the daemon running, which nobody else has."""
     with VirtualUnit() as started:
+        yield started
+
+
+@pytest.fixture
+def listener(unit, request):
+    """A driver that listens to the sibling that the file says it LISTENS_TO."""
+    with ClientDriver(unit) as started:
+        assert started.listen(request.module.LISTENS_TO) == 0
+        assert started.descriptors("socket") == 1
         yield started
 
 

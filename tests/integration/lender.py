@@ -14,7 +14,7 @@ class Lender:
 
     @contextlib.contextmanager
     def lend(self):
-        """The unit, as new.  A daemon that ends by itself meanwhile, and an error of the simulation, are raised here."""
+        """The unit, as new.  A daemon that ends by itself meanwhile, or an error of the simulation, is raised here."""
         if self._unit is None:
             self._unit = VirtualUnit(**self._options).start()
             self._unit.remember()

@@ -7,8 +7,8 @@ from dataclasses import replace
 import pytest
 
 from tests.integration.client_cases import (
-    COLUMNS, assert_failure, assert_success, calls_since, check_declared, check_descriptors, check_failure,
-    check_gone, check_no_bus, check_silent, check_success)
+    COLUMNS, ListeningTests, assert_failure, assert_success, calls_since, check_declared, check_descriptors,
+    check_failure, check_gone, check_no_bus, check_silent, check_success)
 from tests.integration.client_driver import ClientDriver, Outcome, error
 from tests.integration.hardware_cases import (
     ALL_REEL, BATTERY_INFO, BATTERY_REFUSAL, BATTERY_VALUES, CHOSEN, CONTROL, COOLING, DIRECT, DISTANCE, ICONS,
@@ -199,12 +199,7 @@ FOLLOWED = [(REEL, "ReelPropertiesChanged"), (DISTANCE, "ReelDistancePropertiesC
             (POWER, "PowerPropertiesChanged"), (COOLING, "CoolingPropertiesChanged"), (CONTROL, "PropertiesChanged")]
 
 
-@pytest.fixture(name="listener")
-def listener_fixture(unit):
-    """A driver that listens to the hardware daemon."""
-    with ClientDriver(unit) as started:
-        assert started.listen("hardware") == 0
-        yield started
+LISTENS_TO = "hardware"
 
 
 def expect_end(unit, listener, *lines):
@@ -280,8 +275,7 @@ def test_signals_that_cannot_be_read(unit, listener, interface, member, types, b
     expect_end(unit, listener, error(line))
 
 
-def test_listening_without_a_bus(unit):
-    """The reason is logged."""
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": f"unix:path={unit.directory}/no-bus"}) as driver:
-        assert driver.listen("hardware") == -errno.ENOENT
-        assert driver.log.lines() == [error(f"Failed to connect to the dbus, {os.strerror(errno.ENOENT)}")]
+class TestListening(ListeningTests):
+    """That does not begin."""
+
+    NO_BUS = [error(f"Failed to connect to the dbus, {os.strerror(errno.ENOENT)}")]

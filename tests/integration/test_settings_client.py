@@ -5,7 +5,7 @@ import errno
 import pytest
 
 from tests.integration.client_cases import (
-    USER_BUS, Case, FailureTests, calls_since, check_declared, check_success, refusing_bus, untouched, without_bus)
+    Case, FailureTests, RefusedListeningTests, calls_since, check_declared, check_success, untouched)
 from tests.integration.client_driver import ClientDriver, error, info
 from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
@@ -139,13 +139,7 @@ HANDLER = f"static int32_t {CLASS}::PropertiesChanged(sd_bus_message*, void*, sd
 LISTEN = f"int32_t {CLASS}::Listen()"
 
 
-@pytest.fixture(name="listener")
-def listener_fixture(unit):
-    """A driver that listens to the settings daemon."""
-    with ClientDriver(unit) as started:
-        assert started.listen("settings") == 0
-        assert started.descriptors("socket") == 1
-        yield started
+LISTENS_TO = "settings"
 
 
 def told(listener):
@@ -230,17 +224,9 @@ def test_other_signals(unit, listener):
     assert not next_after(unit, listener)
 
 
-def test_listening_without_a_bus(unit):
-    """One line."""
-    with ClientDriver(unit, without_bus(unit)) as driver:
-        assert driver.listen("settings") == -errno.ENOENT
-        assert driver.log.lines() == [error(f"{LISTEN}: Failed to connect to dbus")]
+class TestListening(RefusedListeningTests):
+    """That does not begin."""
 
-
-def test_listening_at_a_bus_that_refuses_subscriptions(unit):
-    """Both lines, and the connection is closed again."""
-    with refusing_bus(unit) as address, ClientDriver(unit, {USER_BUS: address}) as driver:
-        assert driver.listen("settings") == -errno.ENOBUFS
-        assert driver.log.lines() == [error(f"{LISTEN}: Failed to register PropertiesChanged signal"),
-                                      error("LibDbusHelper::Storage: Failed to init signal listeners")]
-        assert driver.descriptors("socket") == 0
+    NO_BUS = [error(f"{LISTEN}: Failed to connect to dbus")]
+    REFUSED = [error(f"{LISTEN}: Failed to register PropertiesChanged signal"),
+               error("LibDbusHelper::Storage: Failed to init signal listeners")]

@@ -2,6 +2,7 @@
 
 import pytest
 
+from tests.integration.client_cases import ListeningTests
 from tests.integration.client_driver import ClientDriver, error, info
 from virtual_unit import VirtualUnit
 from virtual_unit.values import Typed
@@ -33,12 +34,7 @@ def fresh_unit_fixture():
         yield started
 
 
-@pytest.fixture(name="listener")
-def listener_fixture(unit):
-    """A driver that listens to the storage daemon."""
-    with ClientDriver(unit) as started:
-        assert started.listen("storage") == 0
-        yield started
+LISTENS_TO = "storage"
 
 
 def next_after(unit, listener):
@@ -127,8 +123,5 @@ def test_object_manager_signals_of_another_object(unit, listener):
     assert not next_after(unit, listener)
 
 
-def test_listening_without_a_bus(unit):
-    """The failure is the caller's to report."""
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": f"unix:path={unit.directory}/no-bus"}) as driver:
-        assert driver.listen("storage") < 0
-        assert not driver.log.lines()
+class TestListening(ListeningTests):
+    """That does not begin."""

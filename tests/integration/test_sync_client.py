@@ -6,8 +6,8 @@ from dataclasses import replace
 import pytest
 
 from tests.integration.client_cases import (
-    CALL, OPEN, SYSTEM_BUS, USER_BUS, Case, FailureTests, assert_success, check_declared, check_success, refusing_bus,
-    untouched, without_bus)
+    CALL, OPEN, SYSTEM_BUS, Case, FailureTests, RefusedListeningTests, assert_success, check_declared, check_success, untouched,
+    without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
 from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
@@ -206,13 +206,7 @@ def test_a_reply_of_almost_the_right_type(unit, driver, monkeypatch, member, rep
 LISTENING_FAILED = error(f"{CLASS}: Failed to init signal listeners")
 
 
-@pytest.fixture(name="listener")
-def listener_fixture(unit):
-    """A driver that listens to the sync daemon."""
-    with ClientDriver(unit) as started:
-        assert started.listen("sync") == 0
-        assert started.descriptors("socket") == 1
-        yield started
+LISTENS_TO = "sync"
 
 
 def next_after(unit, listener):
@@ -271,16 +265,8 @@ def test_a_daemon_that_comes_back(unit, listener):
     assert not next_after(unit, listener)
 
 
-def test_listening_without_a_bus(unit):
-    """One line."""
-    with ClientDriver(unit, without_bus(unit)) as driver:
-        assert driver.listen("sync") == -errno.ENOENT
-        assert driver.log.lines() == [LISTENING_FAILED]
+class TestListening(RefusedListeningTests):
+    """That does not begin."""
 
-
-def test_listening_at_a_bus_that_refuses_subscriptions(unit):
-    """The same line, and the connection is closed again."""
-    with refusing_bus(unit) as address, ClientDriver(unit, {USER_BUS: address}) as driver:
-        assert driver.listen("sync") == -errno.ENOBUFS
-        assert driver.log.lines() == [LISTENING_FAILED]
-        assert driver.descriptors("socket") == 0
+    NO_BUS = [LISTENING_FAILED]
+    REFUSED = [LISTENING_FAILED]

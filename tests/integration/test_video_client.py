@@ -3,7 +3,7 @@
 import pytest
 
 from tests.integration.client_cases import (
-    CALL, OPEN, READ, Case, FailureTests, check_declared, check_success, untouched)
+    CALL, OPEN, READ, Case, FailureTests, ListeningTests, check_declared, check_success, untouched)
 from tests.integration.client_driver import ClientDriver, debug, error
 from virtual_unit import AT_ONCE, CODE, VirtualUnit
 from virtual_unit.values import Typed
@@ -231,12 +231,7 @@ STATES = [("RecordingState", "VIDEO_DAEMON_PROP_RECORDING_STATE"),
 GREW = [("VideoGrew", "VideoGrown"), ("PhotoTalkGrew", "PhotoTalkGrown"), ("AutoLogGrew", "AutoLogGrown")]
 
 
-@pytest.fixture(name="listener")
-def listener_fixture(unit):
-    """A driver that listens to the video daemon."""
-    with ClientDriver(unit) as started:
-        assert started.listen("video") == 0
-        yield started
+LISTENS_TO = "video"
 
 
 def next_after(unit, listener):
@@ -319,8 +314,5 @@ def test_signals_of_others(unit, listener, path, interface, member):
     assert not next_after(unit, listener)
 
 
-def test_listening_without_a_bus(unit):
-    """The failure is the caller's to report."""
-    with ClientDriver(unit, {"DBUS_SESSION_BUS_ADDRESS": f"unix:path={unit.directory}/no-bus"}) as driver:
-        assert driver.listen("video") < 0
-        assert not driver.log.lines()
+class TestListening(ListeningTests):
+    """That does not begin."""
