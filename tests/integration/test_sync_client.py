@@ -6,8 +6,8 @@ from dataclasses import replace
 import pytest
 
 from tests.integration.client_cases import (
-    CALL, OPEN, SYSTEM_BUS, Case, FailureTests, RefusedListeningTests, assert_success, check_declared, check_success, untouched,
-    without_bus)
+    CALL, OPEN, SYSTEM_BUS, Case, FailureTests, RefusedListeningTests, assert_success, check_declared, check_success,
+    untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
 from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
