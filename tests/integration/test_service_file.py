@@ -121,5 +121,8 @@ def test_the_documented_drop_in_says_what_its_namesake_says(service, path):
     assert "/etc/systemd/system/controllerd.service.d/10-user.conf" in text
     written = re.search(r"\[Unit\]\n(.*?\n)(?:```|\.EE)", text, re.DOTALL).group(1)
     number = re.search(NUMBERED, written, re.MULTILINE).group(2)
+    user = re.search(r"^User=(\w+)$", written, re.MULTILINE).group(1)
+    with open("/usr/share/base-passwd/group.master", encoding="utf-8") as file:
+        assert not re.search(rf"^{user}:", file.read(), re.MULTILINE)  # or adduser would refuse it
     namesake = re.findall(r"^\w+=.*", drop_in_of(service).replace("1000", number), re.MULTILINE)
-    assert re.findall(r"^\w+=.*", written, re.MULTILINE) == [*namesake[:2], "User=operator", *namesake[2:]]
+    assert re.findall(r"^\w+=.*", written, re.MULTILINE) == [*namesake[:2], f"User={user}", *namesake[2:]]
