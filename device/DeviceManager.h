@@ -44,7 +44,8 @@ class DeviceManager : public sigc::trackable
     static int32_t SetMicEnabled(bool enabled);
     /// Switches the speaker and emits the change. Negative as above.
     static int32_t SetSpkrEnabled(bool enabled);
-    /// Sets the speaker's volume, in percent, and emits the change. Negative when no process could be started for amixer.
+    /// Sets the speaker's volume, in percent, and emits the change. Negative when no process could be started for
+    /// amixer.
     static int32_t SetSpkrVolume(int percent);
     /// Switches the camera's sonde, and when that is done shows it on its LED: which is to show what holds. Negative
     /// when the hardware daemon fails.

@@ -1,5 +1,5 @@
-#include "time/SystemdDateTime.h"
 #include "tests/driver/ClientOperations.h"
+#include "time/SystemdDateTime.h"
 
 #define ADD(operation) table.Add("timedate." #operation, &SystemdDateTime::operation)
 

@@ -1,6 +1,6 @@
 /*
- * Preloaded into programs that ask siblings, so that a test can end the wait for an answer that never comes. The time-out
- * itself can be long then, and no answer that does come depends on how fast the machine is.
+ * Preloaded into programs that ask siblings, so that a test can end the wait for an answer that never comes. The
+ * time-out itself can be long then, and no answer that does come depends on how fast the machine is.
  *
  *   CCU_GIVE_UP=FOLDER   the process makes a pipe FOLDER/PID. Each byte in it ends one wait of the main thread in
  *                        ppoll(2), the present one or the next, as if its time had passed: for the process it has, its
@@ -23,7 +23,10 @@
 #define NANOSECONDS 1000000000LL
 
 /* More than a program has open connections in one wait. */
-enum { MOST = 64 };
+enum
+{
+    MOST = 64
+};
 
 static int given_up = -1;
 static _Atomic long long passed;

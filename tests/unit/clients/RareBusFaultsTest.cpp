@@ -1,7 +1,7 @@
 #include "clients/sync/SyncDaemonDbusHandler.h"
-#include "time/SystemdDateTime.h"
 #include "tests/unit/support/SyslogCapture.h"
 #include "tests/unit/support/TestMessage.h"
+#include "time/SystemdDateTime.h"
 
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
