@@ -49,11 +49,11 @@ def _client_line(sibling, member, misread):
     return rf"{name}: sd_bus_call_method failed r = -\d+" + (" reason: .+" if member in ADDERS else ", message = .+")
 
 
-class Model:
-    """One run of a scenario in which the call with the index meets the fault."""
+class Calls:
+    """One run of something in which the call with the index meets the fault.  A subclass knows the failure lines."""
 
-    def __init__(self, kind, index, fault):
-        self.kind, self.fault = kind, fault
+    def __init__(self, index, fault):
+        self.fault = fault
         self.errors = []
         self._index = index
         self._position = -1
@@ -68,14 +68,36 @@ class Model:
             return True
         if self.fault is DIE:
             self._dead.add(sibling)
-        line = _client_line(sibling, member, not dead and self.fault is WRONG_TYPE)
+        misread = not dead and self.fault is WRONG_TYPE
+        if misread and self.reads_nothing(member):
+            return True
+        line = self.client_line(sibling, member, misread)
         if line is not None:
             self.errors.append(line)
         return False
 
+    def reads_nothing(self, _member):
+        """Whether the answer of a call has no value, so that nobody looks at its type."""
+        return False
+
+    def client_line(self, sibling, member, misread):
+        """The pattern of the line of the client whose call failed, None when it has none."""
+        raise NotImplementedError
+
     def error(self, text, pattern=""):
         """Notes a failure line: a text, and a pattern for what follows it."""
         self.errors.append(re.escape(text) + pattern)
+
+
+class Model(Calls):
+    """One run of a scenario of a kind of recording, or of none."""
+
+    def __init__(self, kind, index, fault):
+        super().__init__(index, fault)
+        self.kind = kind
+
+    def client_line(self, sibling, member, misread):
+        return _client_line(sibling, member, misread)
 
     # What several scenarios do ----------------------------------------------------------------------------------------
 

@@ -10,7 +10,8 @@ import pytest
 from tests.integration import device_texts as texts
 from tests.integration.device_texts import FAILED, effect_of
 from tests.integration.fault_matrix import FAULTS, recover
-from virtual_unit import AT_ONCE, DIE, WRONG_TYPE, VirtualUnit
+from tests.integration.recording_model import Calls
+from virtual_unit import AT_ONCE, VirtualUnit
 
 #: The failure lines of the clients: of a call without an answer, and of an answer that cannot be read. Orders whose
 #: answer has no value are answered by whatever comes.
@@ -35,35 +36,14 @@ for _member, _operation, _kind, _constant in (
 CLIENT_LINES["Set Sonde"] = (property_line("Set", "SetCameraSonde", "bool", "HALVEX_DAEMON_PROP_CAMERA_SONDE"), None)
 
 
-class Model:
-    """Walks through the calls of a step, of which the one with the index meets the fault."""
+class Model(Calls):
+    """Walks through the calls of a step."""
 
-    def __init__(self, index, fault):
-        self.errors = []
-        self._index, self._fault = index, fault
-        self._position = -1
-        self._dead = set()
+    def reads_nothing(self, member):
+        return member.startswith("Set ") or member == "SetLedState"
 
-    def ask(self, sibling, member):
-        """Makes a call; False when it fails."""
-        dead = sibling in self._dead
-        if not dead:
-            self._position += 1
-            if self._position != self._index:
-                return True
-        if self._fault is DIE:
-            self._dead.add(sibling)
-        misread = not dead and self._fault is WRONG_TYPE
-        if misread and (member.startswith("Set ") or member == "SetLedState"):
-            return True  # nobody reads an answer without a value
-        line = CLIENT_LINES[member][misread]
-        if line is not None:
-            self.errors.append(line)
-        return False
-
-    def error(self, text):
-        """Notes a failure line."""
-        self.errors.append(re.escape(text))
+    def client_line(self, sibling, member, misread):
+        return CLIENT_LINES[member][misread]
 
     def led(self, number, value):
         """Shows a switch."""
