@@ -196,11 +196,11 @@ STEPS = [
 ]
 
 
-def gather(kind):
+def gather(kind, lender):
     """Every line of the kind, of all that can happen to it."""
     lines = []
     for step in STEPS:
-        with VirtualUnit() as unit:
+        with lender.lend() as unit:
             mark = unit.log.mark()
             step(kind, unit)
             unit.settle()
@@ -213,9 +213,9 @@ def gather(kind):
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)
-def test_these_are_the_lines_and_no_others(kind):
+def test_these_are_the_lines_and_no_others(lender, kind):
     others = [other.capture for other in KINDS if other is not kind]
-    lines = [line for line in gather(kind) if not any(other in line for other in others)]
+    lines = [line for line in gather(kind, lender) if not any(other in line for other in others)]
     patterns = {line: pattern(line) for line in column(kind)}
     unknown = {line for line in lines if not any(known.fullmatch(line) for known in patterns.values())}
     assert not unknown, "\n".join(sorted(unknown))
@@ -224,11 +224,11 @@ def test_these_are_the_lines_and_no_others(kind):
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)
-def test_saving_what_lies_on_a_storage(kind):
+def test_saving_what_lies_on_a_storage(unit, kind):
     def save(unit, driver, storage):
         return driver.run(f"{kind.name}.StopAndSaveAllRecordingsOnStoragePath", storage).result
 
-    with VirtualUnit() as unit, ClientDriver(unit, program="capture_driver") as driver:
+    with ClientDriver(unit, program="capture_driver") as driver:
         assert save(unit, driver, CARD) is False
         paths = kind.start_recording(unit)
         assert save(unit, driver, "/com/tavilon/common/StorageDaemon1/internal") is False
@@ -239,8 +239,8 @@ def test_saving_what_lies_on_a_storage(kind):
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)
-def test_cancelling_stops_and_does_no_more(kind):
-    with VirtualUnit() as unit, ClientDriver(unit, program="capture_driver") as driver:
+def test_cancelling_stops_and_does_no_more(unit, kind):
+    with ClientDriver(unit, program="capture_driver") as driver:
         assert driver.run(f"{kind.name}.Cancel").result == -1
         paths = kind.start_recording(unit)
         size = unit.jobs.item_of(paths.media).size
