@@ -175,10 +175,13 @@ install(FILES CMakeLists.txt DESTINATION include COMPONENT client_dev)
 """
 
 
+def assembled(*cases):
+    """The cases whose files can be made on this machine: only x86's assembler knows words of 32 bits, too."""
+    return [case for case in cases if OWN == "amd64" or not WORDS.keys() & {case[0], *case[0]}]
+
+
 def make_foreign(path, architecture):
     """A shared object as a compiler of that architecture would make it, as far as packages are concerned."""
-    if architecture in WORDS and OWN != "amd64":
-        pytest.skip("this machine's assembler knows no words of 32 bits")
     path.with_suffix(".s").write_text(".globl run\nrun: nop\n")
     path.with_suffix(".map").write_text("CONTROLLER_CLIENT_1 { global: run; };\n")
     assembler, linker = WORDS.get(architecture, ([], []))
@@ -210,8 +213,8 @@ def packages_of(build, output):
     return done.returncode, done.stdout
 
 
-@pytest.mark.parametrize("architecture, triplet", [("amd64", "x86_64-linux-gnu"), ("arm64", "aarch64-linux-gnu"),
-                                                   ("armhf", "arm-linux-gnueabihf")])
+@pytest.mark.parametrize("architecture, triplet", assembled(
+    ("amd64", "x86_64-linux-gnu"), ("arm64", "aarch64-linux-gnu"), ("armhf", "arm-linux-gnueabihf")))
 def test_packages_are_for_what_was_built(tmp_path, architecture, triplet):
     """Whatever machine makes them, and their libraries are where that architecture's are."""
     build = make_build(tmp_path / "foreign", f"lib/{triplet}", *[architecture] * 3)
@@ -226,7 +229,7 @@ def test_packages_of_this_build_are_for_its_machine(packages):
     assert {field(path, "Architecture") for path in packages.values()} == {OWN}
 
 
-@pytest.mark.parametrize("architectures, libraries, refusal", [
+@pytest.mark.parametrize("architectures, libraries, refusal", assembled(
     (("amd64", "amd64", "arm64"), "lib/x86_64-linux-gnu",
      "is a mixture: usr/lib/x86_64-linux-gnu/libcontroller-client.so.1.1.0 is for amd64, "
      "usr/bin/controllerctl for arm64\n"),
@@ -241,8 +244,7 @@ def test_packages_of_this_build_are_for_its_machine(packages):
      "configure it anew (cmake --fresh), with CMAKE_INSTALL_LIBDIR=lib/aarch64-linux-gnu\n"),
     (("amd64",) * 3, "lib",
      "puts libraries elsewhere than Debian does for amd64: "
-     "configure it anew (cmake --fresh), with CMAKE_INSTALL_LIBDIR=lib/x86_64-linux-gnu\n")],
-    ids=["mixed control", "mixed daemon", "unknown", "another's libraries", "libraries of no architecture"])
+     "configure it anew (cmake --fresh), with CMAKE_INSTALL_LIBDIR=lib/x86_64-linux-gnu\n")))
 def test_what_is_no_build_for_one_architecture_is_refused(tmp_path, architectures, libraries, refusal):
     """Before there is any package."""
     build = make_build(tmp_path / "foreign", libraries, *architectures)
