@@ -177,7 +177,7 @@ Cost TakeScreenshot(const BenchUnit& unit, const Service& daemon)
     const char* text = "no answer";
     if (result < 0 || sd_bus_message_read(reply.get(), "sis", &path, &code, &text) <= 0 || code != 0)
     {
-        throw Failure(std::string("Screenshot answered: ") + text);
+        throw Failure(std::string("Screenshot answered: ") + (error.Message() != nullptr ? error.Message() : text));
     }
     std::filesystem::remove(path);
     return {taken, cpuTaken};
