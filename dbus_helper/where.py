@@ -420,8 +420,8 @@ class Sources:
         if any(_is(token, *_SIGNATURES) and _is(behind, "<") for token, behind in zip(tokens[:3], tokens[1:])):
             named = [token.text for token in tokens if token.kind == "name" and not _is(token, *_SIGNATURES)]
             written = [token.text for token in tokens if token.kind == "text"]
-            itself = any(_is(token, "&") for token in tokens) or not written
-            return [(rf".*?\b{re.escape('::'.join(named[-2:]) if itself else written[-1])}\(.*?\)",)]
+            operation = named[-1] if any(_is(token, *_SIGNATURES[:2]) for token in tokens) else "".join(written)
+            return [(rf".*?\b{re.escape(operation)}\(.*?\)",)] if operation else [None]
         if len(tokens) > 1 and tokens[-1].kind == "name" and _is(tokens[-2], "."):
             return [Field(tokens[-1].text)]
         if not tokens or depth > _CALLERS or any(token.kind != "name" and token.text != "::" for token in tokens):
@@ -503,7 +503,8 @@ class Sources:
                 alternatives = [[*pieces, value] for pieces in alternatives for value in values]
             places = (*pattern.places, Place(caller, caller.body[index].line))
             for pieces in alternatives:
-                if any(new is not None for new, old in zip(pieces, pattern.pieces) if isinstance(old, Parameter)):
+                if any(isinstance(new, (str, Parameter, Field)) for new, old in zip(pieces, pattern.pieces)
+                       if isinstance(old, Parameter)):
                     yield from self._with_callers(Pattern(places, pieces, pattern.format), caller)
 
     # Answers ------------------------------------------------------------------
@@ -525,6 +526,12 @@ class Sources:
         """Those of the definitions that take such arguments, if there are any."""
         wanted = [set(re.findall(r"\w+", each)) for each in re.split(r",(?![^<]*>)", types)] if types.strip() else []
         wanted = [words - {"std", "__cxx11", "sdbus_utils", "basic_string", "char"} for words in wanted]
+
+        handlers = [each for each in found if any(
+            _is(token, "MethodCall", "PropertyRead", "PropertyWrite") for part in each.parameters for token in part)]
+        if {"sd_bus_message"} in wanted:  # the sd-bus callback of a handler, which takes what is served
+            return handlers or found
+        found = [each for each in found if each not in handlers] or found
 
         def takes(definition):
             given = [{token.text for token in each} for each in definition.parameters]

@@ -96,7 +96,7 @@ def test_the_callers_that_gave_words_are_those_that_called(logged, sources):
         for match in sources.matches(text_of(text)):
             given = [str(place) for place in match.places[1:] if place.definition.parameters is not None]
             if str(match.places[0]) == places[0]:
-                assert [place for place in places if place in given] == given
+                assert [place for place in places if place in given] == given, (text, places)
                 followed += len(given)
     assert followed > 10
 

@@ -248,7 +248,7 @@ int Place::Quit(const char* by)
 {
     const auto log = by != nullptr ? &Log::Info : &Log::Error;
     log("%s has left", by);
-    Log::Info("%s knocks %d", signature<&House::Enter, "House">, rows.size() < 3 ? 1 : 0);
+    Log::Info("%s knocks %d", signatureOf<&House::Enter>, rows.size() < 3 ? 1 : 0);
     return 0;
 }
 bool House::operator==(const House&) const { return true; }
