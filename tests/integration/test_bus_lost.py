@@ -11,7 +11,7 @@ import pytest
 
 from tests.integration.playback_texts import PAUSE
 from tests.integration.recording_texts import KINDS, MESSAGES, Watch, debug, error, info, left_over
-from virtual_unit import SILENT, DbusFailure, VirtualUnit
+from virtual_unit import PATIENCE, SILENT, DbusFailure, VirtualUnit
 from virtual_unit.bus import PrivateBus
 from virtual_unit.unit import folder_of_units
 
@@ -138,7 +138,7 @@ class Door:
                 self._open.remove(pair)
             self._changed.notify_all()
 
-    def wait_open(self, count, timeout=60):
+    def wait_open(self, count, timeout=PATIENCE):
         """Waits until that many connections are left."""
         with self._changed:
             assert self._changed.wait_for(lambda: len(self._open) == count, timeout), self._open
@@ -192,6 +192,6 @@ def test_a_passing_connection_that_is_cut_fails_its_call_alone(door, make_unit):
     call = unit.client.call_async("VideoPlaybackPause")
     unit.calls.wait_for("video", "PausePlayback")
     door.cut(LASTING)
-    assert call.result(60).args == (-1, "Unknown error")
+    assert call.result(PATIENCE).args == (-1, "Unknown error")
     assert unit.client.call("VideoPlaybackResume")[0] == -1
     assert unit.daemon_alive

@@ -9,7 +9,7 @@ import pytest
 
 from tests.integration.installed_client import (  # pylint: disable=unused-import
     ROOT, cached, library_folder_fixture, prefix_fixture, run)
-from virtual_unit import SILENT, VirtualUnit
+from virtual_unit import PATIENCE, SILENT, VirtualUnit
 
 #: The examples, with what they need besides the client library.
 EXAMPLES = {"record_qt": ["Qt5Core"], "follow_glib": ["glib-2.0"], "snapshot_sd_event": ["libsystemd"]}
@@ -82,7 +82,7 @@ def unit_fixture():
 
 def finish(process):
     """What an example says until its end, its status, and the longest time between two turns of its loop."""
-    out, errors = process.communicate(timeout=60)
+    out, errors = process.communicate(timeout=PATIENCE)
     longest = re.search(r"^loop: \d+ turns, at most (\S+) ms apart$", errors, re.MULTILINE).group(1)
     return out, process.returncode, float(longest)
 

@@ -9,7 +9,7 @@ import pytest
 
 from tests.integration.installed_client import (  # pylint: disable=unused-import
     ROOT, cached, library_folder_fixture, prefix_fixture)
-from virtual_unit import SILENT, VirtualUnit
+from virtual_unit import PATIENCE, SILENT, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 
 STANDARDS = ("c++11", "c++17", "c++20")
@@ -294,5 +294,5 @@ def test_a_program_works(unit, compile_program, library_folder, name):
         if first == "open\n":
             for number in range(1, 1235):
                 unit.controller.emit(PATH, CONTROL, "CaptureError", number, "x")
-        out, errors = process.communicate(timeout=60)
+        out, errors = process.communicate(timeout=PATIENCE)
     assert (first + out, process.returncode) == (expected, 0), errors

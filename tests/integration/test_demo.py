@@ -245,7 +245,7 @@ def test_a_reader_that_leaves_ends_it_quietly(folder):
     with running_demo(folder) as process:
         process.stdout.readline()
         process.stdout.close()
-        assert process.wait(60) == 128 + signal.SIGPIPE
+        assert process.wait(PATIENCE) == 128 + signal.SIGPIPE
         assert process.stderr.read() == ""
 
 

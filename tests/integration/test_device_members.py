@@ -10,7 +10,7 @@ from tests.integration import device_texts as texts
 from tests.integration.device_texts import FAILED, effect_of, read, write
 from tests.integration.recording_texts import error, info, opened
 from tests.integration.time_texts import without_clock
-from virtual_unit import REFUSE, VirtualUnit
+from virtual_unit import PATIENCE, REFUSE, VirtualUnit
 
 INT_MIN, INT_MAX = -2 ** 31, 2 ** 31 - 1
 
@@ -330,7 +330,7 @@ def test_the_mixer_inherits_nothing_of_the_daemons(unit):
     folder = f"/proc/{mixer}/fd"
     links = {int(number): os.readlink(os.path.join(folder, number)) for number in os.listdir(folder)}
     unit.audio.release("amixer")
-    assert reading.result(10).args == (unit.audio.volume,)
+    assert reading.result(PATIENCE).args == (unit.audio.volume,)
     assert links.pop(1).startswith("pipe:")
     assert not [link for link in links.values()
                 if link.startswith(("socket:", "anon_inode:", "pipe:")) or "gpio" in link]
@@ -356,7 +356,7 @@ def test_a_slow_mixer_is_waited_for(unit):
     unit.audio.wait_commands("amixer", before + 1)
     assert not reading.done() and not behind.done()
     unit.audio.release("amixer")
-    assert reading.result(10).args == (unit.audio.volume,)
+    assert reading.result(PATIENCE).args == (unit.audio.volume,)
     assert behind.exception(10).text == "Could not play file"
 
 

@@ -9,7 +9,7 @@ from tests.integration.playback_texts import (
     GET_RATE, MESSAGES, PAUSE, RESUME, SEEK, SET_RATE, START, make_file, play, played, refused_lines, start_line,
     start_lines, start_order, start_playing, state_lines, stop_lines)
 from tests.integration.recording_texts import VIDEO, Watch, debug, error, info
-from virtual_unit import ABSENT, CODE, DIE, REFUSE, SILENT, DbusFailure
+from virtual_unit import ABSENT, CODE, DIE, PATIENCE, REFUSE, SILENT, DbusFailure
 
 
 # Start ----------------------------------------------------------------------------------------------------------------
@@ -32,7 +32,8 @@ def test_a_start_passes_name_and_rate_on(unit, rate):
 def test_the_reply_is_code_and_message(unit):
     for member, signature, arguments in (("Start", "sd", ("", 1.0)), ("Stop", "b", (True,)), ("Pause", "", ()),
                                          ("Resume", "", ()), ("Seek", "i", (1,))):
-        assert unit.client.call_async(f"VideoPlayback{member}", signature, *arguments).result(30).signature == "is"
+        reply = unit.client.call_async(f"VideoPlayback{member}", signature, *arguments).result(PATIENCE)
+        assert reply.signature == "is"
 
 
 #: Names that cannot be played, with FOLDER for the folder of the files and RELATIVE for its name from the daemon's own.

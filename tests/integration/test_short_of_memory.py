@@ -9,7 +9,7 @@ import pytest
 
 from tests.integration.playback_texts import MESSAGES, refused_lines, state_lines
 from tests.integration.recording_texts import Watch, error, info
-from virtual_unit import DbusFailure
+from virtual_unit import PATIENCE, DbusFailure
 
 MIB = 1 << 20
 ERRORS = "org.freedesktop.DBus.Error."
@@ -42,7 +42,7 @@ def test_a_folder_that_no_file_system_takes_is_a_bad_directory(unit, size):
     folder = giant(size)
     leave_room(unit, 6 * size)  # message, text and an answer that repeats it, whose buffer doubles as it grows
     watch = Watch(unit)
-    answer = unit.client.call("Screenshot", "s", folder, timeout=300)
+    answer = unit.client.call("Screenshot", "s", folder, timeout=5 * PATIENCE)
     assert answer[1:] == (-1, "Bad directory")
     assert (answer[0] == folder) is True  # here and below: nobody wants to see the difference of two such texts
     assert watch.lines == []
@@ -53,7 +53,7 @@ def test_a_file_that_no_file_system_takes_is_not_there(unit):
     name = giant(16 * MIB)
     leave_room(unit, 8 * len(name))  # message and text, and a line of the log at a time, which is written twice as long
     watch = Watch(unit)
-    assert unit.client.call("VideoPlaybackStart", "sd", name, 1.0, timeout=300) == (-2, MESSAGES[-2])
+    assert unit.client.call("VideoPlaybackStart", "sd", name, 1.0, timeout=5 * PATIENCE) == (-2, MESSAGES[-2])
     assert (watch.lines == refused_lines(name, "existence check failed: File name too long")) is True
     assert watch.calls == []
 
@@ -62,7 +62,7 @@ def test_a_zone_that_no_file_system_takes_is_not_installed(unit):
     zone = "x" * 16 * MIB  # of one part: the last alone is looked for in the names of the zones
     leave_room(unit, 8 * len(zone))
     with pytest.raises(DbusFailure) as failure:
-        unit.client.call("SetTimezone", "s", zone, timeout=300)
+        unit.client.call("SetTimezone", "s", zone, timeout=5 * PATIENCE)
     assert failure.value.name == ERRORS + "Failed"
     assert (failure.value.text == f"{zone} is not installed in the list of CCU timezones") is True
 
@@ -71,7 +71,7 @@ def test_a_sound_that_no_file_system_takes_cannot_be_played(unit):
     name = giant(16 * MIB)
     leave_room(unit, 4 * len(name))
     with pytest.raises(DbusFailure, match=f"{ERRORS}Failed: Could not play file"):
-        unit.client.call("PlayAudio", "s", name, timeout=300)
+        unit.client.call("PlayAudio", "s", name, timeout=5 * PATIENCE)
 
 
 @pytest.mark.parametrize("member, types, rest", MEMBERS, ids=[member for member, *_ in MEMBERS])
@@ -80,7 +80,7 @@ def test_memory_that_runs_out_is_an_error_and_a_line_and_the_daemon_goes_on(unit
     leave_room(unit, 3 * len(text) // 2)  # the message, and not the text once more
     watch = Watch(unit)
     with pytest.raises(DbusFailure) as failure:
-        unit.client.call(member, types, text, *rest, timeout=300)
+        unit.client.call(member, types, text, *rest, timeout=5 * PATIENCE)
     assert (failure.value.name, failure.value.text) == (ERRORS + "NoMemory", "Out of memory")
     assert watch.lines == [error(f"Exception while serving {member}: Out of memory")]
     with pytest.raises(DbusFailure, match="Could not play file"):
@@ -108,6 +108,6 @@ def test_a_message_that_memory_cannot_hold_costs_the_connection_and_so_ends_the_
     leave_room(unit, len(text) // 2)
     watch = Watch(unit)
     with pytest.raises(DbusFailure, match="NoReply"):
-        unit.client.call("PlayAudio", "s", text, timeout=300)
+        unit.client.call("PlayAudio", "s", text, timeout=5 * PATIENCE)
     assert unit.wait_exit() == 1
     assert watch.lines == [info("Failed to start main event loop"), info("Exiting..\n")]

@@ -9,7 +9,7 @@ from tests.integration.playback_texts import (
     SNAPSHOT, SNAPSHOT_CALLS, first_picture, ordered_lines, snapshot_lines)
 from tests.integration.recording_texts import (
     CAMERA, MESSAGES, REEL, VIDEO, Watch, debug, error, info, left_over, opened, reason)
-from virtual_unit import CODE, DIE, REFUSE
+from virtual_unit import CODE, DIE, PATIENCE, REFUSE
 
 
 def snapshot(unit, width=640, height=480, quality=90):
@@ -42,7 +42,7 @@ def test_a_snapshot_asks_in_order_registers_the_picture_and_tells_each_step(unit
 
 
 def test_the_reply_is_path_code_and_message(unit):
-    reply = unit.client.call_async("Snapshot", "uuu", 1, 1, 1).result(30)
+    reply = unit.client.call_async("Snapshot", "uuu", 1, 1, 1).result(PATIENCE)
     assert reply.signature == "sis"
 
 

@@ -6,7 +6,7 @@ import os
 import pytest
 
 from tests.integration.device_texts import FAILED, effect_of
-from virtual_unit import VirtualUnit
+from virtual_unit import PATIENCE, VirtualUnit
 
 FOLDER = "/usr/share/sounds/"
 REFUSED = (FAILED, "Could not play file")
@@ -196,7 +196,7 @@ def test_a_hundred_at_once_play_side_by_side_and_leave_nothing(unit):
     """No thread and no child, and meanwhile the daemon answers."""
     unit.audio.hold("aplay")
     calls = [unit.client.call_async("PlayAudio", "s", "beep.wav") for _ in range(100)]
-    assert all(call.result(30).args == () for call in calls)
+    assert all(call.result(PATIENCE).args == () for call in calls)
     unit.audio.wait_played(100, ended=False)
     assert len(children(unit)) == 100
     assert unit.client.get("KeypadBeepEnabled") is False  # nobody waits for the sounds

@@ -8,6 +8,7 @@ import subprocess
 import pytest
 
 from dbus_helper.where import Sources, text_of
+from virtual_unit.patience import PATIENCE
 
 _ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 _PLACE = re.compile(r"(?P<path>[\w/]+\.(?:cpp|h)):(?P<line>\d+): (?P<what>.*)")
@@ -108,7 +109,7 @@ _LINES = [
 def where(*arguments):
     """Runs the command; returns its status, its lines and what it wrote to standard error."""
     done = subprocess.run([_ROOT / "ccu", "where", *arguments], env={"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8"},
-                          capture_output=True, text=True, check=False, timeout=120)
+                          capture_output=True, text=True, check=False, timeout=2 * PATIENCE)
     return done.returncode, done.stdout.splitlines(), done.stderr
 
 

@@ -5,8 +5,8 @@ import time
 
 import pytest
 
-from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, REFUSE, SILENT, WRONG_TYPE, Client, DbusFailure,
-                          VirtualUnit, declaration)
+from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, PATIENCE, REFUSE, SILENT, WRONG_TYPE, Client,
+                          DbusFailure, VirtualUnit, declaration)
 from virtual_unit.values import complete_types, zero
 
 _ERROR = "org.freedesktop.DBus.Error."
@@ -74,7 +74,7 @@ def test_wrong_type_never_fits(unit):
         unit.faults.on(name, member, WRONG_TYPE, times=1)
         arguments = [zero(part) for part in complete_types(signature)]
         reply = unit.client.request(getattr(unit, name).service, path, interface, member, signature,
-                                    *arguments).result(10)
+                                    *arguments).result(PATIENCE)
         assert reply.signature not in ("", result)
         assert not result.startswith(reply.signature)
 
@@ -122,7 +122,7 @@ def test_late_is_correct_and_later(unit, video_client):
     late = video_client.call_async("StopRecording")
     assert video_client.get("RecordingState") == 0
     assert not late.done()
-    assert late.result(10).args == (-1,)
+    assert late.result(PATIENCE).args == (-1,)
     assert time.monotonic() - start >= 0.1
 
 
@@ -132,7 +132,7 @@ def test_late_after_death_is_not_sent(unit, video_client):
     unit.calls.wait_for("video", "StopRecording")
     unit.video.die()
     with pytest.raises(DbusFailure, match="NoReply"):
-        late.result(10)
+        late.result(PATIENCE)
 
 
 def test_counting_from_now(unit, video_client):
@@ -188,7 +188,7 @@ def test_a_unit_with_unanswered_calls_ends():
         pending = client.call_async("StopRecording")
         unit.calls.wait_for("video")
     with pytest.raises(DbusFailure, match="NoReply"):
-        pending.result(10)
+        pending.result(PATIENCE)
     client.close()
 
 

@@ -4,7 +4,7 @@ import xml.etree.ElementTree as ElementTree
 
 import pytest
 
-from virtual_unit import ALL_SIBLINGS, DbusFailure, Typed, declaration
+from virtual_unit import ALL_SIBLINGS, PATIENCE, DbusFailure, Typed, declaration
 from virtual_unit.values import append, complete_types, plain, signature_of, typed, zero
 
 _ERROR = "org.freedesktop.DBus.Error."
@@ -46,7 +46,7 @@ def test_every_method_replies_with_the_signature_of_its_file(unit, client_of, na
             arguments = [zero(part) for part in complete_types(method.signature)]
             try:
                 reply = client.request(sibling.service, path, interface, member, method.signature,
-                                       *arguments).result(10)
+                                       *arguments).result(PATIENCE)
             except DbusFailure as failure:
                 assert "error in the simulation" not in failure.text
                 continue

@@ -100,7 +100,7 @@ def test_records_of_many_processes_do_not_mix(program, capture_library, tmp_path
     environment = {"LC_ALL": "C", "LD_PRELOAD": str(capture_library), "CCU_SYSLOG_FILE": str(path),
                    "ASAN_OPTIONS": "verify_asan_link_order=0"}
     children = [subprocess.Popen([program, "argument"], env=environment) for _ in range(8)]
-    assert [child.wait(30) for child in children] == [0] * 8
+    assert [child.wait(PATIENCE) for child in children] == [0] * 8
     lines = SyslogReader(str(path)).lines()
     assert sorted(lines, key=str) == sorted(_EXPECTED * 8, key=str)
 
