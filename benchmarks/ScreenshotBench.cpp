@@ -3,6 +3,7 @@
 #include "benchmarks/ScreenshotLayers.h"
 #include "capture/Framebuffer.h"
 #include "capture/PixelBlend.h"
+#include "dbus_helper/Descriptor.h"
 #include "dbus_helper/Handles.h"
 
 #include <png.h>
@@ -75,22 +76,6 @@ struct Layers
     void Show(const std::vector<uint8_t>& pixels) const { WriteFile(video, pixels.data(), pixels.size()); }
 };
 
-class Descriptor
-{
-  public:
-    explicit Descriptor(const std::filesystem::path& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~Descriptor() { close(descriptor_); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor(Descriptor&&) = delete;
-    Descriptor& operator=(Descriptor&&) = delete;
-
-    [[nodiscard]] int Get() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
 FramebufferImage EmptyImage(uint32_t bytesPerPixel)
 {
     FramebufferImage image;
@@ -103,12 +88,12 @@ FramebufferImage EmptyImage(uint32_t bytesPerPixel)
 /// What the daemon does before it encodes, its memory included.
 FramebufferImage Compose(const Layers& layers)
 {
-    const Descriptor video(layers.video);
+    const DbusHelper::Descriptor video(open(layers.video.c_str(), O_RDONLY | O_CLOEXEC));
     FramebufferImage screen = EmptyImage(videoBytes);
     screen.data = ControllerDaemon::AllocateRows(screen.Stride(), screenHeight);
     int result = ControllerDaemon::ReadWindow(video.Get(), ScreenOf(videoBytes), screen.Stride(), 0, screen.data.get());
     MirrorShifted(screen, ControllerDaemon::AllocateRows(screen.Stride(), 1).get());
-    const Descriptor over(layers.overlay);
+    const DbusHelper::Descriptor over(open(layers.overlay.c_str(), O_RDONLY | O_CLOEXEC));
     FramebufferImage overlay = EmptyImage(overlayBytes);
     overlay.data = ControllerDaemon::AllocateRows(overlay.Stride(), BandRows(overlay));
     result = result < 0 ? result : BlendWindow(screen, overlay, over.Get(), ScreenOf(overlayBytes));

@@ -3,6 +3,7 @@
 #include "capture/CaptureReply.h"
 #include "capture/MarkerFiles.h"
 #include "capture/PixelBlend.h"
+#include "dbus_helper/Descriptor.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
 
@@ -49,28 +50,6 @@ constexpr FixedString screenshotName{"ControllerDaemon::ScreenshotCapture::Scree
 /// never large; measured in docs/screenshots.md.
 constexpr uint32_t encoderFlags = PNG_IMAGE_FLAG_FAST;
 
-class Descriptor
-{
-  public:
-    explicit Descriptor(const std::string& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~Descriptor()
-    {
-        if (descriptor_ >= 0)
-        {
-            close(descriptor_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor(Descriptor&&) = delete;
-    Descriptor& operator=(Descriptor&&) = delete;
-
-    [[nodiscard]] int Get() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
 /// Logs the line of a step that failed and returns the failure.
 int Fail(const char* step, const char* what, int result = -1)
 {
@@ -105,7 +84,7 @@ int ReadResult(int result) { return result < 0 ? Fail(readPixelsText, "read", re
 /// before whether it fits.
 int ReadLayer(const std::string& device, FramebufferImage& image, FramebufferImage* video = nullptr)
 {
-    const Descriptor framebuffer(device);
+    const DbusHelper::Descriptor framebuffer(open(device.c_str(), O_RDONLY | O_CLOEXEC));
     if (framebuffer.Get() < 0)
     {
         return Fail(getDataText, "open", -errno);

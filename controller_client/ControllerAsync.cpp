@@ -1,7 +1,7 @@
 #include "controller_client/ControllerAsync.h"
 
 #include "controller_client/ControllerCalls.h"
-#include "controller_client/Descriptor.h"
+#include "dbus_helper/Descriptor.h"
 
 #include <sys/eventfd.h>
 
@@ -136,7 +136,7 @@ struct ControllerAsync::Worker
         }
     }
 
-    Controllerd::Descriptor over_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)}; // readable while there are finished calls
+    DbusHelper::Descriptor over_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)}; // readable while there are finished calls
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<Call> waiting_;

@@ -1,7 +1,7 @@
 #include "controller_client/ControllerSignals.h"
 
 #include "controller_client/ControllerCalls.h"
-#include "controller_client/Descriptor.h"
+#include "dbus_helper/Descriptor.h"
 #include "dbus_helper/HandlerGuard.h"
 #include "dbus_helper/Handles.h"
 #include "dbus_helper/Log.h"
@@ -340,9 +340,9 @@ struct ControllerSignals::Listener
         return epoll_ctl(epoll_.Get(), operation, descriptor, &event);
     }
 
-    Controllerd::Descriptor epoll_{epoll_create1(EPOLL_CLOEXEC)};
-    Controllerd::Descriptor atHand_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
-    Controllerd::Descriptor over_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
+    DbusHelper::Descriptor epoll_{epoll_create1(EPOLL_CLOEXEC)};
+    DbusHelper::Descriptor atHand_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
+    DbusHelper::Descriptor over_{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::atomic<bool> cancelled_ = false;
     std::unique_ptr<Connection> connection_;
 };

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-namespace Controllerd
+namespace DbusHelper
 {
 
 /// A file descriptor that is closed when it goes.
@@ -29,4 +29,4 @@ class Descriptor
     int descriptor_;
 };
 
-} // namespace Controllerd
+} // namespace DbusHelper
