@@ -156,7 +156,7 @@ def service_of(root):
     folders = [root.at(folder, "systemd/system") for folder in ("etc", "lib")]
     units = run("unshare", "--user", "/lib/systemd/systemd", "--test", "--system", "--unit=controllerd.service",
                 env={"PATH": PATH, "SYSTEMD_UNIT_PATH": ":".join([*folders, ""])})
-    unit = re.search(r"-> Unit controllerd\.service:\n(.*?)-> Unit ", units, re.DOTALL).group(1)
+    unit = re.search(r"-> Unit controllerd\.service:\n(.*?)-> (?:Unit |By jobs)", units, re.DOTALL).group(1)
     numbers = [re.findall(expression, unit) for expression in (
         r"Wants: user@(\d+)\.service", r"\bAfter: user@(\d+)\.service", r"BUS_ADDRESS=unix:path=/run/user/(\d+)/bus\n")]
     assert numbers[0] == numbers[1] == numbers[2] and len(numbers[0]) == 1
