@@ -38,6 +38,9 @@ HideResult SetHiddenAttribute(int descriptor)
     return ioctl(descriptor, FAT_IOCTL_SET_ATTRIBUTES, &attributes) != 0 ? HideResult::NotWritten : HideResult::Hidden;
 }
 
+/// A name of a marker is never followed nor waited for.
+constexpr int cautiously = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
 /// Opens a plain file and nothing else: others can put what they like under a marker's name, which is known beforehand.
 /// A pipe would be waited for and a link followed; a device or a pipe with a reader notices that it is opened, so these
 /// are not even tried. Negative when there is no such file, or none can be made.
@@ -49,7 +52,7 @@ int OpenPlainFile(const std::string& path, int flags, mode_t mode)
     {
         return -1;
     }
-    const int descriptor = open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+    const int descriptor = open(path.c_str(), flags | cautiously, mode);
     if (descriptor >= 0 && (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)))
     {
         close(descriptor); // it came between the two looks
@@ -90,12 +93,15 @@ std::string RecoveryPath(const std::string& mediaPath) { return MarkerPath(media
 bool CreateHiddenFile(const std::string& path, bool ownerExecute)
 {
     const mode_t mode = ownerExecute ? S_IWUSR | S_IXUSR : S_IWUSR;
-    const int descriptor = OpenPlainFile(path, O_WRONLY | O_CREAT, mode);
+    // There is nothing under the name in all but a few cases, and then this is one call instead of four.
+    int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | cautiously, mode);
+    const bool isNew = descriptor >= 0;
+    descriptor = isNew ? descriptor : OpenPlainFile(path, O_WRONLY | O_CREAT, mode);
     if (descriptor < 0)
     {
         return false;
     }
-    const bool emptied = ftruncate(descriptor, 0) == 0;
+    const bool emptied = isNew || ftruncate(descriptor, 0) == 0;
     const bool hidden = SetHiddenAttribute(descriptor) == HideResult::Hidden;
     return close(descriptor) == 0 && emptied && hidden;
 }

@@ -23,11 +23,19 @@ constexpr int32_t stateOff = 0;
 /// The action whose power the hardware daemon is asked to judge.
 constexpr int32_t recordingAction = 0;
 
-/// The snapshot that the video daemon takes with a recording stands beside it.
-std::string SnapshotPath(const std::string& mediaPath)
+/// What stands beside a recording's file.
+struct Companions
 {
-    return std::filesystem::path(mediaPath).replace_extension("jpeg").string();
-}
+    explicit Companions(const std::string& mediaPath)
+        : recActive(RecActivePath(mediaPath)), recovery(RecoveryPath(mediaPath)),
+          snapshot(std::filesystem::path(mediaPath).replace_extension("jpeg").string())
+    {
+    }
+
+    std::string recActive;
+    std::string recovery;
+    std::string snapshot; ///< that the video daemon takes with it
+};
 
 CaptureErrorCode CheckStorage(const Kind& kind, const std::string& mediaPath)
 {
@@ -70,7 +78,7 @@ CaptureErrorCode CheckPower(const Kind& kind)
     return CaptureErrorCode::Success;
 }
 
-bool AddMediaItem(const Kind& kind, const std::string& mediaPath)
+bool AddMediaItem(const Kind& kind, const std::string& mediaPath, const Companions& beside)
 {
     JobsManagerD::cameraAngles_t angles;
     JobsManagerD::reelDistance_t distance;
@@ -78,8 +86,8 @@ bool AddMediaItem(const Kind& kind, const std::string& mediaPath)
     GetReelDistances(distance);
     int32_t jobsCode = 0;
     const int32_t result =
-        kind.peers.addMediaItem(mediaPath, std::string(kind.words.name) + " recording", RecActivePath(mediaPath),
-                                RecoveryPath(mediaPath), SnapshotPath(mediaPath), angles, distance, jobsCode);
+        kind.peers.addMediaItem(mediaPath, std::string(kind.words.name) + " recording", beside.recActive,
+                                beside.recovery, beside.snapshot, angles, distance, jobsCode);
     return MediaItemDone({kind.signatures.start, "add", kind.words.name}, result, jobsCode);
 }
 
@@ -106,12 +114,12 @@ void DeleteMediaItem(const Kind& kind, const std::string& mediaPath)
     MediaItemDone({kind.signatures.start, "delete", kind.words.name}, result, jobsCode);
 }
 
-void CreateMarkers(const std::string& mediaPath)
+void CreateMarkers(const Companions& beside)
 {
     // Not consulted: a marker that cannot be hidden, or made, is no reason to lose the recording.
     constexpr bool ownerExecute = true;
-    CreateHiddenFile(RecoveryPath(mediaPath), ownerExecute);
-    CreateHiddenFile(RecActivePath(mediaPath), ownerExecute);
+    CreateHiddenFile(beside.recovery, ownerExecute);
+    CreateHiddenFile(beside.recActive, ownerExecute);
 }
 
 void RemoveMarkers(const std::string& mediaPath)
@@ -130,12 +138,13 @@ CaptureErrorCode Refuse(const std::string& mediaPath, CaptureErrorCode code)
 CaptureErrorCode Begin(const Kind& kind, const std::string& mediaPath, uint32_t width, uint32_t height,
                        uint32_t quality)
 {
-    CreateMarkers(mediaPath);
-    if (!AddMediaItem(kind, mediaPath))
+    const Companions beside(mediaPath);
+    CreateMarkers(beside);
+    if (!AddMediaItem(kind, mediaPath, beside))
     {
         return Refuse(mediaPath, CaptureErrorCode::MediaItemNotAdded);
     }
-    if (kind.peers.start(mediaPath, RecoveryPath(mediaPath), SnapshotPath(mediaPath), width, height, quality) < 0)
+    if (kind.peers.start(mediaPath, beside.recovery, beside.snapshot, width, height, quality) < 0)
     {
         Log::Error("%s: Failed to start recording", kind.signatures.start);
         DeleteMediaItem(kind, mediaPath);
