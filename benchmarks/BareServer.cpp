@@ -22,7 +22,7 @@ namespace
 {
 
 constexpr int textsOfACall = 6;
-constexpr int firstCall = 4;
+constexpr int firstCall = 5;
 
 /// What the server does beside its property.
 struct Work
@@ -30,6 +30,7 @@ struct Work
     std::string_view occasion;
     int lines = 0;
     std::string folder;
+    int members = 0; ///< that are offered as well, at a start
     std::vector<Bench::Operation> calls;
 };
 
@@ -80,6 +81,24 @@ const sd_bus_vtable table[] = {
     SD_BUS_VTABLE_END,
 };
 
+/// An interface as large as the daemon's.
+bool OfferMembers(sd_bus* bus, int count)
+{
+    static std::vector<std::string> names; // the bus keeps the table and its texts
+    static std::vector<sd_bus_vtable> members{SD_BUS_VTABLE_START(0)};
+    names.reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i)
+    {
+        names.push_back("Member" + std::to_string(i));
+        members.push_back(SD_BUS_METHOD_WITH_NAMES(
+            names.back().c_str(), "uuu", SD_BUS_PARAM(width) SD_BUS_PARAM(height) SD_BUS_PARAM(quality), "is",
+            SD_BUS_PARAM(code) SD_BUS_PARAM(message), Record, SD_BUS_VTABLE_UNPRIVILEGED));
+    }
+    members.push_back(SD_BUS_VTABLE_END);
+    return sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
+                                    "com.tavilon.common.BareServer1.Members", members.data(), nullptr) >= 0;
+}
+
 /// A start tells of three properties that it has set.
 bool TellThreeTimes(sd_bus* bus)
 {
@@ -97,7 +116,7 @@ Work ReadWork(int count, char** texts)
     Work work;
     if (count >= firstCall)
     {
-        work = {texts[1], std::atoi(texts[2]), texts[3], {}};
+        work = {texts[1], std::atoi(texts[2]), texts[3], std::atoi(texts[4]), {}};
     }
     for (int text = firstCall; text + textsOfACall <= count; text += textsOfACall)
     {
@@ -109,9 +128,9 @@ Work ReadWork(int count, char** texts)
 
 } // namespace
 
-/// Arguments: none; or the occasion, a number of lines to log, a folder for two files, and six texts for each call to
-/// be made, in the order of Operation's fields. At a "start" all else is done before that a start does; a "record" is
-/// the method, at a "signal" is "VideoGrew".
+/// Arguments: none; or the occasion, a number of lines to log, a folder for two files, a number of members to offer,
+/// and six texts for each call to be made, in the order of Operation's fields. At a "start" all else is done before
+/// that a start does; a "record" is the method, at a "signal" is "VideoGrew".
 int main(int count, char** arguments)
 {
     Work work = ReadWork(count, arguments);
@@ -126,7 +145,7 @@ int main(int count, char** arguments)
         sd_bus_open_user(&bus) < 0 || sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
         sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
                                  "com.tavilon.common.BareServer1.Control", table, &work) < 0 ||
-        sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0 ||
+        !OfferMembers(bus, work.members) || sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0 ||
         (work.occasion == "start" && !TellThreeTimes(bus)))
     {
         return EXIT_FAILURE;

@@ -7,6 +7,7 @@
 #include <libudev.h>
 #include <systemd/sd-bus.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/epoll.h>
@@ -58,13 +59,25 @@ bool ReadMixer()
 bool SwitchLine(gpiod_chip* chip, unsigned int offset)
 {
     gpiod_line* line = gpiod_chip_get_line(chip, offset);
-    return line != nullptr && gpiod_line_request_output(line, "bare", 0) == 0 && gpiod_line_set_value(line, 1) == 0;
+    return line != nullptr && gpiod_line_request_output(line, "bare", 0) == 0 && gpiod_line_set_value(line, 1) == 0 &&
+           gpiod_line_get_value(line) == 1;
 }
 
 bool SwitchLines()
 {
     gpiod_chip* chip = gpiod_chip_open_by_name("gpiochip4");
     return chip != nullptr && SwitchLine(chip, 14) && SwitchLine(chip, 13);
+}
+
+/// The sounds and the zones that the unit has; a machine may have none.
+void ListFolder(const char* path)
+{
+    if (DIR* folder = opendir(path); folder != nullptr)
+    {
+        while (readdir(folder) != nullptr)
+        {}
+        closedir(folder);
+    }
 }
 
 constexpr libinput_interface deviceAccess{
@@ -126,6 +139,8 @@ bool Subscribe(sd_event* loop)
 
 bool BareStart(sd_event* loop)
 {
+    ListFolder("/usr/share/sounds");
+    ListFolder("/usr/share/zoneinfo/CCU");
     return Subscribe(loop) && SetMixer() && ReadMixer() && SwitchLines() && ListenToKeys(loop);
 }
 

@@ -288,7 +288,9 @@ Service BenchUnit::StartDaemonWithLayers() const
 
 Service BenchUnit::StartBareServer(const BareWork& work, LogTarget log) const
 {
-    Command command{{BareServerProgram(), work.occasion, std::to_string(work.lines), Media()}, Shielded(log)};
+    Command command{
+        {BareServerProgram(), work.occasion, std::to_string(work.lines), Media(), std::to_string(work.members)},
+        Shielded(log)};
     for (const Operation& call : work.calls)
     {
         const auto texts = {call.service, call.path, call.interface, call.member, call.property, call.signature};
@@ -307,6 +309,24 @@ void BenchUnit::Order(const char* member, const char* signature, uint32_t first,
     {
         throw Failure(std::string(member) + " answered: " + text);
     }
+}
+
+size_t BenchUnit::CountMembers(const DbusHelper::Endpoint& endpoint) const
+{
+    const Answer answer(Bus(), {endpoint.service, endpoint.path, "org.freedesktop.DBus.Introspectable"}, "Introspect",
+                        "");
+    const char* text = "";
+    sd_bus_message_read(answer.Message(), "s", &text);
+    size_t count = 0;
+    for (const std::string_view tag : {"<method ", "<property ", "<signal "})
+    {
+        for (const char* found = std::strstr(text, tag.data()); found != nullptr;
+             found = std::strstr(found + 1, tag.data()))
+        {
+            ++count;
+        }
+    }
+    return count;
 }
 
 size_t BenchUnit::LogLines() const

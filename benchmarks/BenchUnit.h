@@ -68,7 +68,8 @@ struct BareWork
 {
     std::string occasion;
     std::vector<Operation> calls;
-    size_t lines = 0; ///< to the log
+    size_t lines = 0;   ///< to the log
+    size_t members = 0; ///< offered beside its own
 };
 
 /// Where the log of what is started goes.
@@ -105,6 +106,9 @@ class BenchUnit
     /// but success.
     void Order(const char* member, const char* signature = "", uint32_t first = 0, uint32_t second = 0,
                uint32_t third = 0, const DbusHelper::Endpoint& endpoint = daemonEndpoint) const;
+
+    /// How many members a server offers, those of every bus object among them.
+    [[nodiscard]] size_t CountMembers(const DbusHelper::Endpoint& endpoint) const;
 
     /// Lines in the log's file so far.
     [[nodiscard]] size_t LogLines() const;

@@ -169,6 +169,11 @@ void MeasureStart(const BenchUnit& unit, const Sizes& sizes, Table& table)
     work.calls =
         OperationsOf(unit, [](const BenchUnit& started) { static_cast<void>(started.StartDaemon(LogTarget::File)); });
     work.lines = unit.LogLines() - before;
+    {
+        const Service daemon = unit.StartDaemon();
+        const Service bare = unit.StartBareServer();
+        work.members = unit.CountMembers(daemonEndpoint) - unit.CountMembers(bareEndpoint);
+    }
     PrintOperations("A start", work.calls);
     Comparison floor;
     for (const LogTarget log : {LogTarget::Syslog, LogTarget::File})
