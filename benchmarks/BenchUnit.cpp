@@ -1,6 +1,7 @@
 #include "benchmarks/BenchUnit.h"
 
 #include "benchmarks/Comparison.h"
+#include "dbus_helper/Codec.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -345,18 +346,15 @@ void BenchUnit::StartLog() const { Answer(Bus(), responderEndpoint, "StartLog", 
 std::vector<Operation> BenchUnit::TakeLog() const
 {
     const Answer answer(Bus(), responderEndpoint, "TakeLog", "");
-    sd_bus_message* message = answer.Message();
-    std::vector<Operation> operations;
-    std::array<const char*, 6> texts{};
-    int result = sd_bus_message_enter_container(message, 'a', "(ssssss)");
-    while (result >= 0 && (result = sd_bus_message_read(message, "(ssssss)", texts.data(), &texts[1], &texts[2],
-                                                        &texts[3], &texts[4], &texts[5])) > 0)
-    {
-        operations.push_back({texts[0], texts[1], texts[2], texts[3], texts[4], texts[5]});
-    }
-    if (result < 0)
+    std::vector<OperationTexts> log;
+    if (DbusHelper::Codec<std::vector<OperationTexts>>::Read(answer.Message(), log) < 0)
     {
         throw Failure("the responder's log cannot be read");
+    }
+    std::vector<Operation> operations;
+    for (const OperationTexts& texts : log)
+    {
+        std::apply([&](const auto&... text) { operations.push_back({text...}); }, texts);
     }
     return operations;
 }
@@ -364,20 +362,20 @@ std::vector<Operation> BenchUnit::TakeLog() const
 std::vector<std::string> BenchUnit::ConnectionsOf(pid_t pid) const
 {
     const Answer names(Bus(), busEndpoint, "ListNames", "");
+    std::vector<std::string> all;
     std::vector<std::string> connections;
-    const char* name = nullptr;
-    int result = sd_bus_message_enter_container(names.Message(), 'a', "s");
-    while (result >= 0 && (result = sd_bus_message_read(names.Message(), "s", &name)) > 0)
+    DbusHelper::Codec<std::vector<std::string>>::Read(names.Message(), all);
+    for (const std::string& name : all)
     {
-        if (*name != ':')
+        if (!name.starts_with(':'))
         {
             continue;
         }
-        const Answer owner(Bus(), busEndpoint, "GetConnectionUnixProcessID", "s", name);
+        const Answer owner(Bus(), busEndpoint, "GetConnectionUnixProcessID", "s", name.c_str());
         uint32_t ownerPid = 0;
         if (sd_bus_message_read(owner.Message(), "u", &ownerPid) > 0 && ownerPid == static_cast<uint32_t>(pid))
         {
-            connections.emplace_back(name);
+            connections.push_back(name);
         }
     }
     return connections;

@@ -1,81 +1,82 @@
 #include "benchmarks/CannedAnswers.h"
 
-#include <array>
+#include "dbus_helper/Codec.h"
 
 namespace Bench
 {
 namespace
 {
 
+using DbusHelper::AppendContainer;
+
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-/// In the order of Value's types.
-constexpr std::array signatures{"b", "i", "u", "s", "as"};
-static_assert(signatures.size() == std::variant_size_v<Value>);
+template <typename T>
+using CodecOf = DbusHelper::Codec<std::remove_cvref_t<T>>;
 
-const char* SignatureOf(const Value& value) { return signatures.at(value.index()); }
-
-struct Appender
+const char* SignatureOf(const Value& value)
 {
-    sd_bus_message* message;
+    return std::visit([](const auto& held) { return CodecOf<decltype(held)>::signature.c_str(); }, value);
+}
 
-    int operator()(bool value) const { return sd_bus_message_append(message, "b", value ? 1 : 0); }
-    int operator()(int32_t value) const { return sd_bus_message_append(message, "i", value); }
-    int operator()(uint32_t value) const { return sd_bus_message_append(message, "u", value); }
-    int operator()(const std::string& value) const { return sd_bus_message_append(message, "s", value.c_str()); }
-    int operator()(NoTexts /*value*/) const { return sd_bus_message_append(message, "as", 0); }
-};
-
-int Append(sd_bus_message* message, const Value& value) { return std::visit(Appender{message}, value); }
+int Append(sd_bus_message* message, const Value& value)
+{
+    return std::visit([&](const auto& held) { return CodecOf<decltype(held)>::Append(message, held); }, value);
+}
 
 int AppendVariant(sd_bus_message* message, const Value& value)
 {
-    int result = sd_bus_message_open_container(message, 'v', SignatureOf(value));
-    result = result < 0 ? result : Append(message, value);
-    return result < 0 ? result : sd_bus_message_close_container(message);
+    return AppendContainer(message, 'v', SignatureOf(value), [&] { return Append(message, value); });
+}
+
+/// A dictionary's entry: its key, which is of one type, and what `value` appends.
+template <typename Append>
+int AppendEntry(sd_bus_message* message, const char* signature, const std::string& key, Append value)
+{
+    return AppendContainer(message, 'e', signature, [&] {
+        const int result = sd_bus_message_append_basic(message, *signature, key.c_str());
+        return result < 0 ? result : value();
+    });
 }
 
 int AppendProperties(sd_bus_message* message, const Properties& properties)
 {
-    int result = sd_bus_message_open_container(message, 'a', "{sv}");
-    for (const auto& [name, value] : properties)
-    {
-        result = result < 0 ? result : sd_bus_message_open_container(message, 'e', "sv");
-        result = result < 0 ? result : sd_bus_message_append(message, "s", name.c_str());
-        result = result < 0 ? result : AppendVariant(message, value);
-        result = result < 0 ? result : sd_bus_message_close_container(message);
-    }
-    return result < 0 ? result : sd_bus_message_close_container(message);
+    return AppendContainer(message, 'a', "{sv}", [&] {
+        int result = 0;
+        for (auto each = properties.begin(); result >= 0 && each != properties.end(); ++each)
+        {
+            result = AppendEntry(message, "sv", each->first, [&] { return AppendVariant(message, each->second); });
+        }
+        return result;
+    });
 }
 
 int AppendDevice(sd_bus_message* message, const std::string& path, const Properties& properties)
 {
-    int result = sd_bus_message_open_container(message, 'e', "oa{sa{sv}}");
-    result = result < 0 ? result : sd_bus_message_append(message, "o", path.c_str());
-    result = result < 0 ? result : sd_bus_message_open_container(message, 'a', "{sa{sv}}");
-    result = result < 0 ? result : sd_bus_message_open_container(message, 'e', "sa{sv}");
-    result = result < 0 ? result : sd_bus_message_append(message, "s", deviceInterface);
-    result = result < 0 ? result : AppendProperties(message, properties);
-    for (int containers = 3; containers > 0; --containers)
-    {
-        result = result < 0 ? result : sd_bus_message_close_container(message);
-    }
-    return result;
+    return AppendEntry(message, "oa{sa{sv}}", path, [&] {
+        return AppendContainer(message, 'a', "{sa{sv}}", [&] {
+            return AppendEntry(message, "sa{sv}", deviceInterface,
+                               [&] { return AppendProperties(message, properties); });
+        });
+    });
 }
 
 int AppendReply(sd_bus_message* message, const Reply& reply)
 {
+    const auto append = [&] {
+        int result = 0;
+        for (auto value = reply.values.begin(); result >= 0 && value != reply.values.end(); ++value)
+        {
+            result = Append(message, *value);
+        }
+        return result;
+    };
     std::string contents;
     for (const Value& value : reply.values)
     {
         contents += SignatureOf(value);
     }
-    int result = reply.isStructure ? sd_bus_message_open_container(message, 'r', contents.c_str()) : 0;
-    for (const Value& value : reply.values)
-    {
-        result = result < 0 ? result : Append(message, value);
-    }
-    return result < 0 || !reply.isStructure ? result : sd_bus_message_close_container(message);
+    return reply.isStructure ? AppendContainer(message, 'r', contents.c_str(), append) : append();
 }
 
 /// Builds the reply with `append` and sends it; 1 when it went out.
@@ -101,7 +102,7 @@ CannedAnswers::CannedAnswers(const std::string& media)
                     {"CameraRollAngleRaw", 12},
                     {"TiltsenseCapable", true},
                     {"CameraPitchAngle", -7},
-                    {"ActiveCaptures", NoTexts{}}}},
+                    {"ActiveCaptures", std::vector<std::string>{}}}},
                   {"com.tavilon.common.SyncDaemon1", {{"HasActiveSyncs", false}}},
                   {"org.freedesktop.timedate1", {{"Timezone", "CCU/London"}}},
                   {"com.tavilon.common.Halvex1.Control", {{"RemoteIP", ""}, {"RemoteDBusAddress", ""}}},
@@ -182,19 +183,21 @@ int CannedAnswers::AnswerGet(sd_bus_message* call) const
 int CannedAnswers::AnswerManagedObjects(sd_bus_message* call) const
 {
     return Send(call, [&](sd_bus_message* reply) {
-        int result = sd_bus_message_open_container(reply, 'a', "{oa{sa{sv}}}");
-        for (uint32_t device = 0; device < devices_; ++device)
-        {
-            Properties properties = properties_.at(deviceInterface);
-            std::string path = devicePath;
-            if (device > 0)
+        return AppendContainer(reply, 'a', "{oa{sa{sv}}}", [&] {
+            int result = 0;
+            for (uint32_t device = 0; result >= 0 && device < devices_; ++device)
             {
-                path += std::to_string(device);
-                properties["MountPoint"] = "/media/card" + std::to_string(device);
+                Properties properties = properties_.at(deviceInterface);
+                std::string path = devicePath;
+                if (device > 0)
+                {
+                    path += std::to_string(device);
+                    properties["MountPoint"] = "/media/card" + std::to_string(device);
+                }
+                result = AppendDevice(reply, path, properties);
             }
-            result = result < 0 ? result : AppendDevice(reply, path, properties);
-        }
-        return result < 0 ? result : sd_bus_message_close_container(reply);
+            return result;
+        });
     });
 }
 

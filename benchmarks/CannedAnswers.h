@@ -13,9 +13,7 @@
 namespace Bench
 {
 
-struct NoTexts ///< an empty list
-{};
-using Value = std::variant<bool, int32_t, uint32_t, std::string, NoTexts>;
+using Value = std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
 using Properties = std::map<std::string, Value, std::less<>>;
 
 struct Reply

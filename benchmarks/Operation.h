@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <tuple>
 
 namespace Bench
 {
@@ -16,8 +17,11 @@ struct Operation
     std::string signature; ///< of a plain method's arguments, or of what a property is set to; basic types
 };
 
-/// Where the responder takes the benchmark's own orders: "StartLog", "TakeLog" (the calls since then, "a(ssssss)" in
-/// the order of Operation's fields), "Resize" (storage devices, properties of "StorageChanged"), and "Emit" (signal,
+/// Its fields, as they travel.
+using OperationTexts = std::tuple<std::string, std::string, std::string, std::string, std::string, std::string>;
+
+/// Where the responder takes the benchmark's own orders: "StartLog", "TakeLog" (the calls since then, as a list of
+/// OperationTexts), "Resize" (storage devices, properties of "StorageChanged"), and "Emit" (signal,
 /// count, connections of the receiver), which answers when the receiver has dealt with them all.
 inline constexpr const char* responderName = "com.tavilon.common.BenchResponder1";
 inline constexpr const char* responderPath = "/com/tavilon/common/BenchResponder1";

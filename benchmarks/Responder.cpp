@@ -3,6 +3,7 @@
 
 #include "benchmarks/CannedAnswers.h"
 #include "benchmarks/Operation.h"
+#include "dbus_helper/Codec.h"
 
 #include <systemd/sd-bus.h>
 #include <systemd/sd-daemon.h>
@@ -104,18 +105,14 @@ int TakeLog(sd_bus_message* message, void* userData, sd_bus_error* /*error*/)
 {
     State& state = StateOf(userData);
     state.isLogging = false;
+    std::vector<Bench::OperationTexts> texts;
+    for (const Operation& each : state.log)
+    {
+        texts.emplace_back(each.service, each.path, each.interface, each.member, each.property, each.signature);
+    }
     sd_bus_message* reply = nullptr;
     int result = sd_bus_message_new_method_return(message, &reply);
-    result = result < 0 ? result : sd_bus_message_open_container(reply, 'a', "(ssssss)");
-    for (const Operation& operation : state.log)
-    {
-        result = result < 0
-                     ? result
-                     : sd_bus_message_append(reply, "(ssssss)", operation.service.c_str(), operation.path.c_str(),
-                                             operation.interface.c_str(), operation.member.c_str(),
-                                             operation.property.c_str(), operation.signature.c_str());
-    }
-    result = result < 0 ? result : sd_bus_message_close_container(reply);
+    result = result < 0 ? result : DbusHelper::Codec<std::vector<Bench::OperationTexts>>::Append(reply, texts);
     result = result < 0 ? result : sd_bus_send(nullptr, reply, nullptr);
     sd_bus_message_unref(reply);
     return result;

@@ -124,10 +124,10 @@ int ReadValue(sd_bus_message* message, ControllerValue& value)
 int ReadVariant(sd_bus_message* message, ControllerValue& value)
 {
     const char* contents = nullptr;
-    int result = sd_bus_message_peek_type(message, nullptr, &contents);
-    result = result < 0 ? result : sd_bus_message_enter_container(message, SD_BUS_TYPE_VARIANT, contents);
-    result = result < 0 ? result : ReadValue(message, value);
-    return result < 0 ? result : sd_bus_message_exit_container(message);
+    const int result = sd_bus_message_peek_type(message, nullptr, &contents);
+    return result < 0 ? result : DbusHelper::ReadContainer(message, SD_BUS_TYPE_VARIANT, contents, [&] {
+        return ReadValue(message, value);
+    });
 }
 
 void OnSignal(sd_bus_message* message, Events& events)
@@ -149,19 +149,16 @@ void OnSignal(sd_bus_message* message, Events& events)
 
 int ReadChanged(sd_bus_message* message, Events& events)
 {
-    int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}");
-    while (result >= 0 && (result = sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0)
-    {
+    return DbusHelper::ReadEntries(message, "sv", [&] {
         ControllerEvent event{.kind = ControllerEvent::Kind::PropertyChanged, .name = {}, .arguments = {{}}};
-        result = ReadAs<std::string>(message, event.name);
+        int result = ReadAs<std::string>(message, event.name);
         result = result < 0 ? result : ReadVariant(message, event.arguments.front());
-        result = result < 0 ? result : sd_bus_message_exit_container(message);
         if (result >= 0)
         {
             events.Add(std::move(event));
         }
-    }
-    return result < 0 ? result : sd_bus_message_exit_container(message);
+        return result;
+    });
 }
 
 void OnPropertiesChanged(sd_bus_message* message, Events& events)

@@ -42,9 +42,7 @@ Outcome Send(sd_bus* bus, sd_bus_message* message, Body reply)
 
 int AppendVariant(sd_bus_message* message, const char* signature, Body value)
 {
-    int result = sd_bus_message_open_container(message, 'v', signature);
-    result = result < 0 ? result : value.transfer(message, value.values);
-    return result < 0 ? result : sd_bus_message_close_container(message);
+    return AppendContainer(message, 'v', signature, [&] { return value.transfer(message, value.values); });
 }
 
 } // namespace

@@ -132,6 +132,40 @@ struct Codec<T, std::enable_if_t<std::is_enum_v<T>>>
     }
 };
 
+/// Writes a container, of which `contents` writes what is in it. Negative when one of the steps fails.
+template <typename Contents>
+int AppendContainer(sd_bus_message* message, char type, const char* signature, Contents contents)
+{
+    int result = sd_bus_message_open_container(message, type, signature);
+    result = result < 0 ? result : contents();
+    return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+/// Reads the container that is next, of which `contents` reads what is in it. 0 when none is next, negative when one of
+/// the steps fails, otherwise 1.
+template <typename Contents>
+int ReadContainer(sd_bus_message* message, char type, const char* signature, Contents contents)
+{
+    int result = sd_bus_message_enter_container(message, type, signature);
+    if (result <= 0)
+    {
+        return result;
+    }
+    result = contents();
+    return result < 0 ? result : sd_bus_message_exit_container(message);
+}
+
+/// Reads a dictionary, whose entries have that signature and of which `entry` reads each. Negative when one of the
+/// steps fails.
+template <typename Entry>
+int ReadEntries(sd_bus_message* message, const std::string& signature, Entry entry)
+{
+    int result = sd_bus_message_enter_container(message, 'a', ("{" + signature + "}").c_str());
+    while (result >= 0 && (result = ReadContainer(message, 'e', signature.c_str(), entry)) > 0)
+    {}
+    return result < 0 ? result : sd_bus_message_exit_container(message);
+}
+
 template <typename T>
 struct Codec<std::vector<T>>
 {
@@ -139,30 +173,30 @@ struct Codec<std::vector<T>>
 
     static int Append(sd_bus_message* message, const std::vector<T>& values)
     {
-        int result = sd_bus_message_open_container(message, 'a', Codec<T>::signature.c_str());
-        for (auto value = values.begin(); result >= 0 && value != values.end(); ++value)
-        {
-            result = Codec<T>::Append(message, *value);
-        }
-        return result < 0 ? result : sd_bus_message_close_container(message);
+        return AppendContainer(message, 'a', Codec<T>::signature.c_str(), [&] {
+            int result = 0;
+            for (auto value = values.begin(); result >= 0 && value != values.end(); ++value)
+            {
+                result = Codec<T>::Append(message, *value);
+            }
+            return result;
+        });
     }
     static int Read(sd_bus_message* message, std::vector<T>& values)
     {
-        int result = sd_bus_message_enter_container(message, 'a', Codec<T>::signature.c_str());
-        if (result <= 0)
-        {
-            return result;
-        }
-        while (result > 0)
-        {
-            T value{};
-            result = Codec<T>::Read(message, value);
-            if (result > 0)
+        return ReadContainer(message, 'a', Codec<T>::signature.c_str(), [&] {
+            int result = 1;
+            while (result > 0)
             {
-                values.push_back(std::move(value));
+                T value{};
+                result = Codec<T>::Read(message, value);
+                if (result > 0)
+                {
+                    values.push_back(std::move(value));
+                }
             }
-        }
-        return result < 0 ? result : sd_bus_message_exit_container(message);
+            return result;
+        });
     }
 };
 
@@ -202,20 +236,12 @@ struct Codec<std::tuple<Types...>>
 
     static int Append(sd_bus_message* message, const std::tuple<Types...>& value)
     {
-        int result = sd_bus_message_open_container(message, 'r', contents.c_str());
-        result = result < 0 ? result : Sequence<Types...>::Append(message, value);
-        return result < 0 ? result : sd_bus_message_close_container(message);
+        return AppendContainer(message, 'r', contents.c_str(),
+                               [&] { return Sequence<Types...>::Append(message, value); });
     }
     static int Read(sd_bus_message* message, std::tuple<Types...>& value)
     {
-        int result = sd_bus_message_enter_container(message, 'r', contents.c_str());
-        if (result <= 0)
-        {
-            return result;
-        }
-        result = Sequence<Types...>::Read(message, value);
-        result = result < 0 ? result : sd_bus_message_exit_container(message);
-        return result < 0 ? result : 1;
+        return ReadContainer(message, 'r', contents.c_str(), [&] { return Sequence<Types...>::Read(message, value); });
     }
 };
 

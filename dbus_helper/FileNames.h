@@ -22,13 +22,15 @@ struct Codec<FileNames>
 
     static int Append(sd_bus_message* message, const FileNames& files)
     {
-        int result = sd_bus_message_open_container(message, 'a', "s");
-        for (auto name = files.names.begin(); result >= 0 && name != files.names.end(); ++name)
-        {
-            const int appended = Codec<std::string>::Append(message, *name);
-            result = appended == -EINVAL ? result : appended; // which is what sd-bus says of such a text
-        }
-        return result < 0 ? result : sd_bus_message_close_container(message);
+        return AppendContainer(message, 'a', "s", [&] {
+            int result = 0;
+            for (auto name = files.names.begin(); result >= 0 && name != files.names.end(); ++name)
+            {
+                const int appended = Codec<std::string>::Append(message, *name);
+                result = appended == -EINVAL ? result : appended; // which is what sd-bus says of such a text
+            }
+            return result;
+        });
     }
 };
 

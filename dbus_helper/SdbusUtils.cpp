@@ -32,40 +32,28 @@ int ReadPath(sd_bus_message* message, std::string& path)
 int ReadInterfaces(sd_bus_message* message, InterfaceMap& interfaces, InterfacesStep& step)
 {
     step = InterfacesStep::Interface;
-    int result = sd_bus_message_enter_container(message, 'a', "{sa{sv}}");
-    while (result >= 0 && (result = sd_bus_message_enter_container(message, 'e', "sa{sv}")) > 0)
-    {
+    const int result = DbusHelper::ReadEntries(message, "sa{sv}", [&] {
         std::string name;
-        result = DbusHelper::Codec<std::string>::Read(message, name);
-        if (result < 0)
+        int read = DbusHelper::Codec<std::string>::Read(message, name);
+        if (read >= 0)
         {
-            return result;
+            read = ParseProperties(message, interfaces[name]);
+            step = read < 0 ? InterfacesStep::Properties : InterfacesStep::Interface;
         }
-        result = ParseProperties(message, interfaces[name]);
-        if (result < 0)
-        {
-            step = InterfacesStep::Properties;
-            return result;
-        }
-        result = sd_bus_message_exit_container(message);
-    }
-    result = result < 0 ? result : sd_bus_message_exit_container(message);
-    step = result < 0 ? InterfacesStep::Interface : InterfacesStep::Done;
+        return read;
+    });
+    step = result < 0 ? step : InterfacesStep::Done;
     return result;
 }
 
 int ReadObjects(sd_bus_message* message, object_manager::ManagedObjects& objects)
 {
-    int result = sd_bus_message_enter_container(message, 'a', "{oa{sa{sv}}}");
-    while (result >= 0 && (result = sd_bus_message_enter_container(message, 'e', "oa{sa{sv}}")) > 0)
-    {
+    return DbusHelper::ReadEntries(message, "oa{sa{sv}}", [&] {
         std::string path;
         InterfacesStep step{};
-        result = ReadPath(message, path);
-        result = result < 0 ? result : ReadInterfaces(message, objects[path], step);
-        result = result < 0 ? result : sd_bus_message_exit_container(message);
-    }
-    return result < 0 ? result : sd_bus_message_exit_container(message);
+        const int result = ReadPath(message, path);
+        return result < 0 ? result : ReadInterfaces(message, objects[path], step);
+    });
 }
 
 } // namespace
