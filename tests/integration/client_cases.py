@@ -11,7 +11,7 @@ from typing import Callable, Optional
 import pytest
 
 from tests.integration.client_driver import UNTOUCHED, ClientDriver, Outcome
-from virtual_unit import ABSENT, DIE, REFUSE, SILENT, WRONG_TYPE, declaration
+from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit, declaration
 from virtual_unit.faults import Fault
 from virtual_unit.loop import spawn
 
@@ -90,6 +90,15 @@ COLUMNS = [
 GONE = Column("gone", CALL, errno.EHOSTUNREACH, _NO_OWNER)
 NO_BUS = Column("no bus", OPEN, errno.ENOENT, os.strerror(errno.ENOENT))
 NO_ANSWER = Column("silent", CALL, errno.ETIMEDOUT, os.strerror(errno.ETIMEDOUT), SILENT)
+
+
+def client_unit(*siblings):
+    """The fixture `unit` of a client's test file: a unit with nothing but these siblings."""
+    @pytest.fixture(scope="module", name="unit")
+    def fixture():
+        with VirtualUnit(daemon=False, siblings=siblings, bus_timeout=AT_ONCE) as started:
+            yield started
+    return fixture
 
 
 def calls_since(unit, mark):

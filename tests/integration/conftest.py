@@ -30,6 +30,13 @@ def own_unit():
         yield started
 
 
+@pytest.fixture(scope="module")
+def driver(unit):
+    """One driver of the clients for all tests of a file, whose unit serves them all."""
+    with ClientDriver(unit) as started:
+        yield started
+
+
 @pytest.fixture
 def listener(unit, request):
     """A driver that listens to the sibling that the file says it LISTENS_TO."""

@@ -10,7 +10,6 @@ import importlib
 import pytest
 
 from tests.integration.client_cases import Case, declared
-from tests.integration.client_driver import ClientDriver
 from virtual_unit import VirtualUnit, declaration
 from virtual_unit.values import complete_types
 
@@ -66,13 +65,6 @@ def inputs_of(operation, types):
 def unit_fixture():
     """A unit with all siblings."""
     with VirtualUnit(daemon=False) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
         yield started
 
 

@@ -8,37 +8,26 @@ import pytest
 
 from tests.integration.client_cases import (
     COLUMNS, ListeningTests, assert_failure, assert_success, calls_since, check_declared, check_descriptors,
-    check_failure, check_gone, check_no_bus, check_silent, check_success)
+    check_failure, check_gone, check_no_bus, check_silent, check_success, client_unit)
 from tests.integration.client_driver import ClientDriver, Outcome, error
 from tests.integration.hardware_cases import (
     ALL_REEL, BATTERY_INFO, BATTERY_REFUSAL, BATTERY_VALUES, CHOSEN, CONTROL, COOLING, DIRECT, DISTANCE, ICONS,
     LEFT, METHODS, NO_BUS_LINE, PATH, POWER, QUESTION_CASES, QUESTIONS, REEL, RIGHT, SERVICE, answering,
     question_lines)
-from virtual_unit import AT_ONCE, REFUSE, VirtualUnit
+from virtual_unit import REFUSE
 from virtual_unit.values import Typed
 
 PROPERTIES = "org.freedesktop.DBus.Properties"
 MANAGER = "org.freedesktop.DBus.ObjectManager"
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the hardware daemon."""
-    with VirtualUnit(daemon=False, siblings=("hardware",), bus_timeout=AT_ONCE) as started:
-        yield started
+UNIT_FIXTURE = client_unit("hardware")
 
 
 @pytest.fixture(name="local", autouse=True)
 def local_fixture(unit):
     """The unit's own hardware is meant."""
     unit.hardware.set_properties(PATH, {"RemoteIP": "", "RemoteDBusAddress": ""}, emit=False)
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
 
 
 @pytest.mark.parametrize("case", METHODS + [ICONS] + QUESTION_CASES, ids=str)

@@ -4,9 +4,8 @@ from dataclasses import replace
 
 import pytest
 
-from tests.integration.client_cases import OPEN, READ, Case, FailureTests, check_declared, check_success
+from tests.integration.client_cases import OPEN, READ, Case, FailureTests, check_declared, check_success, client_unit
 from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed, complete_types
 
 SERVICE = "com.tavilon.common.JobsManagerDaemon1"
@@ -149,18 +148,7 @@ ADDER_CASES = [adder_case(*row) for row in ADDERS]
 CASES = MEMBER_CASES + ADDER_CASES
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with the jobs daemon, and the storage on which it has a job."""
-    with VirtualUnit(daemon=False, siblings=("storage", "jobs"), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
+UNIT_FIXTURE = client_unit("storage", "jobs")
 
 
 @pytest.mark.parametrize("case", MEMBER_CASES, ids=str)

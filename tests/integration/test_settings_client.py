@@ -5,9 +5,8 @@ import errno
 import pytest
 
 from tests.integration.client_cases import (
-    Case, FailureTests, RefusedListeningTests, calls_since, check_declared, check_success, untouched)
-from tests.integration.client_driver import ClientDriver, error, info
-from virtual_unit import AT_ONCE, VirtualUnit
+    Case, FailureTests, RefusedListeningTests, calls_since, check_declared, check_success, client_unit, untouched)
+from tests.integration.client_driver import error, info
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.Settings1"
@@ -68,18 +67,7 @@ CASES += [reset("ResetToDefaults", "b", "bool", True), reset("ResetToDefaults", 
           reset("ResetSetting", "ss", "const std::string&, const std::string&", "audio", "speakerVolume"), SECTION]
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the settings daemon."""
-    with VirtualUnit(daemon=False, siblings=("settings",), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
+UNIT_FIXTURE = client_unit("settings")
 
 
 @pytest.mark.parametrize("case", CASES, ids=str)

@@ -5,7 +5,7 @@ import errno
 import pytest
 
 from tests.integration.client_cases import (
-    OPEN, Case, FailureTests, calls_since, check_declared, check_success, untouched)
+    OPEN, Case, FailureTests, calls_since, check_declared, check_success, client_unit, untouched)
 from tests.integration.client_driver import ClientDriver, error
 from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
 
@@ -103,24 +103,13 @@ def mount(unit, **places):
         unit.storage.set_properties(f"{PATH}/{device}", {"MountPoint": place}, emit=False)
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the storage daemon."""
-    with VirtualUnit(daemon=False, siblings=("storage",), bus_timeout=AT_ONCE) as started:
-        yield started
+UNIT_FIXTURE = client_unit("storage")
 
 
 @pytest.fixture(name="fresh_unit")
 def fresh_unit_fixture():
     """The same, for a test that plugs and pulls devices."""
     with VirtualUnit(daemon=False, siblings=("storage",), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
         yield started
 
 

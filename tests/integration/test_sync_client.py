@@ -7,9 +7,8 @@ import pytest
 
 from tests.integration.client_cases import (
     CALL, OPEN, SYSTEM_BUS, Case, FailureTests, RefusedListeningTests, assert_success, check_declared, check_success,
-    untouched, without_bus)
+    client_unit, untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, error, info
-from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.values import Typed
 
 NAME = "com.tavilon.common.SyncDaemon1"
@@ -127,18 +126,7 @@ def succeeding(case):
     return replace(case, traffic=success_lines(case))
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the sync daemon."""
-    with VirtualUnit(daemon=False, siblings=("sync",), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
+UNIT_FIXTURE = client_unit("sync")
 
 
 @pytest.mark.parametrize("case", CASES, ids=str)

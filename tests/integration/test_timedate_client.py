@@ -5,10 +5,9 @@ import errno
 import pytest
 
 from tests.integration.client_cases import (
-    CALL, OPEN, SYSTEM_BUS, Case, FailureTests, assert_success, calls_since, check_declared, check_success, untouched,
-    without_bus)
+    CALL, OPEN, SYSTEM_BUS, Case, FailureTests, assert_success, calls_since, check_declared, check_success,
+    client_unit, untouched, without_bus)
 from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import AT_ONCE, VirtualUnit
 
 NAME = "org.freedesktop.timedate1"
 PATH = "/org/freedesktop/timedate1"
@@ -75,18 +74,7 @@ CASES = [*map(set_time, (1, 1700000000123456, 8277292035999999)),
          *map(get_timezone, ("CCU/DST/Berlin", "", "%s%n\u00fc"))]
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the stand-in."""
-    with VirtualUnit(daemon=False, siblings=("timedate",), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
+UNIT_FIXTURE = client_unit("timedate")
 
 
 @pytest.mark.parametrize("case", CASES, ids=str)

@@ -3,9 +3,9 @@
 import pytest
 
 from tests.integration.client_cases import (
-    CALL, OPEN, READ, Case, FailureTests, ListeningTests, check_declared, check_success, untouched)
-from tests.integration.client_driver import ClientDriver, debug, error
-from virtual_unit import AT_ONCE, CODE, VirtualUnit
+    CALL, OPEN, READ, Case, FailureTests, ListeningTests, check_declared, check_success, client_unit, untouched)
+from tests.integration.client_driver import debug, error
+from virtual_unit import CODE
 from virtual_unit.values import Typed
 
 PATH = "/com/tavilon/common/Video1"
@@ -165,18 +165,7 @@ OVERLAY_CASES = [
 CASES = ORDER_CASES + [PROGRESS] + GETTERS + SETTERS + CAPTURE_LISTS + OVERLAY_CASES
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the video daemon."""
-    with VirtualUnit(daemon=False, siblings=("video",), bus_timeout=AT_ONCE) as started:
-        yield started
-
-
-@pytest.fixture(scope="module", name="driver")
-def driver_fixture(unit):
-    """One driver for all operations."""
-    with ClientDriver(unit) as started:
-        yield started
+UNIT_FIXTURE = client_unit("video")
 
 
 @pytest.mark.parametrize("case", CASES, ids=str)
