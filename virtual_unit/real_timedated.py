@@ -17,7 +17,6 @@ import shutil
 import signal
 import socket
 import struct
-import subprocess
 
 from . import namespaces, zones
 from .bus import PrivateBus

@@ -1,5 +1,6 @@
 """The client library as other programs find it: what is installed, and what they are built and run with."""
 
+import glob
 import os
 import re
 import subprocess
@@ -9,7 +10,7 @@ import pytest
 
 from tests.integration.client_driver import error
 from tests.integration.installed_client import (  # pylint: disable=unused-import
-    BUILD, ROOT, cached, install, instrumentation, library_folder_fixture, prefix_fixture, run)
+    ROOT, cached, install, instrumentation, library_folder_fixture, prefix_fixture, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.declaration import controller_text
@@ -18,22 +19,8 @@ INTERFACE = "com.tavilon.common.Controller1.Control"
 CLASS = "Controllerd::ControllerDaemonDbusHandler::"
 HEADERS = {"ControllerAsync.h", "ControllerCodes.h", "ControllerDaemonDbusHandler.h", "ControllerFailure.h",
            "ControllerSignals.h", "ControllerTimeout.h", "Export.h", "LocalDateTime.h"}
-TEXT = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >"
-#: What the library gives away besides the operations, by the version in which it came.
-OTHERS = {
-    "1": {"ControllerFailure::Last()", "ControllerSignals::Open()", "ControllerSignals::Next(ControllerEvent&, int)",
-          "ControllerSignals::ControllerSignals()", "ControllerSignals::~ControllerSignals()"},
-    "1.1": {"ControllerSignals::Cancel()", "ControllerSignals::Descriptor() const", "ControllerSignals::Dispatch()",
-            "ControllerSignals::TimeoutMilliseconds() const", "ControllerAsync::ControllerAsync()",
-            "ControllerAsync::~ControllerAsync()", "ControllerAsync::Descriptor() const", "ControllerAsync::Dispatch()",
-            "ControllerAsync::Queue(std::function<void ()>, std::function<void ()>, int)",
-            "ControllerTimeout::ControllerTimeout(int)", "ControllerTimeout::~ControllerTimeout()",
-            "CaptureErrorCode::Text(int)", "CaptureRuntimeError::Text(int)", "CaptureType::Text(int)",
-            "PlaybackErrorCode::Text(int)", "PlaybackRuntimeError::Text(int)"}}
-#: The operations that came after the first version.
-LATER = {"1.1": {f"StartPlayback({TEXT} const&, double const&, int&, {TEXT}&)",
-                 f"SeekPlayback(int const&, int&, {TEXT}&)",
-                 f"TakeScreenshot({TEXT} const&, {TEXT}&, int&, {TEXT}&)"}}
+#: The newest node of the library's map: that of the next release.
+NEXT = "CONTROLLER_CLIENT_1.1"
 
 
 @pytest.fixture(scope="module", name="example")
@@ -133,25 +120,38 @@ def test_the_headers_need_no_other_library(prefix):
             "-I", os.path.join(prefix, "include"), "-include", path, "-x", "c++", "/dev/null")
 
 
+def exported(library_folder, *options):
+    """What the library gives away: names and their versions."""
+    lines = run("nm", "-D", "--defined-only", *options, os.path.join(library_folder, "libcontroller-client.so"))
+    symbols = [line.split(" ", 2)[1:] for line in lines.splitlines()]
+    assert {kind for kind, _ in symbols} == {"T", "A"}  # the latter are the versions' own
+    return dict(name.split("@@") for kind, name in symbols if kind == "T")
+
+
 def test_the_library_exports_its_classes_alone(library_folder):
-    """Each operation once, under the version's name; neither the core nor the standard library's templates."""
-    library = os.path.join(library_folder, "libcontroller-client.so")
-    symbols = [line.split(" ", 2)[1:] for line in run("nm", "-DC", "--defined-only", library).splitlines()]
-    assert all(kind == "T" for kind, _ in symbols if kind != "A")
-    operations = []
-    for version in ("1", "1.1"):
-        functions = {name.partition("@@")[0] for kind, name in symbols
-                     if kind != "A" and name.endswith(f"@@CONTROLLER_CLIENT_{version}")}
-        came = {name.removeprefix(CLASS) for name in functions if name.startswith(CLASS)}
-        assert {name.replace("Controllerd::", "") for name in functions if not name.startswith(CLASS)} == \
-            OTHERS[version]
-        assert came == LATER.get(version, came)
-        operations += came
+    """Each operation once; neither the core nor the standard library's templates."""
+    names = set(exported(library_folder, "-C"))
+    with open(os.path.join(ROOT, "controller_client", "libcontroller-client.map"), encoding="utf-8") as file:
+        classes = set(re.findall(r"Controllerd::(\w+)::", file.read()))
+    assert {re.match(r"Controllerd::(\w+)::", name).group(1) for name in names} == classes
     with open(os.path.join(ROOT, "controller_client", "ControllerDaemonDbusHandler.h"), encoding="utf-8") as file:
         text = re.sub(r"static int [^;]* = delete;", "", file.read())
     listed = re.findall(r"\bstatic int (\w+)\(", text)
-    assert sorted(name.partition("(")[0] for name in operations) == sorted(listed)
+    operations = [name.removeprefix(CLASS).partition("(")[0] for name in names if name.startswith(CLASS)]
+    assert sorted(operations) == sorted(listed)
     assert len(re.findall(r"CONTROLLER_CLIENT_RESULT static int ", text)) == len(listed)
+
+
+def test_what_the_library_gives_away_keeps_the_version_with_which_it_came(library_folder):
+    """That of the last release, and the next one's for all that has come since then: a program that needs more than an
+    older library has is refused when it starts."""
+    [path] = glob.glob(os.path.join(ROOT, "controller_client", "abi", "*.abi"))
+    released = {symbol.get("name"): symbol.get("version")
+                for symbol in ElementTree.parse(path).iter("elf-symbol") if symbol.get("type") == "func-type"}
+    now = exported(library_folder)
+    assert released.items() <= now.items()
+    assert {now[name] for name in now.keys() - released} == {NEXT}
+    assert NEXT not in released.values()
 
 
 def test_the_library_says_what_it_is_and_needs(library_folder):
