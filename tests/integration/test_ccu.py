@@ -140,3 +140,18 @@ def test_the_label_is_on_what_is_named(label, named):
                              f"^{label}$"], stdout=subprocess.PIPE, text=True, check=True).stdout
     names = re.findall(r"^ *Test +#\d+: (\S+)$", listed, re.MULTILINE)
     assert sorted(names) == sorted(f"integration.{name}" for name in named)
+
+
+def test_what_one_command_needs_is_installed_by_it_alone(tree):
+    """The others have what is common, whichever comes first in the list."""
+    with open(tree.at("packaging", "packages.txt"), "w", encoding="utf-8") as file:
+        file.write("# The list\n\n# Build\ncommon # why\n\n# Only for bench\nbenches\n\n# Only for check\nchecks\n\n"
+                   "# Packages\nlate\n")
+    tree.stand_in("dpkg-query", "true")
+    tree.stand_in("apt-get", f'echo "$*" >> {tree.orders}')
+    tree.stand_in("sudo", 'exec "$@"')
+    for command in ("setup", "bench"):
+        tree.run("ccu", command)
+    with open(tree.orders, encoding="utf-8") as file:
+        installed = [line.split("recommends ")[1].strip() for line in file if "install" in line]
+    assert installed == ["common late", "common benches late"]
