@@ -6,6 +6,8 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
+#include <limits>
 #include <regex>
 
 namespace ControllerCtl
@@ -22,6 +24,21 @@ bool IsOnTheClock(const LocalDateTime& fields)
     return day.ok() && fields.hour < 24 && fields.minute < 60 && fields.second <= 60;
 }
 
+/// Seconds since 1970 of fields in UTC.
+int64_t SecondsOf(const LocalDateTime& utc)
+{
+    using namespace std::chrono;
+    const sys_days day = year_month_day{year(utc.year), month(utc.month), std::chrono::day(utc.day)};
+    return day.time_since_epoch() / seconds(1) + hours(utc.hour) / seconds(1) + utc.minute * 60 + utc.second;
+}
+
+/// Seconds since 1970, unless the controller has no room for them.
+Moment Instant(int64_t seconds)
+{
+    const bool fits = seconds >= std::numeric_limits<int32_t>::min() && seconds <= std::numeric_limits<int32_t>::max();
+    return fits ? Moment(static_cast<int32_t>(seconds)) : Moment();
+}
+
 std::string Text(const LocalDateTime& time)
 {
     std::array<char, 80> text{};
@@ -34,12 +51,17 @@ std::string Text(const LocalDateTime& time)
 
 Moment ParseMoment(const std::string& text)
 {
+    if (text == "now")
+    {
+        return Instant(std::time(nullptr));
+    }
     if (text.starts_with('@'))
     {
         const auto seconds = Parse(Type::Integer, text.substr(1));
         return seconds ? Moment(seconds->get<int32_t>()) : Moment();
     }
-    static const std::regex shape(R"((\d{4})-(\d\d)-(\d\d)[ T](\d\d):(\d\d)(?::(\d\d))?)");
+    static const std::regex shape(R"((\d{4})-(\d\d)-(\d\d)[ Tt](\d\d):(\d\d)(?::(\d\d)(?:\.\d+)?)?)"
+                                  R"((?:([Zz])|([+-])(\d\d):(\d\d))?)");
     std::smatch match;
     if (!std::regex_match(text, match, shape))
     {
@@ -52,7 +74,13 @@ Moment ParseMoment(const std::string& text)
                                .hour = number(4),
                                .minute = number(5),
                                .second = number(6)};
-    return IsOnTheClock(fields) ? Moment(fields) : Moment();
+    if (!IsOnTheClock(fields) || number(9) > 23 || number(10) > 59)
+    {
+        return {};
+    }
+    const int offset = (number(9) * 60 + number(10)) * 60;
+    const bool instant = match[7].matched || match[8].matched;
+    return instant ? Instant(SecondsOf(fields) - (match[8] == "-" ? -offset : offset)) : Moment(fields);
 }
 
 Answer ReadClock(bool local)

@@ -1,5 +1,11 @@
 #include "controllerctl/CommandLine.h"
 
+#include "controllerctl/Build.h"
+#include "controllerctl/Completion.h"
+#include "controllerctl/Help.h"
+#include "controllerctl/Place.h"
+#include "controllerctl/Suggestions.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
@@ -14,6 +20,26 @@ constexpr const char* about = "Controls the camera control unit through its cont
 constexpr const char* footer =
     "Exit status: 0 done, 1 refused by the unit, 2 wrong usage, 3 the controller cannot be reached, 4 time-out.\n"
     "The controller's answer is awaited for 120 seconds, or $SYSTEMD_BUS_TIMEOUT.";
+
+constexpr const char* jsonOption = "--json";
+constexpr const char* machineOption = "--machine";
+constexpr const char* hostOption = "--host";
+constexpr const char* addressOption = "--address";
+
+/// The options that may stand behind any verb.
+const std::vector<CommonOption> common{
+    {jsonOption, "", "Print JSON, one object a line", false},
+    {machineOption, "-M", "On the bus of another user of this unit, USER@, or of a container, USER@CONTAINER", true},
+    {hostOption, "-H", "On the bus of a user of another unit, [USER@]HOST[:PORT], over ssh", true},
+    {addressOption, "", "On the bus with this D-Bus address", true},
+};
+
+/// What they say.
+struct Common
+{
+    bool json = false;
+    Place place;
+};
 
 /// A parameter of the verb that is being read, with what was given for it.
 struct Slot
@@ -94,22 +120,39 @@ Arguments ArgumentsOf(const Line& line, bool json)
     return arguments;
 }
 
-/// Makes the commands of all verbs, groups first. "--json" may stand behind any of them.
-std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, bool& json)
+void AddCommon(CLI::App& app, Common& given)
+{
+    std::map<std::string, std::string*> values = {
+        {machineOption, &given.place.machine}, {hostOption, &given.place.host}, {addressOption, &given.place.address}};
+    for (const CommonOption& option : common)
+    {
+        if (!option.valued)
+        {
+            app.add_flag(option.name, given.json, option.about);
+            continue;
+        }
+        const std::string letter = option.letter + std::string(*option.letter == '\0' ? "" : ",");
+        app.add_option(letter + option.name, *values.at(option.name), option.about)->type_name("VALUE");
+    }
+}
+
+/// Makes the commands of all verbs, groups first. Common options may stand behind any of them.
+std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, Common& given)
 {
     std::vector<Line> lines;
     std::map<std::string, CLI::App*> groups;
-    root.add_flag("--json", json, "Tell it as JSON, one object a line");
+    AddCommon(root, given);
     for (const Verb& verb : verbs)
     {
         const auto blank = verb.name.find(' ');
         CLI::App* parent = blank == std::string::npos ? &root : groups.at(verb.name.substr(0, blank));
         Line line{&verb, {}, parent->add_subcommand(verb.name.substr(blank + 1), verb.about)};
-        line.app->add_flag("--json", json, "Tell it as JSON, one object a line");
         for (const Parameter& parameter : verb.parameters)
         {
             AddParameter(line, parameter);
         }
+        AddCommon(*line.app, given);
+        line.app->group("Verbs");
         if (!verb.run)
         {
             line.app->require_subcommand(1);
@@ -121,59 +164,137 @@ std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, bool& json)
     return lines;
 }
 
-/// Whether words end where a verb should follow, as "record" does.
-bool LacksVerb(const CLI::App* app)
+/// The last verb or group that the words name.
+const CLI::App* Named(const CLI::App* app)
 {
     while (!app->get_subcommands().empty())
     {
         app = app->get_subcommands().front();
     }
-    return app->get_require_subcommand_min() > 0;
+    return app;
+}
+
+/// What can follow an app: its verbs and its options.
+std::vector<std::string> WordsBelow(const CLI::App* app)
+{
+    std::vector<std::string> words;
+    for (const CLI::App* verb : app->get_subcommands([](const CLI::App*) { return true; }))
+    {
+        words.push_back(verb->get_name());
+    }
+    for (const CLI::Option* option : app->get_options([](const CLI::Option* one) { return one->nonpositional(); }))
+    {
+        words.push_back("--" + option->get_lnames().front());
+    }
+    return words;
+}
+
+/// The verbs that can follow, in two columns, or nothing.
+std::string VerbsBelow(const CLI::App* app)
+{
+    std::string list;
+    for (const CLI::App* verb : app->get_subcommands([](const CLI::App*) { return true; }))
+    {
+        std::string name = "  " + verb->get_name();
+        name.resize(std::max<size_t>(name.size() + 2, 14), ' ');
+        list += name + verb->get_description() + "\n";
+    }
+    return Wrapped(list, Width());
 }
 
 /// What is wrong with the words; CLI11 misses a verb or an argument before it complains of a word that it does not
 /// know.
 std::string Complaint(const CLI::App* root, const CLI::Error& error)
 {
-    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr)
+    const CLI::App* const named = Named(root);
+    const std::vector<std::string> words = root->remaining(true);
+    const auto option =
+        std::find_if(words.begin(), words.end(), [](const auto& word) { return word.starts_with("--"); });
+    const bool required = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    const bool extra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && option != words.end();
+    if (!required && !extra)
     {
         return error.what();
     }
-    const std::vector<std::string> unknown = root->remaining(true);
-    if (!unknown.empty())
+    if (!words.empty())
     {
-        return "there is no verb or option \"" + unknown.front() + "\"";
+        const std::string& unknown = extra ? *option : words.front();
+        const std::string meant = Meant(unknown, WordsBelow(named));
+        return "there is no verb or option \"" + unknown + "\"" +
+               (meant.empty() ? "" : ", did you mean \"" + meant + "\"?");
     }
-    return LacksVerb(root) ? "a verb is required" : error.what();
+    return named->get_require_subcommand_min() > 0 ? "a verb is required\n" + VerbsBelow(named) : error.what();
 }
 
 std::string UsageMessage(const CLI::App* root, const CLI::Error& error)
 {
-    return "controllerctl: " + Complaint(root, error) + "\nSee controllerctl --help.\n";
+    std::string complaint = Complaint(root, error);
+    complaint += complaint.ends_with('\n') ? "" : "\n";
+    return "controllerctl: " + complaint + "See controllerctl --help.\n";
+}
+
+/// The help at the width of the terminal.
+std::string HelpOf(const CLI::App* app, const std::string& name, CLI::AppFormatMode mode)
+{
+    constexpr size_t column = 22;
+    CLI::Formatter formatter;
+    formatter.column_width(column);
+    formatter.label("Positionals", "Arguments");
+    formatter.label("SUBCOMMAND", "VERB");
+    return Wrapped(formatter.make_help(app, name, mode), Width());
+}
+
+Answer Run(const Line& line, const Common& given)
+{
+    given.place.Choose();
+    Answer answer = line.verb->run(ArgumentsOf(line, given.json));
+    const std::string advice = answer.status == ExitStatus::Unreachable ? Advice(given.place) : "";
+    if (!advice.empty())
+    {
+        answer.messages.push_back(advice);
+    }
+    return answer;
 }
 
 } // namespace
 
 int RunCommandLine(const Verbs& verbs, int count, char** words)
 {
-    bool json = false;
+    if (count > 1 && std::string(words[1]) == "--complete")
+    {
+        Complete(verbs, common, {words + 2, words + count});
+        return static_cast<int>(ExitStatus::Done);
+    }
+    Common given;
     CLI::App root(about, "controllerctl");
     root.footer(footer);
-    root.set_version_flag("--version", "controllerctl " CONTROLLERCTL_VERSION);
+    root.set_help_flag("-h,--help", "Print the usage, also that of a single verb");
+    root.formatter_fn(HelpOf);
     root.require_subcommand(1);
     root.failure_message(UsageMessage);
-    const std::vector<Line> lines = AddVerbs(root, verbs, json);
+    const std::vector<Line> lines = AddVerbs(root, verbs, given);
+    // Behind the others, so that those are known by then.
+    root.set_version_flag("--version", "controllerctl " CONTROLLERCTL_VERSION,
+                          "Print the versions of this program and of the controller");
     try
     {
         root.parse(count, words);
+    }
+    catch (const CLI::CallForVersion& version)
+    {
+        return PrintVersions(version.what(), given.place);
     }
     catch (const CLI::ParseError& error)
     {
         const int status = root.exit(error);
         return status == 0 ? status : static_cast<int>(ExitStatus::Usage);
     }
+    if (const std::string complaint = given.place.Complaint(); !complaint.empty())
+    {
+        return Tell(Failed(ExitStatus::Usage, complaint), given.json);
+    }
     const auto chosen = std::find_if(lines.begin(), lines.end(), [](const Line& line) { return line.app->parsed(); });
-    return Tell(chosen->verb->run(ArgumentsOf(*chosen, json)), json);
+    return Tell(Run(*chosen, given), given.json);
 }
 
 } // namespace ControllerCtl

@@ -1,11 +1,11 @@
 #include "controllerctl/Patience.h"
 
+#include "controllerctl/Values.h"
+
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <limits>
-#include <map>
-#include <sstream>
+#include <string>
 
 namespace ControllerCtl
 {
@@ -16,47 +16,13 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-/// Seconds in a unit of the bus library; no value for a word that is none.
-std::optional<double> SecondsIn(const std::string& unit)
-{
-    static const std::map<std::string, double> units = {{"", 1},        {"s", 1},     {"sec", 1},     {"second", 1},
-                                                        {"seconds", 1}, {"ms", 1e-3}, {"msec", 1e-3}, {"us", 1e-6},
-                                                        {"usec", 1e-6}, {"m", 60},    {"min", 60},    {"minute", 60},
-                                                        {"h", 3600},    {"hr", 3600}, {"hour", 3600}};
-    const auto found = units.find(unit);
-    return found == units.end() ? std::nullopt : std::optional(found->second);
-}
-
-/// The bus library's time-out for a text like "500ms", "2", "1.5s" or "1min 30s"; no value when it would not take it.
-std::optional<Seconds> ParseTimeout(const std::string& text)
-{
-    std::istringstream stream(text);
-    Seconds sum{};
-    double number = 0;
-    while (stream >> number)
-    {
-        std::string unit;
-        stream >> std::ws;
-        while (std::isalpha(stream.peek()) != 0)
-        {
-            unit += static_cast<char>(stream.get());
-        }
-        const std::optional<double> seconds = SecondsIn(unit);
-        if (!seconds)
-        {
-            return std::nullopt;
-        }
-        sum += Seconds(number * *seconds);
-    }
-    return stream.eof() && sum > Seconds::zero() ? std::optional(sum) : std::nullopt;
-}
-
 /// The time-out of calls by the environment. For a text that it does not understand the bus library has its own.
 Seconds TimeoutOfCalls()
 {
     constexpr Seconds initial{25};
     const char* text = std::getenv("SYSTEMD_BUS_TIMEOUT");
-    return text == nullptr ? initial : ParseTimeout(text).value_or(initial);
+    const auto given = text == nullptr ? std::nullopt : ParseSeconds(text);
+    return given.value_or(0) > 0 ? Seconds(*given) : initial;
 }
 
 } // namespace

@@ -30,39 +30,43 @@ int WriteWith(int (*setter)(T), const Json& value)
 
 /// A property that is read with the first function of the client, and written with the second.
 template <auto Getter, auto Setter>
-constexpr Property Switch(const char* name, const char* key, Type type, bool announced = true)
+constexpr Property Switch(const char* name, const char* key, Type type, const char* untold = nullptr)
 {
     return {.name = name,
             .key = key,
             .type = type,
             .read = [](Json& value) { return ReadWith(Getter, value); },
             .write = [](const Json& value) { return WriteWith(Setter, value); },
-            .announced = announced};
+            .untold = untold};
 }
 
 template <auto Getter>
-constexpr Property ReadOnly(const char* name, const char* key, Type type)
+constexpr Property ReadOnly(const char* name, const char* key, Type type, const char* toldBy, const char* untold)
 {
     return {.name = name,
             .key = key,
             .type = type,
             .read = [](Json& value) { return ReadWith(Getter, value); },
-            .write = nullptr};
+            .write = nullptr,
+            .toldBy = toldBy,
+            .untold = untold};
 }
+
+constexpr const char* fixed = "it stays as it was when the controller started";
 
 // clang-format off
 constexpr std::array properties{
-    ReadOnly<&Client::GetTimezone>("GetTimezone", "timezone", Type::Text),
-    ReadOnly<&Client::GetDST>("GetDst", "dst", Type::Boolean),
-    ReadOnly<&Client::GetTimeSourceAvailable>("GetTimeSourceAvailable", "timeSource", Type::Integer),
+    ReadOnly<&Client::GetTimezone>("GetTimezone", "timezone", Type::Text, "TimezoneChanged", nullptr),
+    ReadOnly<&Client::GetDST>("GetDst", "dst", Type::Boolean, "TimezoneChanged", nullptr),
+    ReadOnly<&Client::GetTimeSourceAvailable>("GetTimeSourceAvailable", "timeSource", Type::Integer, nullptr, "it follows recordings and syncs"),
     Switch<&Client::GetMicrophoneEnabled, &Client::SetMicrophoneEnabled>("MicEnabled", "microphone", Type::Boolean),
     Switch<&Client::GetSpeakerEnabled, &Client::SetSpeakerEnabled>("SpkrEnabled", "speaker", Type::Boolean),
     Switch<&Client::GetSpeakerVolume, &Client::SetSpeakerVolume>("SpkrVolume", "volume", Type::Integer),
-    Switch<&Client::GetSondeEnabled, &Client::SetSondeEnabled>("Sonde", "sonde", Type::Boolean),
+    Switch<&Client::GetSondeEnabled, &Client::SetSondeEnabled>("Sonde", "sonde", Type::Boolean, "the hardware daemon announces them"),
     Switch<&Client::GetKeypadBeepEnabled, &Client::SetKeypadBeepEnabled>("KeypadBeepEnabled", "keyBeep", Type::Boolean),
-    Switch<&Client::GetPlaybackRate, &Client::SetPlaybackRate>("VideoPlaybackRate", "rate", Type::Real, false),
-    ReadOnly<&Client::GetTimezoneList>("GetTimezoneList", "timezones", Type::List),
-    ReadOnly<&Client::GetAudioFiles>("AudioFiles", "sounds", Type::List),
+    Switch<&Client::GetPlaybackRate, &Client::SetPlaybackRate>("VideoPlaybackRate", "rate", Type::Real, "the video daemon announces them"),
+    ReadOnly<&Client::GetTimezoneList>("GetTimezoneList", "timezones", Type::List, nullptr, fixed),
+    ReadOnly<&Client::GetAudioFiles>("AudioFiles", "sounds", Type::List, nullptr, fixed),
 };
 
 constexpr std::array signals{
@@ -97,6 +101,25 @@ Answer ReadProperty(const Property& property)
 std::function<Answer(const Json&)> Reading(std::string_view name)
 {
     return [property = FindProperty(name)](const Json&) { return ReadProperty(*property); };
+}
+
+Answer Holds(const Property& property, const Json& given)
+{
+    Json held;
+    if (property.read(held) < 0)
+    {
+        return {.fields = {{property.key, nullptr}},
+                .messages = {"what holds now is not known: " + Failed().messages[0]}};
+    }
+    return {.text = held == given ? "" : Text(held), .fields = {{property.key, held}}};
+}
+
+std::function<std::vector<std::string>(const std::vector<std::string>&)> Listing(std::string_view name)
+{
+    return [property = FindProperty(name)](const std::vector<std::string>&) {
+        Json value;
+        return property->read(value) < 0 ? std::vector<std::string>() : value.get<std::vector<std::string>>();
+    };
 }
 
 } // namespace ControllerCtl

@@ -5,7 +5,9 @@
 #include <array>
 #include <functional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace ControllerCtl
 {
@@ -18,7 +20,8 @@ struct Property
     Type type;
     int (*read)(Json& value);        ///< a result of the client library
     int (*write)(const Json& value); ///< null when it is read only
-    bool announced = true;           ///< whether its changes are told
+    const char* toldBy = nullptr;    ///< the signal that tells of its changes when they are not announced
+    const char* untold = nullptr;    ///< why its changes cannot be followed, when nothing tells of them
 };
 
 /// A signal of the controller.
@@ -37,7 +40,11 @@ struct Signal
 
 /// Asks for a property.
 [[nodiscard]] Answer ReadProperty(const Property& property);
-/// What runs a verb that tells the property of that name.
+/// What runs a verb that prints the property of that name.
 [[nodiscard]] std::function<Answer(const Json& arguments)> Reading(std::string_view name);
+/// What a property holds that was written just now: printed unless it is what was given.
+[[nodiscard]] Answer Holds(const Property& property, const Json& given);
+/// What offers the entries of the list of that name; none when they cannot be had.
+[[nodiscard]] std::function<std::vector<std::string>(const std::vector<std::string>&)> Listing(std::string_view name);
 
 } // namespace ControllerCtl

@@ -1,8 +1,11 @@
 #include "controller_client/ControllerDaemonDbusHandler.h"
 #include "controllerctl/Clock.h"
 #include "controllerctl/Properties.h"
+#include "controllerctl/Suggestions.h"
 #include "controllerctl/Verb.h"
 
+#include <algorithm>
+#include <chrono>
 #include <variant>
 
 namespace ControllerCtl
@@ -50,6 +53,30 @@ Answer SetFields(Controllerd::LocalDateTime fields, const Arguments& arguments)
     return Ordered(Client::SetTime(fields, !arguments.at("utc").get<bool>()));
 }
 
+/// Sets the clock to an instant, and prints what it says then when that is another one: the controller answers in the
+/// same way when the clock was not set.
+Answer SetSeconds(int32_t seconds)
+{
+    // "Local" seconds are those since 1970 as they are; others the controller would shift by the zone.
+    constexpr bool local = true;
+    constexpr int64_t tolerance = 2;
+    const auto start = std::chrono::steady_clock::now();
+    if (Client::SetTime(time_t{seconds}, local) < 0)
+    {
+        return Failed();
+    }
+    Answer clock = GetSeconds();
+    if (clock.status != ExitStatus::Done)
+    {
+        return {.messages = {"what the clock says now is not known: " + clock.messages[0]}};
+    }
+    const auto passed = std::chrono::ceil<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
+    const int64_t ahead = clock.fields.at("seconds").get<int64_t>() - seconds;
+    return ahead >= -tolerance && ahead <= passed + tolerance
+               ? Answer{}
+               : Failed(ExitStatus::Refused, "the clock was not set, it says @" + clock.text);
+}
+
 Answer SetTime(const Arguments& arguments)
 {
     const auto moment = ParseMoment(arguments.at("when").get<std::string>());
@@ -60,15 +87,41 @@ Answer SetTime(const Arguments& arguments)
     const auto* seconds = std::get_if<int32_t>(&moment);
     if (seconds == nullptr)
     {
-        return Misused("when: it must be like \"2026-11-21 14:05:00\", or seconds since 1970 like @1795269900");
+        return Misused("when: it must be now, like \"2026-11-21 14:05:00\", the same with an offset to UTC like "
+                       "2026-11-21T14:05:00+01:00, or seconds since 1970 like @1795269900");
     }
     if (arguments.at("utc").get<bool>() || arguments.contains("dst"))
     {
-        return Misused("--utc and --dst do not go with seconds since 1970");
+        return Misused("--utc and --dst do not go with a time that says which instant it is");
     }
-    // "Local" seconds are those since 1970 as they are; others the controller would shift by the zone.
-    constexpr bool local = true;
-    return Ordered(Client::SetTime(time_t{*seconds}, local));
+    return SetSeconds(*seconds);
+}
+
+/// What follows the last "/" of a zone's name.
+std::string Bare(const std::string& name) { return name.substr(name.rfind('/') + 1); }
+
+/// Sets the zone by its name, which the list may have in another case; the refusal of any other is the controller's.
+Answer SetTimezoneByName(const std::string& given)
+{
+    std::vector<std::string> names;
+    const bool ascii = std::all_of(given.begin(), given.end(), [](char character) { return character >= 0; });
+    if (ascii && Client::GetTimezoneList(names) < 0)
+    {
+        Answer failed = Failed();
+        if (failed.status != ExitStatus::Refused)
+        {
+            return failed;
+        }
+    }
+    const auto found =
+        std::find_if(names.begin(), names.end(), [&](const std::string& name) { return AlikeNames(name, given); });
+    const bool listed = found == names.end() || std::find(names.begin(), names.end(), given) != names.end();
+    Answer set = Ordered(Client::SetTimezone(listed ? given : *found));
+    if (set.status == ExitStatus::Refused)
+    {
+        Suggest(set, Bare(given), names);
+    }
+    return set.status == ExitStatus::Done ? Holds(*FindProperty("GetTimezone"), Bare(given)) : set;
 }
 
 Answer SetTimezone(const Arguments& arguments)
@@ -79,8 +132,12 @@ Answer SetTimezone(const Arguments& arguments)
     {
         return Misused("give either a name, or --offset with or without --dst");
     }
-    return Ordered(named ? Client::SetTimezone(arguments.at("name").get<std::string>())
-                         : Client::SetTimezone(arguments.at("offset").get<int>(), dst));
+    if (named)
+    {
+        return SetTimezoneByName(arguments.at("name").get<std::string>());
+    }
+    const Answer set = Ordered(Client::SetTimezone(arguments.at("offset").get<int>(), dst));
+    return set.status == ExitStatus::Done ? Holds(*FindProperty("GetTimezone"), nullptr) : set;
 }
 
 Answer TimezoneFromUtc(const Arguments& arguments)
@@ -90,28 +147,34 @@ Answer TimezoneFromUtc(const Arguments& arguments)
     return result < 0 ? Failed() : Answer{.text = timezone, .fields = {{"timezone", timezone}}};
 }
 
-Answer SetDst(const Arguments& arguments) { return Ordered(Client::SetDST(arguments.at("value"))); }
+Answer SetDst(const Arguments& arguments)
+{
+    const Json& value = arguments.at("value");
+    const Answer set = Ordered(Client::SetDST(value));
+    return set.status == ExitStatus::Done ? Holds(*FindProperty("GetDst"), value) : set;
+}
 
 Verbs ClockVerbs()
 {
     return {
-        {"time", "Tell or set the clock"},
+        {"time", "Show or set the clock"},
         {"time get",
-         "Tell the time",
+         "Print the time",
          {{.name = "--utc", .about = "In UTC, not in the unit's time zone", .type = Type::Flag},
           {.name = "--seconds", .about = "In seconds since 1970", .type = Type::Flag}},
          &GetTime},
         {"time set",
          "Set the clock",
          {{.name = "when",
-           .about = "Like \"2026-11-21 14:05:00\", or seconds like @1795269900",
-           .need = Need::Required},
+           .about = "now, like \"2026-11-21 14:05:00\", as in RFC 3339, or seconds since 1970 like @1795269900",
+           .need = Need::Required,
+           .offered = [](const auto&) { return std::vector<std::string>{"now"}; }},
           {.name = "--utc", .about = "It is in UTC, not in the unit's time zone", .type = Type::Flag},
           {.name = "--dst", .about = "Daylight saving time on or off; as it is when not given", .type = Type::Boolean}},
          &SetTime},
         {"time set-gps", "Set the clock by GPS", {}, [](const Arguments&) { return Ordered(Client::SetTimeGPS()); }},
-        {"dst", "Tell or switch daylight saving time"},
-        {"dst get", "Tell whether daylight saving time is in force", {}, Reading("GetDst")},
+        {"dst", "Show or switch daylight saving time"},
+        {"dst get", "Print whether daylight saving time is in force", {}, Reading("GetDst")},
         {"dst set",
          "Switch daylight saving time",
          {{.name = "value", .about = "on or off", .type = Type::Boolean, .need = Need::Required}},
@@ -126,22 +189,25 @@ Verbs TimeVerbs()
     const Parameter offset{.name = "--offset", .about = "Seconds to UTC, east is positive", .type = Type::Integer};
     const Parameter dst{.name = "--dst", .about = "With daylight saving time", .type = Type::Flag};
     Verbs verbs = ClockVerbs();
-    verbs.insert(verbs.end(),
-                 {{"timezone", "Tell or set the time zone"},
-                  {"timezone get", "Tell the name of the time zone", {}, Reading("GetTimezone")},
-                  {"timezone set",
-                   "Set the time zone",
-                   {{.name = "name", .about = "Its name in the list"}, offset, dst},
-                   &SetTimezone},
-                  {"timezone list", "Tell the names of the time zones", {}, Reading("GetTimezoneList")},
-                  {"timezone set-gps",
-                   "Set the time zone by GPS",
-                   {},
-                   [](const Arguments&) { return Ordered(Client::SetTimezoneGPS()); }},
-                  {"timezone from-utc",
-                   "Tell the name of the time zone of an offset",
-                   {{.name = "offset", .about = offset.about, .type = Type::Integer, .need = Need::Required}, dst},
-                   &TimezoneFromUtc}});
+    verbs.insert(
+        verbs.end(),
+        {{"timezone", "Show or set the time zone"},
+         {"timezone get", "Print the name of the time zone", {}, Reading("GetTimezone")},
+         {"timezone set",
+          "Set the time zone",
+          {{.name = "name", .about = "Its name in the list, in any case", .offered = Listing("GetTimezoneList")},
+           offset,
+           dst},
+          &SetTimezone},
+         {"timezone list", "Print the names of the time zones", {}, Reading("GetTimezoneList")},
+         {"timezone set-gps",
+          "Set the time zone by GPS",
+          {},
+          [](const Arguments&) { return Ordered(Client::SetTimezoneGPS()); }},
+         {"timezone from-utc",
+          "Print the name of the time zone of an offset",
+          {{.name = "offset", .about = offset.about, .type = Type::Integer, .need = Need::Required}, dst},
+          &TimezoneFromUtc}});
     return verbs;
 }
 

@@ -24,9 +24,11 @@ struct Parameter
     Need need = Need::Optional;
     Json initial = nullptr;                ///< its value when it is not given; null for none
     std::vector<std::string> choices = {}; ///< all that it can be, when not empty
+    /// What completes it where neither choices nor type do, by the arguments before it; may ask the controller.
+    std::function<std::vector<std::string>(const std::vector<std::string>& before)> offered = {};
 };
 
-/// What was given, by name without dashes; besides "json", whether that is how to tell.
+/// What was given, by name without dashes; besides "json", whether that is how to print.
 using Arguments = Json;
 
 /// A verb of the command line as data, such as "record start". A verb with neither a function nor parameters opens a

@@ -1,10 +1,12 @@
 #include "controller_client/ControllerSignals.h"
 #include "controllerctl/Patience.h"
 #include "controllerctl/Properties.h"
+#include "controllerctl/Suggestions.h"
 #include "controllerctl/Verb.h"
 
 #include <cstring>
 #include <optional>
+#include <utility>
 
 namespace ControllerCtl
 {
@@ -112,8 +114,27 @@ struct Aim
     string name;
     const Property* property = nullptr;
     std::optional<Json> value = {};
-    string complaint = {}; ///< why there is nothing to wait for
+    std::optional<Json> before = {}; ///< at the last look
+    string complaint = {};           ///< why there is nothing to wait for
 };
+
+/// All names that can be waited for.
+std::vector<string> Names()
+{
+    std::vector<string> names;
+    for (const Signal& signal : Signals())
+    {
+        names.emplace_back(signal.name);
+    }
+    for (const Property& property : Properties())
+    {
+        if (property.untold == nullptr)
+        {
+            names.emplace_back(property.name);
+        }
+    }
+    return names;
+}
 
 Aim AimOf(const Arguments& arguments)
 {
@@ -123,14 +144,16 @@ Aim AimOf(const Arguments& arguments)
     if (aim.property == nullptr && FindSignal(aim.name) == nullptr)
     {
         aim.complaint = "name: there is no such signal or property";
+        const string meant = Meant(aim.name, Names());
+        aim.complaint += meant.empty() ? "" : ", did you mean \"" + meant + "\"?";
     }
     else if (aim.property == nullptr && valued)
     {
         aim.complaint = "value: a signal has none";
     }
-    else if (aim.property != nullptr && !aim.property->announced)
+    else if (aim.property != nullptr && aim.property->untold != nullptr)
     {
-        aim.complaint = "name: the changes of this property are not told";
+        aim.complaint = "name: the controller does not tell of changes of " + aim.name + ", " + aim.property->untold;
     }
     else if (valued)
     {
@@ -140,37 +163,49 @@ Aim AimOf(const Arguments& arguments)
     return aim;
 }
 
-/// What a property is now, if that ends the waiting. A controller that is not there may come, and one that ends over
+/// What a property is now, if that ends the waiting: the value that is waited for, or another one than at the first
+/// look where nothing but a signal tells of changes. A controller that is not there may come, and one that ends over
 /// the question has not answered it.
-std::optional<Answer> LookAt(const Aim& aim, const Patience& patience)
+std::optional<Answer> LookAt(Aim& aim, const Patience& patience)
 {
-    Json value;
-    if (!aim.value)
+    const bool compared = !aim.value && aim.property != nullptr && aim.property->toldBy != nullptr;
+    if (!aim.value && !compared)
     {
         return std::nullopt;
     }
+    Json value;
     patience.LimitCalls();
     if (aim.property->read(value) < 0)
     {
         Answer failed = Failed();
         return failed.status == ExitStatus::Refused ? std::optional(std::move(failed)) : std::nullopt;
     }
+    const bool met = compared ? aim.before && value != *aim.before : value == *aim.value;
     const Json fields = {{"event", "property"}, {"name", aim.name}, {"value", value}};
-    return value == *aim.value ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
+    aim.before = std::move(value);
+    return met ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
 }
 
 /// The same later on: the unit has told the value before, or may once it has come up, so its refusal is no end.
-std::optional<Answer> LookAgain(const Aim& aim, const Patience& patience)
+std::optional<Answer> LookAgain(Aim& aim, const Patience& patience)
 {
     std::optional<Answer> seen = LookAt(aim, patience);
     return seen && seen->status == ExitStatus::Done ? std::move(seen) : std::nullopt;
 }
 
-/// Whether an event ends the waiting, and with what.
-std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event, const Patience& patience)
+/// Whether an event says that the property may have another value, and not which.
+bool IsHint(const Aim& aim, const ControllerEvent& event)
 {
-    const bool changedUnseen = event.kind == EventKind::PropertyChanged && event.arguments.empty();
-    if (event.kind == EventKind::Started || (changedUnseen && event.name == aim.name && aim.value))
+    const bool unseen = event.kind == EventKind::PropertyChanged && event.arguments.empty();
+    const bool told = event.kind == EventKind::Signal && aim.property != nullptr && aim.property->toldBy != nullptr;
+    return event.kind == EventKind::Started || (unseen && event.name == aim.name && aim.value) ||
+           (told && event.name == aim.property->toldBy);
+}
+
+/// Whether an event ends the waiting, and with what.
+std::optional<Answer> Judge(Aim& aim, const ControllerEvent& event, const Patience& patience)
+{
+    if (IsHint(aim, event))
     {
         return LookAgain(aim, patience);
     }
@@ -184,7 +219,7 @@ std::optional<Answer> Judge(const Aim& aim, const ControllerEvent& event, const 
     return met ? std::optional(Answer{.text = TextOf(fields), .fields = fields}) : std::nullopt;
 }
 
-Answer WaitFor(const Aim& aim, const Patience& patience)
+Answer WaitFor(Aim aim, const Patience& patience)
 {
     ControllerSignals signals;
     int result = signals.Open();
@@ -209,32 +244,32 @@ Answer WaitFor(const Aim& aim, const Patience& patience)
 
 Answer Wait(const Arguments& arguments)
 {
-    const Aim aim = AimOf(arguments);
-    if (arguments.value("timeout", 0.0) < 0)
-    {
-        return Failed(ExitStatus::Usage, "--timeout: it is less than 0");
-    }
+    Aim aim = AimOf(arguments);
     if (!aim.complaint.empty())
     {
         return Failed(ExitStatus::Usage, aim.complaint);
     }
     const auto timeout = arguments.find("timeout");
-    return WaitFor(aim, timeout == arguments.end() ? Patience() : Patience(timeout->get<double>()));
+    return WaitFor(std::move(aim), timeout == arguments.end() ? Patience() : Patience(timeout->get<double>()));
 }
 
-/// All names that can be waited for, for the help.
-string Names()
+/// What can be the value of what is waited for.
+std::vector<string> ValuesOf(const std::vector<string>& before)
 {
-    string names;
-    for (const Signal& signal : Signals())
+    const Property* property = before.empty() ? nullptr : FindProperty(before.front());
+    return property != nullptr && property->type == Type::Boolean ? std::vector<string>{"on", "off"}
+                                                                  : std::vector<string>{};
+}
+
+/// The names in one line.
+string Joined(const std::vector<string>& names)
+{
+    string joined;
+    for (const string& name : names)
     {
-        names += string(names.empty() ? "" : ", ") + signal.name;
+        joined += (joined.empty() ? "" : ", ") + name;
     }
-    for (const Property& property : Properties())
-    {
-        names += property.announced ? string(", ") + property.name : "";
-    }
-    return names;
+    return joined;
 }
 
 } // namespace
@@ -243,14 +278,19 @@ Verbs WatchVerbs()
 {
     return {
         {"monitor",
-         "Tell signals and changes as they come, one line each",
+         "Print signals and changes as they come, one line each",
          {{.name = "--count", .about = "End after so many lines", .type = Type::Natural}},
          &Monitor},
         {"wait",
          "Wait for a signal, a change of a property, or a value of it",
-         {{.name = "name", .about = "One of " + Names(), .need = Parameter::Need::Required},
-          {.name = "value", .about = "Of the property; any change when it is not given"},
-          {.name = "--timeout", .about = "Seconds to wait; without end when it is not given", .type = Type::Real}},
+         {{.name = "name",
+           .about = "One of " + Joined(Names()),
+           .need = Parameter::Need::Required,
+           .offered = [](const auto&) { return Names(); }},
+          {.name = "value", .about = "Of the property; any change when it is not given", .offered = &ValuesOf},
+          {.name = "--timeout",
+           .about = "How long, like 90 (seconds) or 5m; without end when not given",
+           .type = Type::Time}},
          &Wait},
     };
 }

@@ -16,6 +16,7 @@ _ROOT = os.path.dirname(os.path.dirname(CONTROLLER))
 #: The documents that have made lines.
 PAGES = [os.path.join(_ROOT, *path) for path in (
     ("docs", "interface.md"), ("docs", "interface-device.md"), ("docs", "interface-time.md"),
+    ("docs", "controllerctl.md"), ("controllerctl", "controllerctl.1"),
     ("packaging", "man", "com.tavilon.common.Controller1.5"))]
 
 _ACCESS = {"readwrite": "read and write", "read": "read only"}
@@ -38,6 +39,14 @@ def _doc(member):
 def announces(member):
     """Whether a property's changes are announced in fact, whatever introspection promises."""
     return {"yes": True, "no": False}[_doc(member).get("announces")]
+
+
+def changes_of(member):
+    """How a property's changes come to be known: ("announced", ""), ("told", SIGNAL) or ("untold", REASON)."""
+    doc = _doc(member)
+    if announces(member):
+        return ("announced", "")
+    return ("told", doc.get("told-by")) if doc.get("told-by") else ("untold", doc.get("untold"))
 
 
 def _pairs(element, path):
@@ -81,7 +90,9 @@ def _arguments(member, pairs, direction):
 
 def _shape(member):
     if member.kind == "property":
-        told = "emits its change" if announces(member) else "**emits no change**"
+        how, what = changes_of(member)
+        told = {"announced": "emits its change", "told": f'**emits no change**, "{what}" tells of it',
+                "untold": "**emits no change**"}[how]
         return f"property `{member.signature}`, {_ACCESS[member.access]}, {told}"
     outputs = _arguments(member, member.outputs, "out")
     if member.kind == "signal":
@@ -112,6 +123,15 @@ class Markdown:
         """A table of refusals."""
         return _table(("Member", "Refused with", "When"), [
             (f'"{member.name}"', f'"{text}"', when) for member in found for text, when in errors(member)])
+
+    @staticmethod
+    def changes(found):
+        """A table of properties and how their changes come to be known."""
+        return _table(("Property", "`wait`"), [
+            (f'"{member.name}"', {"announced": "for the change that is announced",
+                                  "told": f'looks again at each "{what}"',
+                                  "untold": f"refuses: {what}"}[how])
+            for member in found for how, what in [changes_of(member)]])
 
     @staticmethod
     def codes(found):
@@ -152,12 +172,21 @@ class Manual:
             shape = {"method": f"{_typed(member.inputs)} \\(-> {_typed(member.outputs)}",
                      "signal": _typed(member.outputs),
                      "property": f"\\fB{member.signature}\\fR, {_ACCESS.get(member.access)}"}[member.kind]
-            silent = member.kind == "property" and not announces(member)
-            text = _text(_doc(member), "doc:summary")
+            how, what = changes_of(member) if member.kind == "property" else ("announced", "")
+            silent = how != "announced"
+            text = _text(_doc(member), "doc:summary") + (f' The signal "{what}" tells of changes.' if how == "told" else "")
             refusals = "; ".join(f'"{refusal}"' for refusal, _ in errors(member))
             lines += [".TP", f"\\fB{member.name}\\fR {shape}{', tells no changes' if silent else ''}",
                       *_lines(f"{text} Refused with {refusals}." if refusals else text)]
         return lines
+
+    @staticmethod
+    def changes(found):
+        """An entry a property."""
+        return [line for member in found for how, what in [changes_of(member)] for line in (
+            ".TP", f".B {member.name}",
+            {"announced": "waits for the change that is announced", "told": f"looks again at each {what}",
+             "untold": f"is refused: {what}"}[how])]
 
     @staticmethod
     def codes(found):
@@ -171,8 +200,10 @@ class Manual:
 
 
 def _made(what, form):
-    """The lines of "calls of devices", "signals", "errors of time", "codes of recording"."""
+    """The lines of "calls of devices", "signals", "errors of time", "codes of recording", "changes"."""
     kind, _, section = what.partition(" of ")
+    if kind == "changes":
+        return form.changes([member for member in controller_members() if member.kind == "property"])
     if kind == "codes":
         return form.codes(codes(section))
     if kind == "errors":

@@ -150,10 +150,23 @@ def _recordings():
 
 
 def _setting(verb, name, key, values):
-    """Reading and writing of a property; `values` has each value with how it is given and told."""
+    """Reading and writing of a property; `values` has each value with how it is given and told. What was written is read,
+    since the unit may hold something else."""
     for word, value in values:
         yield Case(verb, [(f"Get {name}", ())], word, {key: value}, {f".{name}": value})
-        yield Case(f"{verb} {word}", [(f"Set {name}", (value,))])
+        yield Case(f"{verb} {word}", [(f"Set {name}", (value,)), (f"Get {name}", ())], "", {key: value})
+
+
+def _relative(verb, name, key, changes):
+    """Writing by what holds before; `changes` has how it is given, with the value before and after. Both are asked for."""
+    for word, before, after in changes:
+        yield Case(f"{verb} {word}", [(f"Get {name}", ()), (f"Set {name}", (after,)), (f"Get {name}", ())], told(after),
+                   {key: after}, {f".{name}": before})
+
+
+def told(value):
+    """How a value is told."""
+    return {True: "on", False: "off"}[value] if isinstance(value, bool) else str(value)
 
 
 def _list(line, name, key):
@@ -174,22 +187,33 @@ def _times():
     yield Case("time set 2026-11-02T03:04", [("Get GetDst", ()), ("SetTime", (*_TIME[:5], 0, True, True))],
                answers={".GetDst": True})
     yield Case("time set 2028-02-29T23:59:60 --dst off", [("SetTime", (2028, 2, 29, 23, 59, 60, False, True))])
+    for seconds, word in ((-2147483648, "@-2147483648"), (2147483647, "@2147483647"), (1793588645, "2026-11-02T03:04:05Z"),
+                          (1793588645, "2026-11-02T04:04:05.75+01:00"), (1793588645, "'2026-11-01 21:34:05-05:30'"),
+                          (1793588640, "2026-11-02t03:04z")):
+        yield Case(f"time set {word}", [("SetTimeSecs", (seconds, True)), ("GetTimeSecs", (True,))],
+                   answers={"GetTimeSecs": (seconds, True)})
     for seconds in -2147483648, 2147483647:
-        yield Case(f"time set @{seconds}", [("SetTimeSecs", (seconds, True))])
         yield Case("time get --seconds", [("GetTimeSecs", (True,))], str(seconds), {"seconds": seconds, "dst": True},
                    {"GetTimeSecs": (seconds, True)})
     yield Case("time set-gps", [("SetTimeGPS", ())])
     yield Case("dst get", [("Get GetDst", ())], "on", {"dst": True}, {".GetDst": True})
     for word, value in SWITCH:
-        yield Case(f"dst set {word}", [("SetDst", (value,))])
+        yield Case(f"dst set {word}", [("SetDst", (value,)), ("Get GetDst", ())], "", {"dst": value}, {".GetDst": value})
 
 
 def _timezones():
     yield Case("timezone get", [("Get GetTimezone", ())], "d\u00fcse", {"timezone": "d\u00fcse"},
                {".GetTimezone": "d\u00fcse"})
-    yield Case("timezone set 'New York'", [("SetTimezone", ("New York",))])
-    yield Case("timezone set --offset -34200 --dst", [("SetTimezoneUTC", (-34200, True))])
-    yield Case("timezone set --offset 0", [("SetTimezoneUTC", (0, False))])
+    for given, sent in (("New York", "New York"), ("CCU/New York", "CCU/New York"), ("new york", "New York"),
+                        ("NEW_YORK", "New York"), ("Rome", "Rome"), ("rome", "Rome")):
+        yield Case(f"timezone set '{given}'",
+                   [("Get GetTimezoneList", ()), ("SetTimezone", (sent,)), ("Get GetTimezone", ())],
+                   "" if given == sent else sent + " there", {"timezone": sent.removeprefix("CCU/") + " there" * (given != sent)},
+                   {".GetTimezoneList": ["London", "New York", "Rome"],
+                    ".GetTimezone": sent.removeprefix("CCU/") + " there" * (given != sent)})
+    for option, arguments in ("--offset -34200 --dst", (-34200, True)), ("--offset 0", (0, False)):
+        yield Case(f"timezone set {option}", [("SetTimezoneUTC", arguments), ("Get GetTimezone", ())], "Azores",
+                   {"timezone": "Azores"}, {".GetTimezone": "Azores"})
     yield from _list("timezone list", "GetTimezoneList", "timezones")
     yield Case("timezone set-gps", [("SetTimezoneGPS", ())])
     for option, dst in ("", False), (" --dst", True):
@@ -214,7 +238,9 @@ CASES = [
     *_setting("play rate", "VideoPlaybackRate", "rate", [("-2.5", -2.5), ("0.25", 0.25)]),
     *_setting("mic", "MicEnabled", "microphone", SWITCH),
     *_setting("speaker", "SpkrEnabled", "speaker", SWITCH),
-    *_setting("volume", "SpkrVolume", "volume", [("0", 0), ("-5", -5), ("100", 100)]),
+    *_setting("volume", "SpkrVolume", "volume", [("0", 0), ("100", 100), ("200", 200)]),
+    *_relative("volume", "SpkrVolume", "volume", [("+10", 50, 60), ("-10", 50, 40), ("+10", 95, 100), ("-10", 5, 0)]),
+    *_relative("mic", "MicEnabled", "microphone", [("toggle", False, True), ("toggle", True, False)]),
     *_setting("sonde", "Sonde", "sonde", SWITCH),
     *_setting("key-beep", "KeypadBeepEnabled", "keyBeep", SWITCH),
     *_list("sound list", "AudioFiles", "sounds"),
@@ -224,7 +250,7 @@ CASES = [
     *_timezones(),
 ]
 #: Each verb once, with and without a value where that makes a difference.
-VERBS = list({(case.line.split(" ")[0], case.calls[0][0]): case for case in CASES}.values())
+VERBS = list({(case.line.split(" ")[0], *(member for member, _ in case.calls)): case for case in CASES}.values())
 
 #: Every property that the status tells, with its key and a value.
 STATUS = {"GetTimezone": ("timezone", "London"), "GetDst": ("dst", False), "GetTimeSourceAvailable": ("timeSource", 1),

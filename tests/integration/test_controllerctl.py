@@ -42,6 +42,7 @@ def test_a_verb(unit, case):
     told = run(unit, case.line)
     assert (told.status, told.out, told.errors) == (DONE, case.text + "\n" if case.text else "", "")
     assert calls_since(unit, mark) == case.calls
+    case.prepare(unit)
     as_json = run(unit, "--json " + case.line)
     assert (as_json.status, as_json.errors) == (DONE, "")
     assert list(as_json.object.items()) == list({"ok": True, "exit": DONE, **case.fields}.items())

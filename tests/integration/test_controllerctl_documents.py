@@ -8,8 +8,9 @@ import subprocess
 
 import pytest
 
+from interfaces.pages import changes_of
 from tests.integration.controllerctl_cases import (
-    CASES, DONE, NAMED_ALIKE, PROGRAM, VERBS, Running, environment, prepare_status, run)
+    CASES, DONE, NAMED_ALIKE, PROGRAM, USAGE, VERBS, Running, environment, prepare_status, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.client import INTERFACE, PATH
 from virtual_unit.controller import stand_in_controller
@@ -21,7 +22,7 @@ FOLDER = os.path.join(ROOT, "controllerctl")
 COMPLETION = {"bash": os.path.join(FOLDER, "completion", "controllerctl.bash"),
               "zsh": os.path.join(FOLDER, "completion", "_controllerctl")}
 SHELL = {"bash": ["bash", "--norc", "--noprofile", "-c"], "zsh": ["zsh", "-f", "-c"]}
-EVERYWHERE = {"--json", "--help"}
+EVERYWHERE = {"--json", "--help", "--machine", "--host", "--address"}
 
 
 @pytest.fixture(scope="module", name="unit")
@@ -39,10 +40,10 @@ def read(*path):
 
 def help_of(unit, verb=""):
     """Members, options and the whole text of the help."""
-    told = run(unit, verb + " --help")
+    told = run(unit, verb + " --help", COLUMNS="1000")
     assert (told.status, told.errors) == (DONE, "")
-    members = told.out.partition("Subcommands:\n")[2].partition("\n\n")[0]
-    options = set(re.findall(r"^ +(?:-h,)?(--[a-z-]+)", told.out, re.MULTILINE))
+    members = told.out.partition("Verbs:\n")[2].partition("\n\n")[0]
+    options = set(re.findall(r"^ +(?:-[a-zA-Z],)?(--[a-z-]+)", told.out, re.MULTILINE))
     return re.findall(r"^  ([a-z-]+) ", members, re.MULTILINE), options, told.out
 
 
@@ -100,11 +101,27 @@ def test_the_cases_use_every_method_and_property():
         {member.name for member in controller_members() if member.kind in ("method", "property")}
 
 
-def test_wait_knows_every_signal_and_property(unit):
-    """By the names of the interface; all but the one whose changes are not told."""
-    names = {member.name for member in controller_members() if member.kind in ("signal", "property")}
+def test_wait_knows_every_signal_and_what_they_tell_of(unit):
+    """By the names of the interface: all signals, and the properties whose changes are announced or told by a signal."""
+    names = {member.name for member in controller_members() if member.kind == "signal"} | \
+        {member.name for member in controller_members() if member.kind == "property" and changes_of(member)[0] != "untold"}
     listed = re.search(r"One of (.*)$", help_of(unit, "wait")[2], re.MULTILINE).group(1).split(", ")
-    assert sorted(listed) == sorted(names - {"VideoPlaybackRate"})
+    assert sorted(listed) == sorted(names)
+    assert {"GetTimezone", "GetDst", "MicEnabled"} < names and "Sonde" not in names
+
+
+@pytest.mark.parametrize("member", [member for member in controller_members()
+                                    if member.kind == "property" and changes_of(member)[0] == "untold"],
+                         ids=lambda member: member.name)
+@pytest.mark.parametrize("value", ["", " on", " x"])
+def test_what_nothing_tells_of_is_not_waited_for(unit, member, value):
+    """The reason is that of the interface's file."""
+    mark = unit.calls.mark()
+    told = run(unit, f"wait {member.name}{value}")
+    assert (told.status, told.out) == (USAGE, "")
+    assert told.errors == (f"controllerctl: name: the controller does not tell of changes of {member.name}, "
+                           f"{changes_of(member)[1]}\n")
+    assert not unit.calls.since(mark)
 
 
 def test_arguments_of_signals_have_the_names_of_the_interface(unit):
@@ -123,9 +140,9 @@ def test_arguments_of_signals_have_the_names_of_the_interface(unit):
 RUNNER = {
     "bash": 'source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); compopt() { :; }; _controllerctl; '
             'printf "%s\\n" "${COMPREPLY[@]}"',
-    "zsh": 'compadd() { [[ $1 == -- ]] && shift; for word; do [[ $word == ${words[CURRENT]}* ]] && print -r -- $word; '
-           'done; return 0 }; _files() { print -r -- files "$@" }; words=("$@"); CURRENT=$#; file=$0; set --; '
-           'source $file',
+    "zsh": r"""_describe() { print -rl -- "${(@P)4}" | sed -E 's/^((\\.|[^:\\])*):.*/\1/; s/\\(.)/\1/g' | while read -r entry; do
+           [[ $entry == ${words[CURRENT]}* ]] && print -r -- $entry; done; return 0 }
+           _files() { print -r -- files "$@" }; words=("$@"); CURRENT=$#; file=$0; set --; source $file""",
 }
 
 
@@ -152,9 +169,10 @@ def test_verbs_and_options_are_completed(unit, verbs, shell):
 
 @pytest.mark.parametrize("shell", COMPLETION)
 @pytest.mark.parametrize("line, offered", [
-    ("rec", ["record"]), ("time set-", ["set-gps"]), ("nothing ", None), ("mic ", ["on", "off"]), ("mic of", ["off"]),
+    ("rec", ["record"]), ("time set-", ["set-gps"]), ("nothing ", None), ("mic ", ["on", "off", "toggle"]), ("mic of", ["off"]),
     ("dst set ", ["on", "off"]), ("time set --dst ", ["on", "off"]), ("record stop --kind ph", ["photo-talk"]),
-    ("record start --width ", []), ("wait Cap", ["CaptureError", "CaptureSizeLimitReached"]),
+    ("record start --width ", []), ("wait MicEnabled ", ["on", "off"]), ("wait SpkrVolume ", []),
+    ("time set n", ["now"]), ("--host unit mi", ["mic"]), ("-H unit timezone set ", []), ("wait Cap", ["CaptureError", "CaptureSizeLimitReached"]),
     ("timezone set New", ["New York", "Newport"]), ("sound play b", ["beep.wav", "bell two.wav"]),
     ("sound play $", ["$(touch x).wav"]), ("sound play it", ["it's.wav"]), ("timezone list ", [])])
 def test_values_are_completed(unit, shell, line, offered):
@@ -233,7 +251,7 @@ def test_the_examples(make_unit):
     assert len(lines) == 10
     path = f"{os.path.dirname(PROGRAM)}:{os.environ['PATH']}"
     for line in lines:
-        line = line.replace("--timeout 60", "--timeout 0").replace("monitor --json", "monitor --count 0")
+        line = line.replace("--timeout 1m", "--timeout 0").replace("monitor --json", "monitor --count 0")
         done = subprocess.run(["bash", "-c", line], env=environment(unit, PATH=path), cwd=unit.directory, text=True,
                               capture_output=True, check=False)
         # The status is refused where a member is not in the build.
@@ -252,5 +270,5 @@ def test_what_is_installed(tmp_path):
                      "share/bash-completion/completions/controllerctl", "share/zsh/vendor-completions/_controllerctl"}
     needed = subprocess.run(["readelf", "-d", tmp_path / "bin" / "controllerctl"], capture_output=True, text=True,
                             check=True).stdout
-    assert "libcontroller-client.so.1" in needed and "libsystemd" not in needed
+    assert "libcontroller-client.so.1" in needed
     assert "RPATH" not in needed and "RUNPATH" not in needed

@@ -104,5 +104,39 @@ def test_changes_are_announced_as_the_file_says():
         unit.settle()
         after = unit.client.get_all()
         changed = {member for member in controller_members() if before.get(member.name) != after.get(member.name)}
+        signals = {signal.member for signal in unit.client.signals}
         assert {"GetDst", "GetTimezone", "GetTimeSourceAvailable"} <= {member.name for member in changed}
         assert sorted(changes(unit.client)) == sorted(member.name for member in changed if pages.announces(member))
+        assert signals - {"PropertiesChanged"} == {"TimezoneChanged", "TimeChanged"}
+
+
+@pytest.mark.parametrize("name, change", [
+    ("GetTimezone", lambda client: client.call("SetTimezone", "s", "Kathmandu")),
+    ("GetTimezone", lambda client: client.call("SetTimezoneUTC", "ib", 3600, False)),
+    ("GetDst", lambda client: client.call("SetDst", "b", True)),
+    ("GetDst", lambda client: client.call("SetTime", "iiiiiibb", 2026, 1, 2, 3, 4, 5, True, True)),
+    ("Sonde", lambda client: client.set("Sonde", "b", True)),
+    ("VideoPlaybackRate", lambda client: client.set("VideoPlaybackRate", "d", 2.5)),
+    ("GetTimeSourceAvailable", lambda client: client.call("VideoRecordStart", "uuu", 1, 1, 1))])
+def test_signals_tell_of_changes_as_the_file_says(unit, name, change):
+    """The one that is said to tell of a change comes with it; of what is untold, none does."""
+    member = next(member for member in controller_members() if member.name == name)
+    before = unit.client.get(name)
+    unit.client.sync()
+    unit.client.clear()
+    change(unit.client)
+    unit.settle()
+    unit.client.sync()
+    assert unit.client.get(name) != before
+    told = {signal.member for signal in unit.client.signals}
+    how, signal = pages.changes_of(member)
+    assert (how, signal in told) == ("told", True) or (how, told) == ("untold", set())
+
+
+def test_changes_that_nothing_announces_are_explained():
+    """By a signal of the interface, or by a reason; no property has both, and what is announced has neither."""
+    signals = {member.name for member in controller_members() if member.kind == "signal"}
+    for member in controller_members():
+        if member.kind == "property":
+            how, what = pages.changes_of(member)
+            assert {"announced": what == "", "told": what in signals, "untold": bool(what)}[how], member.name
