@@ -9,7 +9,7 @@ import re
 import textwrap
 from xml.etree import ElementTree
 
-from virtual_unit.declaration import CONTROLLER, DOC, controller_members
+from interfaces.introspection import CONTROLLER, DOC, controller_members
 
 _ROOT = os.path.dirname(os.path.dirname(CONTROLLER))
 

@@ -7,8 +7,8 @@ import shlex
 import subprocess
 from dataclasses import dataclass, field
 
+from interfaces.introspection import controller_members
 from virtual_unit import PATIENCE
-from virtual_unit.declaration import controller_members
 from virtual_unit.loop import spawn
 
 PROGRAM = os.path.join(os.environ["CCU_BUILD_DIR"], "controllerctl", "controllerctl")

@@ -5,12 +5,12 @@ import os
 
 import pytest
 
+from interfaces.introspection import controller_members
 from tests.integration.client_cases import (
     OPEN, READ, Case, FailureTests, check_declared, check_success, untouched)
 from tests.integration.client_driver import ClientDriver, Outcome, debug, error
 from virtual_unit import AT_ONCE, VirtualUnit
 from virtual_unit.controller import stand_in_controller
-from virtual_unit.declaration import controller_members
 
 PATH = "/com/tavilon/common/Controller1"
 CONTROL = "com.tavilon.common.Controller1.Control"

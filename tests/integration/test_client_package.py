@@ -8,12 +8,12 @@ from xml.etree import ElementTree
 
 import pytest
 
+from interfaces.introspection import controller_text
 from tests.integration.client_driver import error
 from tests.integration.installed_client import (  # pylint: disable=unused-import
     ROOT, cached, install, instrumentation, library_folder_fixture, prefix_fixture, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
-from virtual_unit.declaration import controller_text
 
 INTERFACE = "com.tavilon.common.Controller1.Control"
 CLASS = "Controllerd::ControllerDaemonDbusHandler::"

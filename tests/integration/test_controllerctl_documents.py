@@ -8,13 +8,13 @@ import subprocess
 
 import pytest
 
+from interfaces.introspection import controller_members
 from interfaces.pages import changes_of
 from tests.integration.controllerctl_cases import (
     CASES, DONE, NAMED_ALIKE, PROGRAM, USAGE, VERBS, Running, environment, prepare_status, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.client import INTERFACE, PATH
 from virtual_unit.controller import stand_in_controller
-from virtual_unit.declaration import controller_members
 from virtual_unit.values import zero
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))

@@ -14,9 +14,9 @@ import tempfile
 
 import pytest
 
+from interfaces.introspection import controller_members
 from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.chapters import CHAPTERS, Chapter
-from virtual_unit.declaration import controller_members
 from virtual_unit.demo import Inspection
 from virtual_unit.show import Show
 

@@ -2,9 +2,9 @@
 
 import pytest
 
+from interfaces.introspection import controller_members, members
 from virtual_unit import DbusFailure
 from virtual_unit.client import INTERFACE
-from virtual_unit.declaration import controller_members, members
 
 METHODS = [member for member in controller_members() if member.kind == "method"]
 PROPERTIES = [member for member in controller_members() if member.kind == "property"]

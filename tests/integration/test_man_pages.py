@@ -7,8 +7,8 @@ import subprocess
 
 import pytest
 
+from interfaces.introspection import controller_members
 from interfaces.pages import announces
-from virtual_unit.declaration import controller_members
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 PAGES = sorted([*glob.glob(os.path.join(ROOT, "packaging", "man", "*")),

@@ -7,9 +7,9 @@ import re
 
 import pytest
 
+from interfaces.introspection import controller_members
 from interfaces import pages
 from virtual_unit import VirtualUnit
-from virtual_unit.declaration import controller_members
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 #: Each list of codes in the file, with the type that has them in the code.

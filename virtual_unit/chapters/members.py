@@ -1,7 +1,8 @@
 """What the daemon offers: its interface, as introspection tells it."""
 
+from interfaces.introspection import controller_members, members
+
 from ..client import INTERFACE
-from ..declaration import controller_members, members
 
 
 def _row(number, member):
