@@ -189,7 +189,7 @@ void PrintVerbs(const Verbs& verbs, const Line& line)
 /// A shell waits: less than half a second, however long the unit takes, or the bus.
 void EndSoon()
 {
-    constexpr int microseconds = 300000;
+    constexpr int microseconds = 250000;
     std::signal(SIGALRM, [](int) { _exit(0); });
     const itimerval soon{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = microseconds}};
     setitimer(ITIMER_REAL, &soon, nullptr);

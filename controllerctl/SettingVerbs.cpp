@@ -60,7 +60,7 @@ Answer PlaySound(const Arguments& arguments)
     Answer answer = Ordered(Client::PlayAudio(name));
     std::vector<string> sounds;
     const bool unknown = answer.fields.value("message", Json()) == "Could not play file";
-    if (unknown && Client::GetAudioFiles(sounds) == 0)
+    if (unknown && Client::GetAudioFiles(sounds) >= 0)
     {
         Suggest(answer, name, sounds);
     }

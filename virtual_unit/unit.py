@@ -309,6 +309,11 @@ class VirtualUnit:
         return bus.address if bus else f"unix:path={self.directory}/no-bus"
 
     @property
+    def session_bus_pid(self):
+        """Process id of the user bus."""
+        return self._buses["session"].pid
+
+    @property
     def system_address(self):
         """Address of the private system bus."""
         return self._buses["system"].address
