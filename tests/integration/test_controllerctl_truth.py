@@ -63,6 +63,20 @@ def test_an_order_prints_what_holds_where_that_differs(unit, line, text, reading
         assert run(unit, reading).out == told.out
 
 
+def test_a_clock_that_is_not_set(unit):
+    """Is told: the controller answers in the same way then. The unit's clock is this machine's, which stays as it is."""
+    start = int(time.time())
+    told = run(unit, "time set now")
+    assert (told.status, told.out, told.errors) == (DONE, "", "")
+    assert start <= unit.timedate.times[-1] // 1000000 <= time.time()
+    told = run(unit, "time set @1000 --json")
+    assert unit.timedate.times[-1] == 1000000000
+    message = told.object.pop("message")
+    assert told.object == {"ok": False, "exit": REFUSED, "code": None, "message": message}
+    assert re.fullmatch(r"the clock was not set, it says @\d+", message)
+    assert told.errors == f"controllerctl: {message}\n"
+
+
 def test_what_holds_is_not_known(own_unit):
     """Which is said; the order was obeyed. A volume is written without a word when the mixer has no such control."""
     own_unit.audio.remove_control("HP DAC")

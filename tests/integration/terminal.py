@@ -1,0 +1,57 @@
+"""A terminal of some width, as a person has it: a session of tmux, whose screen is read."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import time
+
+from virtual_unit import PATIENCE
+
+_POLL_SECONDS = 0.01
+_HEIGHT = 200
+
+
+class Terminal:
+    """Runs a command in a terminal; a context manager, at whose end all of it is gone.
+
+    width        columns
+    command      its words
+    environment  that of the command, which tmux itself does not have
+    """
+
+    def __init__(self, width, command, environment):
+        self._folder = tempfile.mkdtemp(prefix="ccu-terminal-")
+        variables = {name: value for name, value in environment.items() if name not in ("COLUMNS", "LINES", "TERM")}
+        self._tmux("-f", os.devnull, "new-session", "-d", "-x", str(width), "-y", str(_HEIGHT),
+                   "env", *(f"{name}={value}" for name, value in variables.items()), *command)
+
+    def _tmux(self, *words):
+        own = {"PATH": os.environ["PATH"], "HOME": self._folder, "LC_ALL": "C.UTF-8", "TERM": "xterm-256color"}
+        return subprocess.run(["tmux", "-S", os.path.join(self._folder, "socket"), *words], env=own, text=True,
+                              capture_output=True, check=True, timeout=PATIENCE).stdout
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._tmux("kill-server")
+        shutil.rmtree(self._folder)
+
+    def type(self, text):
+        """Types it; keys have tmux's names, as in "Tab"."""
+        self._tmux("send-keys", *text)
+
+    def screen(self, codes=False):
+        """The lines, also those that the terminal itself had to break; with their codes of colour if wanted."""
+        lines = self._tmux("capture-pane", "-p", "-J", *(["-e"] if codes else [])).rstrip("\n").split("\n")
+        return [line.rstrip() for line in lines]
+
+    def wait_for(self, condition):
+        """Waits until the screen's lines are so; returns them."""
+        deadline = time.monotonic() + PATIENCE
+        while not condition(lines := self.screen()):
+            if time.monotonic() > deadline:
+                raise TimeoutError("\n".join(lines))
+            time.sleep(_POLL_SECONDS)
+        return lines
