@@ -80,7 +80,7 @@ class CallLog(Sequence):
 class Fault:
     """What happens to a call instead of, or besides, being carried out."""
     kind: str
-    value: float = 0
+    value: object = 0
 
 
 #: Answered exactly as the bus answers for a name that nobody owns.
@@ -108,6 +108,12 @@ def CODE(number):  # pylint: disable=invalid-name
 def LATE(seconds):  # pylint: disable=invalid-name
     """Carried out at once, answered correctly when the seconds have passed."""
     return Fault("late", seconds)
+
+
+def MEANWHILE(deed, carried_out):  # pylint: disable=invalid-name
+    """When the call arrives `deed` is done on the loop's thread, such as the end of somebody; then the call is carried
+    out and answered as ever, or neither."""
+    return Fault("meanwhile", (deed, carried_out))
 
 
 class Rule:

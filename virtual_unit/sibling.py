@@ -207,6 +207,11 @@ class Sibling:
         elif fault.kind == "late":
             reply = self._answer(message)
             shared_loop().after(fault.value, lambda: self._send(connection, message, reply))
+        elif fault.kind == "meanwhile":
+            deed, carried_out = fault.value
+            deed()
+            if carried_out:
+                self._send(connection, message, self._answer(message))
         elif fault.kind == "die after":
             self._answer(message)
             if self.alive:

@@ -114,6 +114,13 @@ class Video(Sibling):
                                         ("PausedCaptures", PAUSED))}
         self.set_properties(_PATH, {KINDS[kind].state: state, **lists, **others})
 
+    @on_loop
+    def lose_recordings(self):
+        """The process has ended with its recordings: the one that comes back knows of none, and their files stay."""
+        self.orders.clear()
+        for kind in KINDS:
+            self.change(kind, OFF, **{KINDS[kind].filename: "", f"Previous{KINDS[kind].filename}": ""})
+
     def _start(self, kind, *order):
         order = Order(*order)
         if self.get(kind.state) != OFF or not os.path.isdir(os.path.dirname(order.path)):
