@@ -47,5 +47,6 @@ using Verbs = std::vector<Verb>;
 [[nodiscard]] Verbs TimeVerbs();    ///< clock and time zone
 [[nodiscard]] Verbs SettingVerbs(); ///< status, what is switched, sounds
 [[nodiscard]] Verbs WatchVerbs();   ///< signals and changes
+[[nodiscard]] Verbs RecoverVerbs(); ///< what crashes have left
 
 } // namespace ControllerCtl
