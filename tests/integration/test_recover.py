@@ -1,0 +1,271 @@
+"""The command that lists and mends what crashes have left: what it finds, what it leaves alone, and when it refuses."""
+
+import os
+import re
+import subprocess
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+from tests.integration.controllerctl_cases import (
+    DONE, REFUSED, TIME_OUT, UNREACHABLE, USAGE, environment, run)
+from tests.integration.crash_page import PAGE
+from tests.integration.recording_texts import KINDS, MESSAGES, VIDEO, left_over
+from virtual_unit import CODE, REFUSE, SILENT, VirtualUnit
+from virtual_unit.loop import shared_loop
+
+STOPPED = "its sizes have been brought up to date, its marker has been removed"
+
+
+def recover(unit, options="", status=DONE):
+    """Runs it; returns the object that it told."""
+    done = run(unit, f"recover --json {options}")
+    assert done.status == status, done
+    return done.object
+
+
+def found(told):
+    """What was found, by the names of the files."""
+    return {os.path.basename(left["path"]): (left["what"], left["mended"]) for left in told["found"]}
+
+
+def stop_unseen(unit, kind=VIDEO):
+    """A recording that ends without the controller: its marker stays, its item has the sizes of before."""
+    paths = kind.start_recording(unit)
+    with open(paths.media, "ab") as file:
+        file.write(bytes(5000))
+    unit.video.change(kind.name, 0, **{f"{kind.member}Filename": ""})
+    unit.settle()
+    return paths
+
+
+def test_nothing(unit):
+    """Is said on standard error, and nothing is asked of the controller that could change anything."""
+    done = run(unit, "recover")
+    assert (done.status, done.out, done.errors) == (DONE, "", "controllerctl: nothing was left\n")
+    assert recover(unit, "--apply") == {"ok": True, "exit": 0, "applied": True, "found": [], "sizes": 0, "running": []}
+
+
+def test_lines(unit):
+    """A line each, with what is to be done or has been done."""
+    paths = stop_unseen(unit)
+    assert run(unit, "recover").out == (
+        f"{paths.media}: is not being recorded, but marked so; its sizes are to be brought up to date, its marker to be "
+        "removed\n")
+    assert run(unit, "recover --apply").out == f"{paths.media}: {STOPPED}\n"
+    assert run(unit, "recover").out == ""
+
+
+@pytest.mark.parametrize("kind", KINDS, ids=str)
+@pytest.mark.parametrize("paused", [False, True], ids=["running", "paused"])
+def test_a_recording_that_goes_on_is_not_touched(unit, kind, paused):
+    """While another one's rest is mended."""
+    first = stop_unseen(unit, kind)
+    paths = kind.start_recording(unit)
+    if paused:
+        assert kind.order(unit, "Pause")[0] == 0
+    mark = unit.calls.mark()
+    told = recover(unit, "--apply")
+    assert (told["running"], told["sizes"]) == ([paths.media], 1)
+    assert found(told) == {os.path.basename(first.media): ("stopped", True)}
+    assert left_over(unit) == sorted([os.path.basename(first.media), *paths.names])
+    assert [call.arguments for call in unit.calls.of("jobs", "UpdateMediaFileSizes", since=mark)] == [(first.media,)]
+
+
+def test_a_recording_is_known_however_its_path_is_spelled(unit):
+    paths = VIDEO.start_recording(unit)
+    unit.video.set("RecordingFilename", paths.media.replace("/media/0001", "/../job1/media/./0001"))
+    told = recover(unit, "--apply")
+    assert told["found"] == [] and told["sizes"] == 0
+    assert left_over(unit) == paths.names
+
+
+# When it cannot know --------------------------------------------------------------------------------------------------
+
+UNKNOWN = [(("video", f"Get {kind.member}State"), fault, status)
+           for kind in KINDS for fault, status in ((REFUSE, UNREACHABLE), (SILENT, TIME_OUT))] + [
+    (("jobs", "GetNewMediaPathComponents"), REFUSE, UNREACHABLE),
+    (("jobs", "GetNewMediaPathComponents"), CODE(5), REFUSED),
+    (("jobs", "GetMediaID"), REFUSE, UNREACHABLE),
+    (("jobs", "GetMediaID"), SILENT, TIME_OUT),
+    (("jobs", "GetMediaID"), CODE(7), REFUSED),
+]
+
+
+@pytest.mark.parametrize("call, fault, status", UNKNOWN, ids=lambda value: str(value).replace(" ", "_"))
+def test_it_refuses_when_it_cannot_know(unit, call, fault, status):
+    """And touches nothing."""
+    stop_unseen(unit)
+    before = left_over(unit)
+    unit.faults.on(*call, kind=fault)
+    mark = unit.calls.mark()
+    told = recover(unit, "--apply", status)
+    assert not told["ok"] and told["message"].endswith("; nothing was touched")
+    assert left_over(unit) == before and not unit.calls.of("jobs", "UpdateMediaFileSizes", since=mark)
+
+
+@pytest.mark.parametrize("name, fault", [("", None), (None, REFUSE)], ids=["empty", "unreadable"])
+def test_it_refuses_when_the_file_is_not_told(unit, name, fault):
+    """Of a recording that goes on."""
+    paths = VIDEO.start_recording(unit)
+    if fault:
+        unit.faults.on("video", "Get RecordingFilename", kind=fault)
+    else:
+        unit.video.set("RecordingFilename", name)
+    recover(unit, "--apply", UNREACHABLE)
+    assert left_over(unit) == paths.names
+
+
+def test_it_refuses_a_bus_that_is_not_the_machines_own(unit):
+    """The files would be another unit's."""
+    done = run(unit, "recover --apply", DBUS_SESSION_BUS_ADDRESS="unixexec:path=/bin/false")
+    assert (done.status, done.out) == (USAGE, "")
+    assert done.errors == "controllerctl: recover: it looks at files, so it is to be run on the unit itself\n"
+
+
+def test_without_a_controller_it_does_its_work(unit):
+    """That nobody is at work then is known."""
+    stop_unseen(unit)
+    unit.kill()
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("stopped", True)}
+
+
+def test_what_the_controller_is_in_the_middle_of_is_waited_for():
+    """A start whose recording does not run yet is no leftover."""
+    with VirtualUnit() as unit:
+        unit.faults.on(*VIDEO.start_call, kind=SILENT, times=1)
+        start = unit.client.call_async("VideoRecordStart", "uuu", 1920, 1080, 90)
+        unit.calls.wait_for(*VIDEO.start_call)
+        mark = unit.calls.mark()
+        with ThreadPoolExecutor(1) as background:
+            recovering = background.submit(run, unit, "recover --apply")
+            unit.calls.wait_for("jobs", "GetNewMediaPathComponents", since=mark)
+            for _ in range(20):
+                unit.client.names()
+            assert not unit.calls.of("video", since=mark) and left_over(unit) == [".0001-recActive", ".0001-recovery"]
+            shared_loop().call(lambda: (unit.video.die(), unit.video.revive()))  # at once: nobody finds it gone
+            assert recovering.result().status == DONE
+        assert start.result().args == (-1, MESSAGES[-1])
+        assert left_over(unit) == [] and unit.jobs.items == {}
+
+
+# By hand --------------------------------------------------------------------------------------------------------------
+
+
+def test_the_commands_of_the_operators_page(unit):
+    """Do what it says."""
+    paths = VIDEO.start_recording(unit)
+    alone = os.path.join(os.path.dirname(paths.media), "alone")
+    for suffix in ".mp4", ".jpeg":
+        with open(alone + suffix, "wb") as file:
+            file.write(b"x")
+    with open(PAGE, encoding="utf-8") as file:
+        blocks = re.findall(r"```sh\n(.*?)```", file.read(), re.DOTALL)
+    commands = "".join(block for block in blocks if not block.startswith("controllerctl"))
+    done = subprocess.run(["bash", "-e", "-c", commands], capture_output=True, text=True, check=False, env=environment(
+        unit, STORAGE=unit.media, FILE=paths.media, FILM=alone + ".mp4", PICTURE=alone + ".jpeg"))
+    assert done.stderr == "" and done.returncode == 0
+    told = done.stdout.splitlines()
+    assert told[:6] == ["i 1", f's "{paths.media}"', "i 0", 's ""', "i 0", 's ""']
+    assert sorted(told[6:8]) == sorted([paths.rec_active, paths.recovery])
+    assert told[8:] == [f'(is) 0 "{unit.jobs.item_of(paths.media).media_id}"', "i 0", "i 0"]
+    assert unit.jobs.item_of(alone + ".mp4").type == "video recording"
+    assert unit.jobs.item_of(alone + ".jpeg").type == "snapshot"
+    assert recover(unit)["found"] == []
+
+
+# What is left to the operator -----------------------------------------------------------------------------------------
+
+
+def test_what_the_video_daemon_has_left_to_mend_a_film_stays(unit):
+    """With the marker by which it is found; the sizes are brought up to date all the same."""
+    paths = stop_unseen(unit)
+    with open(paths.recovery, "wb") as file:
+        file.write(b"index")
+    told = recover(unit, "--apply")
+    assert (found(told), told["sizes"]) == ({"0001.mp4": ("brokenOff", False)}, 1)
+    assert left_over(unit) == paths.names
+    assert unit.jobs.item_of(paths.media).size == os.path.getsize(paths.media)
+
+
+def test_an_item_whose_picture_is_there_stays(unit):
+    """Only the film is lost."""
+    paths = stop_unseen(unit)
+    os.rename(paths.media, paths.snapshot)
+    before = left_over(unit)
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("filmMissing", False)}
+    assert left_over(unit) == before and unit.jobs.item_of(paths.media)
+
+
+def test_films_and_pictures_in_no_job_stay(unit):
+    """With their markers; the picture of a film is the film's."""
+    paths = stop_unseen(unit)
+    unit.jobs.items.clear()
+    folder = os.path.dirname(paths.media)
+    for name in ("0001.jpeg", "other.jpeg"):
+        with open(os.path.join(folder, name), "wb") as file:
+            file.write(b"picture")
+    before = left_over(unit)
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("filmInNoJob", False),
+                                               "other.jpeg": ("pictureInNoJob", False)}
+    assert left_over(unit) == before
+
+
+@pytest.mark.parametrize("is_open", [True, False], ids=["another job", "no job"])
+def test_markers_of_a_job_that_is_not_open_are_listed(unit, is_open):
+    """On every storage device."""
+    paths = stop_unseen(unit)
+    if is_open:
+        unit.jobs.open("internal", "job2")
+    else:
+        unit.jobs.close()
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("otherJob", False)}
+    assert left_over(unit) == paths.names
+    unit.jobs.open()
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("stopped", True)}
+
+
+def test_without_the_storage_daemon_other_jobs_are_not_looked_at(unit):
+    """Which is said."""
+    stop_unseen(unit)
+    unit.faults.on("storage", kind=REFUSE)
+    done = run(unit, "recover")
+    assert done.status == DONE and done.out.count("\n") == 1
+    assert done.errors == "controllerctl: the storage daemon cannot be asked; other jobs were not looked at\n"
+
+
+# What fails -----------------------------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("fault", [CODE(5), REFUSE], ids=["code", "refused"])
+def test_a_marker_stays_where_the_sizes_cannot_be_brought_up_to_date(unit, fault):
+    """And what follows is mended nevertheless."""
+    paths = stop_unseen(unit)
+    other = stop_unseen(unit)
+    unit.faults.on("jobs", "UpdateMediaFileSizes", kind=fault, times=1)
+    told = recover(unit, "--apply", REFUSED)
+    assert found(told) == {"0001.mp4": ("stopped", False), "0002.mp4": ("stopped", True)} and told["sizes"] == 1
+    assert left_over(unit) == sorted([*paths.names, os.path.basename(other.media)])
+    assert told["message"] == f"{paths.media}: its marker stays, since its sizes are not up to date"
+
+
+@pytest.mark.parametrize("member", ["GetCurrentJobDeviceID", "GetCurrentJobID", "DeleteMediaItem"])
+def test_markers_stay_where_the_item_cannot_be_removed(unit, member):
+    """They are what it is found by."""
+    paths = stop_unseen(unit)
+    os.remove(paths.media)
+    before = left_over(unit)
+    unit.faults.on("jobs", member, kind=REFUSE)
+    assert found(recover(unit, "--apply", REFUSED)) == {"0001.mp4": ("neverRecorded", False)}
+    assert left_over(unit) == before and unit.jobs.item_of(paths.media)
+
+
+def test_a_marker_that_cannot_be_removed(unit):
+    """A folder with something in it under its name."""
+    paths = stop_unseen(unit)
+    os.remove(paths.rec_active)
+    os.makedirs(os.path.join(paths.rec_active, "x"))
+    told = recover(unit, "--apply", REFUSED)
+    assert found(told) == {"0001.mp4": ("stopped", False)}
+    assert told["message"] == f"{paths.media}: its markers cannot be removed"
+    assert os.path.isdir(os.path.join(paths.rec_active, "x"))
