@@ -59,16 +59,16 @@ struct Media
 /// By path of the film or picture.
 using Candidates = std::map<string, Media>;
 
-Answer CannotKnow(int32_t result, const string& what)
+/// `reason` is the bus's, where it is known.
+Answer CannotKnow(int32_t result, const string& what, const string& reason = "")
 {
-    const bool late = result == -ETIMEDOUT;
-    return Failed(late ? ExitStatus::TimeOut : ExitStatus::Unreachable,
-                  what + ": " + std::strerror(-result) + "; nothing was touched");
+    return Failed(result == -ETIMEDOUT ? ExitStatus::TimeOut : ExitStatus::Unreachable,
+                  what + ": " + (reason.empty() ? std::strerror(-result) : reason));
 }
 
 Answer RefusedByJobs(int32_t code, const string& what)
 {
-    return Failed(ExitStatus::Refused, what + ": " + JobsManager::ErrorText(code) + "; nothing was touched");
+    return Failed(ExitStatus::Refused, what + ": " + JobsManager::ErrorText(code));
 }
 
 bool Exists(const string& path)
@@ -324,11 +324,12 @@ Obstacle FindRunning(std::vector<string>& running)
     {
         int32_t state = 0;
         string file;
-        int32_t result = getState(state, nullptr);
-        result = result >= 0 && state != 0 ? getFile(file, nullptr) : result;
+        string reason;
+        int32_t result = getState(state, &reason);
+        result = result >= 0 && state != 0 ? getFile(file, &reason) : result;
         if (result < 0 || (state != 0 && file.empty()))
         {
-            return CannotKnow(result < 0 ? result : -ENODATA, "the video daemon does not say what it records");
+            return CannotKnow(result < 0 ? result : -ENODATA, "the video daemon does not say what it records", reason);
         }
         if (state != 0)
         {

@@ -170,7 +170,7 @@ Answer Recover(const Arguments& arguments)
     Leftovers leftovers;
     if (const Obstacle obstacle = FindLeftovers(leftovers))
     {
-        return *obstacle;
+        return Failed(obstacle->status, obstacle->messages.front() + "; nothing was touched");
     }
     const bool apply = arguments.at("apply").get<bool>();
     Answer whole{.fields = {{"applied", apply}, {"found", Json::array()}, {"sizes", 0}, {"running", leftovers.running}},

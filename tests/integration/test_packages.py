@@ -45,7 +45,7 @@ DEPENDENCIES = {
                     "libstdc++6", "libsystemd0", "libudev1", "alsa-utils", "dbus-user-session", "polkitd", "systemd"},
     "libcontroller-client1": {"libc6", "libgcc-s1", "libstdc++6", "libsystemd0"},
     "libcontroller-client-dev": {"libcontroller-client1"},
-    "controllerctl": {"libc6", "libgcc-s1", "libstdc++6", "libcontroller-client1"},
+    "controllerctl": {"libc6", "libgcc-s1", "libsigc++-2.0-0v5", "libstdc++6", "libsystemd0", "libcontroller-client1"},
 }
 SANITIZERS = re.compile(r"lib(asan|ubsan|lsan)\d+$")
 

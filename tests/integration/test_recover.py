@@ -11,7 +11,7 @@ from tests.integration.controllerctl_cases import (
     DONE, REFUSED, TIME_OUT, UNREACHABLE, USAGE, environment, run)
 from tests.integration.crash_page import PAGE
 from tests.integration.recording_texts import KINDS, MESSAGES, VIDEO, left_over
-from virtual_unit import CODE, REFUSE, SILENT, VirtualUnit
+from virtual_unit import CODE, MEANWHILE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.loop import shared_loop
 
 STOPPED = "its sizes have been brought up to date, its marker has been removed"
@@ -269,3 +269,37 @@ def test_a_marker_that_cannot_be_removed(unit):
     assert found(told) == {"0001.mp4": ("stopped", False)}
     assert told["message"] == f"{paths.media}: its markers cannot be removed"
     assert os.path.isdir(os.path.join(paths.rec_active, "x"))
+
+
+# What happens meanwhile -----------------------------------------------------------------------------------------------
+
+
+def is_recorded_again(unit, path):
+    """The video daemon goes on with the file."""
+    unit.video.change("video", 1, RecordingFilename=path)
+
+
+def has_come(_unit, path):
+    """Somebody puts a file there."""
+    with open(path, "wb") as file:
+        file.write(b"film")
+
+
+def is_silenced(unit, _path):
+    """Nobody tells any more what is being recorded."""
+    unit.faults.on("video", kind=REFUSE)
+
+
+@pytest.mark.parametrize("deed, complaint", [
+    (is_recorded_again, "it is being recorded now"), (has_come, "it has come"),
+    (is_silenced, "the video daemon does not say what it records: refused by the simulation")])
+def test_what_has_changed_since_it_was_looked_at_stays(unit, deed, complaint):
+    """It is looked at again right before it is mended."""
+    saved, missing = stop_unseen(unit), stop_unseen(unit)
+    os.remove(missing.media)
+    unit.faults.on("jobs", "UpdateMediaFileSizes", times=1, kind=MEANWHILE(lambda: deed(unit, missing.media), True))
+    told = recover(unit, "--apply", REFUSED)
+    assert found(told)["0002.mp4"] == ("neverRecorded", False)
+    assert told["message"] == f"{missing.media}: {complaint}"
+    assert {os.path.basename(missing.rec_active), os.path.basename(missing.recovery)} < set(left_over(unit))
+    assert unit.jobs.item_of(missing.media) and os.path.exists(saved.media)
