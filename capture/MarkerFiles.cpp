@@ -1,5 +1,6 @@
 #include "capture/MarkerFiles.h"
 
+#include "capture/MarkerNames.h"
 #include "dbus_helper/Log.h"
 
 #include <fcntl.h>
@@ -61,19 +62,6 @@ int OpenPlainFile(const std::string& path, int flags, mode_t mode)
     return descriptor;
 }
 
-std::string MarkerPath(const std::string& mediaPath, const char* suffix)
-{
-    if (mediaPath.empty())
-    {
-        return {};
-    }
-    const std::filesystem::path media(mediaPath);
-    std::string name = ".";
-    name += media.stem().string();
-    name += suffix;
-    return (media.parent_path() / name).string();
-}
-
 int RemoveFile(const std::string& path, const char* operation, const char* name)
 {
     std::error_code error;
@@ -87,8 +75,8 @@ int RemoveFile(const std::string& path, const char* operation, const char* name)
 
 } // namespace
 
-std::string RecActivePath(const std::string& mediaPath) { return MarkerPath(mediaPath, "-recActive"); }
-std::string RecoveryPath(const std::string& mediaPath) { return MarkerPath(mediaPath, "-recovery"); }
+std::string RecActivePath(const std::string& mediaPath) { return MarkerPath(mediaPath, recActiveSuffix); }
+std::string RecoveryPath(const std::string& mediaPath) { return MarkerPath(mediaPath, recoverySuffix); }
 
 bool CreateHiddenFile(const std::string& path, bool ownerExecute)
 {

@@ -2,6 +2,7 @@
 
 #include "controller_client/ControllerFailure.h"
 
+#include <cstring>
 #include <iostream>
 
 namespace ControllerCtl
@@ -69,22 +70,30 @@ Answer Coded(int result, int code, const std::string& message, Answer done)
     return done;
 }
 
-int Tell(const Answer& answer, bool json)
+Answer BusIsGone(int result)
+{
+    return Failed(ExitStatus::Unreachable, std::string("the bus cannot be reached: ") + std::strerror(-result));
+}
+
+bool TellAnswer(const Answer& answer, bool json)
 {
     for (const std::string& message : answer.messages)
     {
         TellMessage(message);
     }
-    const int status = static_cast<int>(answer.status);
     if (answer.fields.is_null() || answer.status == ExitStatus::Usage)
     {
-        return status;
+        return true;
     }
-    Json object = {{"ok", answer.status == ExitStatus::Done}, {"exit", status}};
+    Json object = {{"ok", answer.status == ExitStatus::Done}, {"exit", static_cast<int>(answer.status)}};
     object.update(answer.fields);
     const std::string line = json ? OneLine(object) : answer.text;
-    const bool told = line.empty() || TellLine(line);
-    return told ? status : static_cast<int>(ExitStatus::Refused);
+    return line.empty() || TellLine(line);
+}
+
+int Tell(const Answer& answer, bool json)
+{
+    return static_cast<int>(TellAnswer(answer, json) ? answer.status : ExitStatus::Refused);
 }
 
 bool TellLine(const std::string& line)

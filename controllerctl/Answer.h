@@ -41,7 +41,12 @@ struct Answer
 /// What an operation that answers with a code and a message has come to; `done` is told if it succeeded.
 [[nodiscard]] Answer Coded(int result, int code, const std::string& message, Answer done = {});
 
-/// Tells what a verb has come to and returns the exit status of the program.
+/// What has come to nothing for want of a bus, by what the bus library has said of it.
+[[nodiscard]] Answer BusIsGone(int result);
+
+/// Tells what a verb has come to; false when it cannot be written.
+[[nodiscard]] bool TellAnswer(const Answer& answer, bool json);
+/// The same as the program's last words; returns its exit status.
 [[nodiscard]] int Tell(const Answer& answer, bool json);
 
 /// Writes one line to standard output at once; false, with a message, when it cannot be written.

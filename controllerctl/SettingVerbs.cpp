@@ -1,5 +1,4 @@
 #include "controller_client/ControllerDaemonDbusHandler.h"
-#include "controllerctl/Clock.h"
 #include "controllerctl/Properties.h"
 #include "controllerctl/Suggestions.h"
 #include "controllerctl/Verb.h"
@@ -67,52 +66,11 @@ Answer PlaySound(const Arguments& arguments)
     return answer;
 }
 
-/// Adds what was read to the whole. A value that the controller refuses is missing; without it there is no status.
-bool AddTo(Answer& whole, const char* key, Answer part, const Json& value)
-{
-    if (part.status == ExitStatus::Unreachable || part.status == ExitStatus::TimeOut)
-    {
-        whole = std::move(part);
-        return false;
-    }
-    const bool good = part.status == ExitStatus::Done;
-    whole.text += string(whole.text.empty() ? "" : "\n") + key + ": " + (good ? part.text : "-");
-    whole.fields[key] = good ? value : Json();
-    if (!good)
-    {
-        whole.status = part.status;
-        whole.messages.push_back(string(key) + ": " + part.messages.front());
-        whole.fields["errors"][key] = part.fields.at("message");
-    }
-    return true;
-}
-
-Answer Status(const Arguments& /*arguments*/)
-{
-    Answer whole;
-    constexpr bool local = true;
-    Answer clock = ReadClock(local);
-    const Json time = clock.text;
-    whole.fields["errors"] = Json::object();
-    bool reached = AddTo(whole, "time", std::move(clock), time);
-    for (const Property& property : Properties())
-    {
-        if (reached && property.type != Type::List)
-        {
-            Answer part = ReadProperty(property);
-            const Json value = part.fields.value(property.key, Json());
-            reached = AddTo(whole, property.key, std::move(part), value);
-        }
-    }
-    return whole;
-}
-
 } // namespace
 
 Verbs SettingVerbs()
 {
     return {
-        {"status", "Show the clock and all that is switched", {}, &Status},
         Setting("play rate", "Show or change the speed of the playback", "VideoPlaybackRate", Type::Real),
         Setting("mic", "Show or switch the microphone", "MicEnabled", Type::Switch),
         Setting("speaker", "Show or switch the speaker", "SpkrEnabled", Type::Switch),

@@ -45,7 +45,8 @@ using Verbs = std::vector<Verb>;
 
 [[nodiscard]] Verbs CaptureVerbs(); ///< recordings, pictures, playback
 [[nodiscard]] Verbs TimeVerbs();    ///< clock and time zone
-[[nodiscard]] Verbs SettingVerbs(); ///< status, what is switched, sounds
+[[nodiscard]] Verbs StatusVerbs();  ///< the state of the whole unit
+[[nodiscard]] Verbs SettingVerbs(); ///< what is switched, sounds
 [[nodiscard]] Verbs WatchVerbs();   ///< signals and changes
 [[nodiscard]] Verbs RecoverVerbs(); ///< what crashes have left
 

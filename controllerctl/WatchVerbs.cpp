@@ -4,7 +4,6 @@
 #include "controllerctl/Suggestions.h"
 #include "controllerctl/Verb.h"
 
-#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -69,11 +68,6 @@ string TextOf(const Json& fields)
         text += " " + name + "=" + Quoted(value);
     }
     return text;
-}
-
-Answer BusIsGone(int result)
-{
-    return Failed(ExitStatus::Unreachable, string("the bus cannot be reached: ") + std::strerror(-result));
 }
 
 // Monitor -------------------------------------------------------------------------------------------------------------

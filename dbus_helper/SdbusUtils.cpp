@@ -46,16 +46,6 @@ int ReadInterfaces(sd_bus_message* message, InterfaceMap& interfaces, Interfaces
     return result;
 }
 
-int ReadObjects(sd_bus_message* message, object_manager::ManagedObjects& objects)
-{
-    return DbusHelper::ReadEntries(message, "oa{sa{sv}}", [&] {
-        std::string path;
-        InterfacesStep step{};
-        const int result = ReadPath(message, path);
-        return result < 0 ? result : ReadInterfaces(message, objects[path], step);
-    });
-}
-
 } // namespace
 
 int32_t GetAllProperties(sd_bus* bus, const char* service, const char* path, const char* interface,
@@ -69,6 +59,16 @@ int32_t GetAllProperties(sd_bus* bus, const char* service, const char* path, con
         .result;
 }
 
+int32_t object_manager::ParseManagedObjects(sd_bus_message* message, ManagedObjects& objects)
+{
+    return DbusHelper::ReadEntries(message, "oa{sa{sv}}", [&] {
+        std::string path;
+        InterfacesStep step{};
+        const int result = ReadPath(message, path);
+        return result < 0 ? result : ReadInterfaces(message, objects[path], step);
+    });
+}
+
 int32_t object_manager::GetManagedObjects(sd_bus* bus, const char* service, const char* path, ManagedObjects& objects,
                                           std::string& errorText)
 {
@@ -76,7 +76,7 @@ int32_t object_manager::GetManagedObjects(sd_bus* bus, const char* service, cons
     std::tuple<> none;
     Outcome outcome =
         DbusHelper::Invoke(bus, Endpoint{service, path, "org.freedesktop.DBus.ObjectManager"}, "GetManagedObjects",
-                           {&DbusHelper::TransferIn<>, &none}, ReaderInto<ManagedObjects, &ReadObjects>(read));
+                           {&DbusHelper::TransferIn<>, &none}, ReaderInto<ManagedObjects, &ParseManagedObjects>(read));
     if (outcome.Ok())
     {
         objects = std::move(read);

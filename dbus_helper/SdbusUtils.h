@@ -46,6 +46,10 @@ namespace object_manager
 /// Object path to its interfaces.
 using ManagedObjects = std::map<std::string, InterfaceMap>;
 
+/// Reads the body of an answer to "GetManagedObjects" ("a{oa{sa{sv}}}"). Negative on failure, with what was read by
+/// then in `objects`.
+[[nodiscard]] int32_t ParseManagedObjects(sd_bus_message* message, ManagedObjects& objects);
+
 /// Asks the object manager at `path` of `service` for its objects.
 [[nodiscard]] int32_t GetManagedObjects(sd_bus* bus, const char* service, const char* path, ManagedObjects& objects,
                                         std::string& errorText);

@@ -1,5 +1,6 @@
 #include "clients/settings/SettingsDaemonDbusHandler.h"
 
+#include "clients/settings/SettingsEndpoint.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/SdbusUtils.h"
 #include "dbus_helper/Signature.h"
@@ -15,15 +16,9 @@ namespace
 {
 
 using DbusHelper::Concat;
-using DbusHelper::Endpoint;
 using DbusHelper::FixedString;
 using DbusHelper::signatureOf;
 using DbusHelper::WireText;
-
-constexpr Endpoint root{"com.tavilon.common.Settings1", "/com/tavilon/common/Settings1",
-                        "com.tavilon.common.Settings1"};
-
-std::string SectionPath(const std::string& section) { return std::string(root.path) + "/" + section; }
 
 /// Support looks for the text that GCC makes of the template, so it is spelt as GCC spells it.
 template <FixedString Type>

@@ -1,9 +1,9 @@
 #include "clients/storage/StorageDaemonDbusHandler.h"
 
+#include "clients/storage/StorageEndpoints.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
@@ -21,10 +21,6 @@ using DbusHelper::Endpoint;
 using DbusHelper::Outcome;
 using DbusHelper::signatureOf;
 using DbusHelper::Step;
-
-constexpr Endpoint manager{"com.tavilon.common.StorageDaemon1", "/com/tavilon/common/StorageDaemon1",
-                           "com.tavilon.common.StorageDaemon1"};
-constexpr const char* deviceInterface = "com.tavilon.common.StorageDaemon1.Device";
 
 Endpoint DeviceAt(const std::string& device)
 {
@@ -139,18 +135,6 @@ int32_t ListDevices(std::vector<Device>& devices)
 
 /// A question's failure, which must not read as the answer that no device holds the file.
 int32_t NotAnswered(int32_t result) { return result == -ENOENT ? -EIO : result; }
-
-/// Components, the root among them, of a mount point that holds the file; 0 when it does not.
-size_t MatchingComponents(const std::string& mountPoint, const std::filesystem::path& file)
-{
-    std::filesystem::path mount(mountPoint);
-    if (!mount.empty() && !mount.has_filename() && mount.has_relative_path())
-    {
-        mount = mount.parent_path(); // a trailing slash reads as an empty last component
-    }
-    const auto end = std::mismatch(mount.begin(), mount.end(), file.begin(), file.end()).first;
-    return end == mount.end() ? static_cast<size_t>(std::distance(mount.begin(), mount.end())) : 0;
-}
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "clients/sync/SyncDaemonDbusHandler.h"
 
+#include "clients/sync/SyncEndpoint.h"
 #include "dbus_helper/Call.h"
 #include "dbus_helper/Log.h"
 
@@ -13,12 +14,8 @@ using Handler = SyncDaemonDbusHandler;
 namespace
 {
 
-using DbusHelper::Endpoint;
 using DbusHelper::Outcome;
 using DbusHelper::Step;
-
-constexpr Endpoint syncDaemon{"com.tavilon.common.SyncDaemon1", "/com/tavilon/common/SyncDaemon1",
-                              "com.tavilon.common.SyncDaemon1"};
 
 /// By code. The blank before the colon is deliberate: support tools search for these texts.
 constexpr std::array errorTexts{

@@ -53,13 +53,14 @@ def run(unit, line, cwd=None, text=True, **variables):
 
 
 class Running:
-    """A run that goes on, such as that of "monitor"; a context manager, ready when the program has said so."""
+    """A run that goes on, such as that of "monitor"; a context manager, ready when the program has said so, unless it is
+    one that says nothing of that."""
 
-    def __init__(self, unit, line, **variables):
+    def __init__(self, unit, line, ready=True, **variables):
         self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **variables), cwd=unit.directory,
                               bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self._unread = {self._process.stdout: b"", self._process.stderr: b""}
-        self.said = self._line_of(self._process.stderr)
+        self.said = self._line_of(self._process.stderr) if ready else ""
 
     def _line_of(self, stream):
         """The next line of a stream, with its end; what there is when the stream ends before."""
@@ -85,6 +86,10 @@ class Running:
     def line(self):
         """The next line of the output."""
         return self._line_of(self._process.stdout).removesuffix("\n")
+
+    def object(self):
+        """The next line as what is told as JSON."""
+        return json.loads(self.line())
 
     def close_output(self):
         """Goes away as a reader."""

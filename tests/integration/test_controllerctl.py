@@ -5,7 +5,7 @@ import os
 import pytest
 
 from tests.integration.controllerctl_cases import (
-    CASES, DONE, NAMED_ALIKE, REFUSED, STATUS, TIME_OUT, UNREACHABLE, VERBS, prepare_status, run)
+    CASES, DONE, REFUSED, TIME_OUT, UNREACHABLE, VERBS, run)
 from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 
@@ -70,7 +70,7 @@ def test_a_verb_without_success(unit, case, kind, status, message, errors):
 def test_verbs_without_an_answer(unit):
     """End with their own status when the time has passed."""
     unit.faults.on("controller", kind=SILENT)
-    for line in [*map(str, VERBS), "status"]:
+    for line in map(str, VERBS):
         check_failure(unit, line, TIME_OUT, os.strerror(110), UNANSWERED)
 
 
@@ -107,41 +107,3 @@ def test_no_bus(unit):
     """Is no controller."""
     check_failure(unit, "sonde on", UNREACHABLE, os.strerror(2), UNREACHED,
                   DBUS_SESSION_BUS_ADDRESS=f"unix:path={unit.directory}/no-bus")
-
-
-# Status ---------------------------------------------------------------------------------------------------------------
-
-def test_the_status(unit):
-    """Every value, in words and as JSON."""
-    prepare_status(unit)
-    values = dict(STATUS.values())
-    told = run(unit, "status")
-    assert (told.status, told.errors) == (DONE, "")
-    assert told.out == ("time: 2026-01-02 03:04:05\ntimezone: London\ndst: off\ntimeSource: 1\nmicrophone: on\n"
-                        "speaker: off\nvolume: 70\nsonde: on\nkeyBeep: off\nrate: 1.5\n"
-                        + "".join(f"{key}: {text}\n" for key, _, text in NAMED_ALIKE.values()))
-    assert run(unit, "status --json").object == {"ok": True, "exit": DONE, "errors": {}, "time": "2026-01-02 03:04:05",
-                                                 **values}
-
-
-def test_the_status_with_gaps(unit):
-    """What is refused is missing, and why it is; the rest is told."""
-    prepare_status(unit)
-    unit.faults.on("controller", "Get Sonde")
-    told, as_json = run(unit, "status"), run(unit, "--json status")
-    assert (told.status, as_json.status) == (REFUSED, REFUSED)
-    assert told.errors == as_json.errors == "controllerctl: sonde: refused: refused by the simulation\n"
-    assert "volume: 70\nsonde: -\nkeyBeep: off\n" in told.out
-    answer = as_json.object
-    assert (answer["ok"], answer["sonde"], answer["volume"]) == (False, None, 70)
-    assert answer["errors"] == {"sonde": "refused by the simulation"}
-
-
-@pytest.mark.parametrize("member", [None, "Get Sonde"])
-def test_no_status(unit, member):
-    """Without a controller nothing is told, and nobody is asked in vain again."""
-    unit.faults.on("controller", member, kind=ABSENT)
-    mark = unit.calls.mark()
-    check_failure(unit, "status", UNREACHABLE, NO_OWNER, UNREACHED)
-    asked = [call.member for call in unit.calls.since(mark)]
-    assert asked.count(asked[-1]) == 2

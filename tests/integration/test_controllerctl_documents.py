@@ -204,7 +204,8 @@ def test_names_to_wait_for_are_completed(unit, shell):
 # JSON -----------------------------------------------------------------------------------------------------------------
 
 NAMES = {int: "integer", str: "string", bool: "boolean"}
-TYPES = {"integer": int, "number": (int, float), "string": str, "boolean": bool, "object": dict, "strings": list}
+TYPES = {"integer": int, "number": (int, float), "string": str, "boolean": bool, "object": dict, "strings": list,
+         "objects": list}
 
 
 def schema():
@@ -270,5 +271,5 @@ def test_what_is_installed(tmp_path):
                      "share/bash-completion/completions/controllerctl", "share/zsh/vendor-completions/_controllerctl"}
     needed = subprocess.run(["readelf", "-d", tmp_path / "bin" / "controllerctl"], capture_output=True, text=True,
                             check=True).stdout
-    assert "libcontroller-client.so.1" in needed and "libpng" not in needed
+    assert "libcontroller-client.so.1" in needed and "libsystemd.so.0" in needed and "libpng" not in needed
     assert "RPATH" not in needed and "RUNPATH" not in needed

@@ -166,12 +166,12 @@ def test_answers_with_any_name(unit):
 # Output ---------------------------------------------------------------------------------------------------------------
 
 
-def on_a_terminal(unit, line):
+def on_a_terminal(unit, line, **variables):
     """The status, and what is seen on a terminal that is both outputs."""
     terminal, ours = pty.openpty()
     with os.fdopen(terminal, "rb", buffering=0) as screen:
-        status = subprocess.run([PROGRAM, *line.split()], env=environment(unit, TERM="xterm"), stdin=ours, stdout=ours,
-                                stderr=ours, check=False).returncode
+        status = subprocess.run([PROGRAM, *line.split()], env=environment(unit, **{"TERM": "xterm", **variables}), stdin=ours,
+                                stdout=ours, stderr=ours, check=False).returncode
         os.close(ours)
         seen = b""
         while True:
@@ -181,13 +181,27 @@ def on_a_terminal(unit, line):
                 return status, seen.decode().replace("\r\n", "\n")
 
 
-@pytest.mark.parametrize("line", ["status", "status --json", "sound list", "--help", "record --help", "record", "mic maybe",
+@pytest.mark.parametrize("line", ["status --color never", "status --json", "sound list", "--help", "record --help", "record", "mic maybe",
                                   "time get", "snapshot --json"])
 def test_a_terminal_sees_the_same_as_a_pipe(unit, line):
     """In words, as JSON, usage and messages."""
     prepare_status(unit)
     told = run(unit, line)
     assert on_a_terminal(unit, line) == (told.status, told.out + told.errors)
+
+
+@pytest.mark.parametrize("line, variables, colors", [
+    ("status", {}, True), ("status", {"NO_COLOR": "1"}, False), ("status", {"NO_COLOR": ""}, True),
+    ("status", {"TERM": "dumb"}, False), ("status", {"TERM": None}, False), ("status --color never", {}, False),
+    ("status --color always", {"NO_COLOR": "1"}, True)])
+def test_colors_on_a_terminal(unit, line, variables, colors):
+    """Are there unless the user wants none, and nothing else differs from a pipe."""
+    prepare_status(unit)
+    status, seen = on_a_terminal(unit, line, **variables)
+    assert ("\x1b[" in seen) == colors
+    told = run(unit, "status")
+    assert "\x1b" not in told.out
+    assert (status, re.sub(r"\x1b\[[0-9;]*m", "", seen)) == (told.status, told.out)
 
 
 def test_the_library_logs_to_syslog_alone(unit):

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "dbus_helper/Endpoint.h"
+
+#include <string>
+
+/// The settings daemon's objects, for those who ask it.
+namespace Settingsd
+{
+
+inline constexpr DbusHelper::Endpoint root{"com.tavilon.common.Settings1", "/com/tavilon/common/Settings1",
+                                           "com.tavilon.common.Settings1"};
+
+/// The object of a section.
+inline std::string SectionPath(const std::string& section) { return std::string(root.path) + "/" + section; }
+
+} // namespace Settingsd
