@@ -7,13 +7,16 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 namespace Bench
 {
 
-using Value = std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>>;
+using Value =
+    std::variant<bool, int32_t, uint32_t, std::string, std::vector<std::string>, int64_t, uint64_t, double,
+                 std::tuple<int32_t, int32_t>, std::tuple<bool, bool>, std::tuple<bool, bool, bool, bool, bool>>;
 using Properties = std::map<std::string, Value, std::less<>>;
 
 struct Reply
@@ -24,7 +27,8 @@ struct Reply
 
 /// What the responder answers in the place of the sibling daemons: a unit that is ready to record into a job on a
 /// mounted card, with a camera that knows its angles and a reel in relative mode, so that a start asks for everything
-/// it can ask for, and whose settings and clock agree. Unknown members are left to sd-bus, which refuses them.
+/// it can ask for, and whose settings and clock agree; and what a look at the whole unit asks for. Unknown members are
+/// left to sd-bus, which refuses them.
 class CannedAnswers
 {
   public:

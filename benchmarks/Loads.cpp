@@ -23,6 +23,7 @@ constexpr size_t clients = 8;
 constexpr size_t callsAtATime = 16;
 constexpr double rateGoal = 0.95;
 constexpr double toolGoal = 0.8;
+constexpr double statusGoal = 2;
 constexpr double exponentGoal = 1.05;
 
 double SecondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
@@ -222,6 +223,11 @@ void MeasureTools(const BenchUnit& unit, const Sizes& sizes, Table& table)
                      sizes.toolRounds, [&] { return timed(ours); }, [&] { return timed(theirs); }),
                  0, toolGoal);
     }
+    const std::vector<std::string> status{unit.ControlProgram(), "status"};
+    AddRatio(table, "controllerctl status / busctl get-property",
+             Interleave(
+                 sizes.toolRounds, [&] { return timed(status); }, [&] { return timed(busctl); }),
+             0, statusGoal);
 }
 
 void MeasureGrowth(const BenchUnit& unit, const Sizes& sizes)
