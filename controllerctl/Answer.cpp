@@ -42,6 +42,16 @@ Answer Failure(ExitStatus status, const Json& code, const std::string& message, 
     return {.status = status, .text = {}, .fields = {{"code", code}, {"message", message}}, .messages = {told}};
 }
 
+bool Write(const std::string& text)
+{
+    std::cout << text << std::flush;
+    if (!std::cout)
+    {
+        TellMessage("cannot write to standard output");
+    }
+    return static_cast<bool>(std::cout);
+}
+
 } // namespace
 
 Answer Failed(ExitStatus status, const std::string& message) { return Failure(status, nullptr, message, message); }
@@ -96,14 +106,12 @@ int Tell(const Answer& answer, bool json)
     return static_cast<int>(TellAnswer(answer, json) ? answer.status : ExitStatus::Refused);
 }
 
-bool TellLine(const std::string& line)
+bool TellLine(const std::string& line) { return Write(line + '\n'); }
+
+bool TellInPlace(const std::string& line)
 {
-    std::cout << line << '\n' << std::flush;
-    if (!std::cout)
-    {
-        TellMessage("cannot write to standard output");
-    }
-    return static_cast<bool>(std::cout);
+    constexpr const char* fromTheBegin = "\r\x1b[K";
+    return Write(fromTheBegin + line);
 }
 
 void TellMessage(const std::string& message) { std::cerr << "controllerctl: " << message << '\n'; }

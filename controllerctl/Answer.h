@@ -51,6 +51,8 @@ struct Answer
 
 /// Writes one line to standard output at once; false, with a message, when it cannot be written.
 [[nodiscard]] bool TellLine(const std::string& line);
+/// Writes one line in the place of the one that was written so before; false as `TellLine`.
+[[nodiscard]] bool TellInPlace(const std::string& line);
 /// Writes one message to standard error.
 void TellMessage(const std::string& message);
 

@@ -1,4 +1,5 @@
 #include "controller_client/ControllerDaemonDbusHandler.h"
+#include "controllerctl/RecordingWatch.h"
 #include "controllerctl/Verb.h"
 
 #include <algorithm>
@@ -99,10 +100,36 @@ Answer Screenshot(const Arguments& arguments)
     return AskForFile(take, Absolute(arguments.value("folder", "")));
 }
 
+/// Adds the recording's file, where it is known.
+Answer WithFile(Answer answer, const string& file)
+{
+    if (answer.status == ExitStatus::Done && !file.empty())
+    {
+        answer.text = file;
+        answer.fields["file"] = file;
+    }
+    return answer;
+}
+
+Answer RecordStop(const Arguments& arguments)
+{
+    const KindOfRecording& kind = RecordingNamed(arguments.at("kind"));
+    const string file = FileOf(kind);
+    Answer answer = WithFile(Ask(KindOf(arguments).stop), file);
+    ExplainRefusal(answer, kind);
+    return answer;
+}
+
 Answer RecordStart(const Arguments& arguments)
 {
-    return Ask(KindOf(arguments).start, Natural(arguments, "width"), Natural(arguments, "height"),
-               Natural(arguments, "quality"));
+    const KindOfRecording& kind = RecordingNamed(arguments.at("kind"));
+    const Answer started = Ask(KindOf(arguments).start, Natural(arguments, "width"), Natural(arguments, "height"),
+                               Natural(arguments, "quality"));
+    if (started.status != ExitStatus::Done || !arguments.at("wait").get<bool>())
+    {
+        return started.status == ExitStatus::Done ? WithFile(started, FileOf(kind)) : started;
+    }
+    return FollowRecording(kind, arguments.at("json").get<bool>(), [&] { return RecordStop(arguments); });
 }
 
 Answer PlayStart(const Arguments& arguments)
@@ -133,6 +160,9 @@ Verbs CaptureVerbs()
     const auto play = [](Order step) { return [step](const Arguments&) { return Ask(step); }; };
     std::vector<Parameter> start = SizeParameters();
     start.insert(start.begin(), KindParameter());
+    start.push_back({.name = "--wait",
+                     .about = "Show time and size until Ctrl-C, which stops and saves the recording",
+                     .type = Type::Flag});
     return {
         {"snapshot", "Take a picture of the camera into the current job", SizeParameters(), &Snapshot},
         {"screenshot",
@@ -143,7 +173,7 @@ Verbs CaptureVerbs()
          &Screenshot},
         {"record", "Record into the current job"},
         {"record start", "Start a recording", start, &RecordStart},
-        {"record stop", "Stop and save a recording", {KindParameter()}, order(&RecordingKind::stop)},
+        {"record stop", "Stop and save a recording", {KindParameter()}, &RecordStop},
         {"record pause", "Pause a recording", {KindParameter()}, order(&RecordingKind::pause)},
         {"record resume", "Go on with a recording", {KindParameter()}, order(&RecordingKind::resume)},
         {"play", "Play recordings on the unit's display"},

@@ -3,24 +3,13 @@
 #include "controllerctl/Patience.h"
 #include "interfaces/ControllerEndpoint.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 #include <utility>
 
 namespace ControllerCtl
 {
-namespace
-{
-
-/// Files that grow say so all the time, and change nothing else.
-bool IsGrowth(sd_bus_message* signal)
-{
-    const char* member = sd_bus_message_get_member(signal);
-    return member != nullptr && std::string_view(member).ends_with("Grew");
-}
-
-} // namespace
-
 SiblingSignals::SiblingSignals(sd_bus* bus, Hearer hear) : bus_(bus), hear_(std::move(hear)) {}
 
 int SiblingSignals::Listen()
@@ -41,31 +30,43 @@ int SiblingSignals::Listen()
 int SiblingSignals::ListenTo(Source& source)
 {
     const std::string service = source.sibling.service;
-    for (const std::string& rule :
-         {"type='signal',sender='" + service + "'",
-          "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + service + "'"})
-    {
+    const auto match = [&](const std::string& rule, sd_bus_message_handler_t handler) {
         sd_bus_slot* slot = nullptr;
-        const int result = sd_bus_add_match(bus_, &slot, rule.c_str(), &OnSignal, &source);
+        const int result = sd_bus_add_match(bus_, &slot, rule.c_str(), handler, &source);
         source.slots.emplace_back(slot);
-        if (result < 0)
-        {
-            return result;
-        }
-    }
-    return 0;
+        return result;
+    };
+    const int result = match("type='signal',sender='" + service + "'", &OnSignal);
+    return result < 0
+               ? result
+               : match("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + service + "'",
+                       &OnOwner);
 }
 
 int SiblingSignals::OnSignal(sd_bus_message* signal, void* userData, sd_bus_error* /*error*/)
 {
     const Source& source = *static_cast<Source*>(userData);
-    SiblingSignals& signals = *source.signals;
-    if (signals.hear_)
+    // The bus passes on what the siblings say, but it is not said here whose name a sender has.
+    std::string path = source.sibling.service;
+    std::replace(path.begin(), path.end(), '.', '/');
+    const char* sent = sd_bus_message_get_path(signal);
+    if (sent != nullptr && std::string_view(sent).starts_with("/" + path))
     {
-        signals.hear_(source.sibling.name, signal);
+        source.signals->Hear(source, signal);
     }
-    signals.hasHeard_ = signals.hasHeard_ || !IsGrowth(signal);
     return 0;
+}
+
+int SiblingSignals::OnOwner(sd_bus_message* signal, void* userData, sd_bus_error* /*error*/)
+{
+    const Source& source = *static_cast<Source*>(userData);
+    source.signals->Hear(source, signal);
+    return 0;
+}
+
+void SiblingSignals::Hear(const Source& source, sd_bus_message* signal)
+{
+    hasHeard_ = hear_(source.sibling.name, signal) || hasHeard_;
 }
 
 int SiblingSignals::Process(int milliseconds)
@@ -75,7 +76,6 @@ int SiblingSignals::Process(int milliseconds)
     if (result == 0)
     {
         result = sd_bus_wait(bus_, milliseconds < 0 ? UINT64_MAX : static_cast<uint64_t>(milliseconds) * microseconds);
-        result = result == -EINTR ? 1 : result;
     }
     return result;
 }
@@ -95,7 +95,7 @@ int SiblingSignals::Wait(int milliseconds)
     {
         result = Process(rest.Left());
     }
-    return result < 0 ? result : hasHeard_ ? 1 : 0;
+    return result < 0 && result != -EINTR ? result : hasHeard_ ? 1 : 0;
 }
 
 } // namespace ControllerCtl

@@ -16,11 +16,10 @@ class SiblingSignals
 {
   public:
     /// Who has said it, by the name that this program has for it ("controller" for that), and what: a signal, or the
-    /// bus's own NameOwnerChanged of its name.
-    using Hearer = std::function<void(const char* who, sd_bus_message* signal)>;
+    /// bus's own NameOwnerChanged of its name. True when it is worth an end of the waiting.
+    using Hearer = std::function<bool(const char* who, sd_bus_message* signal)>;
 
-    /// `hear` is told everything; without it, what matters is whether there was anything.
-    explicit SiblingSignals(sd_bus* bus, Hearer hear = {});
+    SiblingSignals(sd_bus* bus, Hearer hear);
     ~SiblingSignals() = default;
     SiblingSignals(const SiblingSignals&) = delete;
     SiblingSignals& operator=(const SiblingSignals&) = delete;
@@ -30,8 +29,9 @@ class SiblingSignals
     /// Has the bus pass on what is said from now on. Negative errno-style when it is gone.
     [[nodiscard]] int Listen();
 
-    /// Waits until something is said, and a moment longer for what comes with it. 1 then, 0 when the time has passed,
-    /// -1 milliseconds being without end; negative errno-style when the bus is gone.
+    /// Waits until something is said that is worth it, and a moment longer for what comes with it. 1 then, 0 when the
+    /// time has passed (never with -1 milliseconds) or a signal of the system has come; negative errno-style when the
+    /// bus is gone.
     [[nodiscard]] int Wait(int milliseconds);
 
     /// Forgets that something was said.
@@ -46,6 +46,8 @@ class SiblingSignals
     };
 
     static int OnSignal(sd_bus_message* signal, void* userData, sd_bus_error* error);
+    static int OnOwner(sd_bus_message* signal, void* userData, sd_bus_error* error);
+    void Hear(const Source& source, sd_bus_message* signal);
     [[nodiscard]] int ListenTo(Source& source);
     [[nodiscard]] int Process(int milliseconds);
 

@@ -1,3 +1,4 @@
+#include "controllerctl/RecordingFile.h"
 #include "controllerctl/SiblingSignals.h"
 #include "controllerctl/Style.h"
 #include "controllerctl/UnitStatus.h"
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace ControllerCtl
@@ -15,9 +17,6 @@ namespace
 {
 
 using std::string;
-
-constexpr double siblingSeconds = 0.5;
-constexpr double controllerSeconds = 5;
 
 LookLimits LimitsOf(const Arguments& arguments)
 {
@@ -66,13 +65,20 @@ bool Redraw(const Answer& answer)
     return TellLine(text);
 }
 
+/// Files that grow say so all the time, and change nothing else.
+bool Matters(const char* /*who*/, sd_bus_message* signal)
+{
+    const char* member = sd_bus_message_get_member(signal);
+    return member == nullptr || !std::string_view(member).ends_with("Grew");
+}
+
 /// Looks again whenever something is told on the bus, until the bus goes or nothing can be written.
 class Watch
 {
   public:
     Watch(sd_bus* bus, const Arguments& arguments)
         : bus_(bus), limits_(LimitsOf(arguments)), json_(arguments.at("json").get<bool>()),
-          redraws_(!json_ && isatty(STDOUT_FILENO) == 1), color_(WantsColor(arguments)), signals_(bus)
+          redraws_(!json_ && isatty(STDOUT_FILENO) == 1), color_(WantsColor(arguments)), signals_(bus, &Matters)
     {}
 
     Answer Run()

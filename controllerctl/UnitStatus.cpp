@@ -1,16 +1,14 @@
 #include "controllerctl/UnitStatus.h"
 
-#include "capture/MarkerNames.h"
 #include "controllerctl/Properties.h"
+#include "controllerctl/RecordingFile.h"
 
 #include <sys/shm.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <string_view>
 
 namespace ControllerCtl
@@ -72,47 +70,6 @@ string ClockText(const ClockFields& clock)
 }
 
 // Files ---------------------------------------------------------------------------------------------------------------
-
-/// Whether the bus that is asked is that of this unit, and so its files are those that are looked at.
-bool IsLocal()
-{
-    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    return address == nullptr || string(address).find("unixexec:") == string::npos;
-}
-
-/// A file that is being recorded: since when, by the marker that was made before it, and its size.
-struct FileLook
-{
-    std::optional<int64_t> seconds;
-    std::optional<uint64_t> bytes;
-};
-
-FileLook LookAtFile(const string& path)
-{
-    FileLook look;
-    struct stat status
-    {};
-    if (path.empty() || !IsLocal())
-    {
-        return look;
-    }
-    if (stat(path.c_str(), &status) == 0)
-    {
-        look.bytes = static_cast<uint64_t>(status.st_size);
-    }
-    const string marker = ControllerDaemon::MarkerPath(path, ControllerDaemon::recActiveSuffix);
-    if (stat(marker.c_str(), &status) == 0)
-    {
-        look.seconds = std::max<int64_t>(std::time(nullptr) - status.st_mtime, 0);
-    }
-    return look;
-}
-
-template <typename T>
-Json OrNull(const std::optional<T>& value)
-{
-    return value ? Json(*value) : Json();
-}
 
 /// The device that holds a file: the one with the longest mount point that leads to it.
 const StorageLook* HolderOf(const string& file, const std::vector<StorageLook>& devices)

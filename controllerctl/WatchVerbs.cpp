@@ -1,4 +1,5 @@
 #include "controller_client/ControllerSignals.h"
+#include "controllerctl/Events.h"
 #include "controllerctl/Patience.h"
 #include "controllerctl/Properties.h"
 #include "controllerctl/Suggestions.h"
@@ -16,89 +17,6 @@ using Controllerd::ControllerEvent;
 using Controllerd::ControllerSignals;
 using EventKind = ControllerEvent::Kind;
 using std::string;
-
-// Events --------------------------------------------------------------------------------------------------------------
-
-/// The arguments of a signal by their names.
-Json NamedArguments(const ControllerEvent& event)
-{
-    const Signal* signal = FindSignal(event.name);
-    Json arguments = Json::object();
-    for (size_t index = 0; index < event.arguments.size(); ++index)
-    {
-        const bool known = signal != nullptr && index < signal->arguments.size() && signal->arguments[index] != nullptr;
-        const string name = known ? signal->arguments[index] : "argument" + std::to_string(index);
-        arguments[name] = FromController(event.arguments[index]);
-    }
-    return arguments;
-}
-
-Json FieldsOf(const ControllerEvent& event)
-{
-    switch (event.kind)
-    {
-    case EventKind::Signal:
-        return {{"event", "signal"}, {"name", event.name}, {"arguments", NamedArguments(event)}};
-    case EventKind::PropertyChanged:
-        return {{"event", "property"},
-                {"name", event.name},
-                {"value", event.arguments.empty() ? Json() : FromController(event.arguments.front())}};
-    case EventKind::Started:
-    case EventKind::Stopped:
-    case EventKind::Lost: // never here: every event is taken as soon as it has come
-        break;
-    }
-    return {{"event", "controller"}, {"running", event.kind == EventKind::Started}};
-}
-
-/// One line: "CaptureError code=-4 message="..."", "MicEnabled=on", "controller started".
-string TextOf(const Json& fields)
-{
-    if (fields.at("event") == "controller")
-    {
-        return fields.at("running").get<bool>() ? "controller started" : "controller stopped";
-    }
-    string text = fields.at("name");
-    if (fields.at("event") == "property")
-    {
-        return text + "=" + Quoted(fields.at("value"));
-    }
-    for (const auto& [name, value] : fields.at("arguments").items())
-    {
-        text += " " + name + "=" + Quoted(value);
-    }
-    return text;
-}
-
-// Monitor -------------------------------------------------------------------------------------------------------------
-
-Answer Monitor(const Arguments& arguments)
-{
-    ControllerSignals signals;
-    int result = signals.Open();
-    if (result < 0)
-    {
-        return BusIsGone(result);
-    }
-    TellMessage("listening");
-    const bool limited = arguments.contains("count");
-    const unsigned limit = limited ? arguments.at("count").get<unsigned>() : 0;
-    ControllerEvent event;
-    for (unsigned told = 0; !limited || told < limit; ++told)
-    {
-        result = signals.Next(event, -1);
-        if (result < 0)
-        {
-            return BusIsGone(result);
-        }
-        const Json fields = FieldsOf(event);
-        if (!TellLine(arguments.at("json").get<bool>() ? OneLine(fields) : TextOf(fields)))
-        {
-            return {.status = ExitStatus::Refused, .fields = nullptr};
-        }
-    }
-    return {.fields = nullptr};
-}
 
 // Wait ----------------------------------------------------------------------------------------------------------------
 
@@ -271,10 +189,7 @@ string Joined(const std::vector<string>& names)
 Verbs WatchVerbs()
 {
     return {
-        {"monitor",
-         "Print signals and changes as they come, one line each",
-         {{.name = "--count", .about = "End after so many lines", .type = Type::Natural}},
-         &Monitor},
+        Monitoring(),
         {"wait",
          "Wait for a signal, a change of a property, or a value of it",
          {{.name = "name",

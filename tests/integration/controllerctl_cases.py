@@ -91,6 +91,10 @@ class Running:
         """The next line as what is told as JSON."""
         return json.loads(self.line())
 
+    def send(self, number):
+        """Sends it a signal."""
+        self._process.send_signal(number)
+
     def close_output(self):
         """Goes away as a reader."""
         self._process.stdout.close()

@@ -1,14 +1,16 @@
 """What the command-line control shows of a controller that talks, ends and comes back; and an inspection by it."""
 
+import datetime
 import json
 import os
+import re
 import signal
 
 import pytest
 
 from tests.integration.controllerctl_cases import (
     CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Ended, Running, run)
-from virtual_unit import DIE, REFUSE, SILENT, VirtualUnit
+from virtual_unit import DIE, PATIENCE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 from virtual_unit.values import Typed
 
@@ -34,18 +36,20 @@ def no_faults(unit):
 # Monitor --------------------------------------------------------------------------------------------------------------
 
 SIGNALS = [
-    ("CaptureError", (-4, REMOVED), f'CaptureError code=-4 message="{REMOVED}"'),
-    ("CaptureSizeLimitReached", (2, "d\u00fcse\n"), 'CaptureSizeLimitReached captureType=2 message="d\u00fcse\\n"'),
-    ("PlaybackError", (-1, ""), 'PlaybackError code=-1 message=""'),
+    ("CaptureError", (-4, REMOVED), f'the recording was ended: "{REMOVED}" (-4)'),
+    ("CaptureSizeLimitReached", (2, "d\u00fcse\n"),
+     'the recording was saved at its size limit: video, "d\u00fcse\\n"'),
+    ("PlaybackError", (-1, ""), 'the playback was ended: "" (-1)'),
     ("TimeChanged", (2026, 1, 2, 3, 4, 5, True),
-     "TimeChanged year=2026 month=1 day=2 hour=3 minute=4 second=5 dst=on"),
-    ("TimezoneChanged", ("London",), 'TimezoneChanged timezone="London"'),
+     "the clock was set to 2026-01-02 03:04:05, daylight saving time on"),
+    ("TimezoneChanged", ("London",), "the time zone was set to London"),
 ]
 PROPERTIES = [
-    ("MicEnabled", True, "on"), ("SpkrEnabled", True, "on"), ("SpkrVolume", -5, "-5"), ("Sonde", True, "on"),
-    ("KeypadBeepEnabled", True, "on"), ("VideoPlaybackRate", 2.5, "2.5"), ("AudioFiles", ["a \"b\""], '["a \\"b\\""]'),
-    ("GetDst", True, "on"), ("GetTimezone", "Paris", '"Paris"'), ("GetTimezoneList", [], "[]"),
-    ("GetTimeSourceAvailable", 1, "1")]
+    ("MicEnabled", True, "microphone is on"), ("SpkrEnabled", True, "speaker is on"),
+    ("SpkrVolume", -5, "volume is -5 %"), ("Sonde", True, "sonde is on"), ("KeypadBeepEnabled", True, "key beep is on"),
+    ("VideoPlaybackRate", 2.5, "playback rate is 2.5"), ("AudioFiles", ["a \"b\""], 'AudioFiles is ["a \\"b\\""]'),
+    ("GetDst", True, "daylight saving time is on"), ("GetTimezone", "Paris", 'time zone is "Paris"'),
+    ("GetTimezoneList", [], "GetTimezoneList is []"), ("GetTimeSourceAvailable", 1, "GetTimeSourceAvailable is 1")]
 
 
 def test_signals_are_told(unit):
@@ -57,7 +61,6 @@ def test_signals_are_told(unit):
             assert monitor.line() == text
             told = run_line(as_json)
             assert (told["event"], told["name"], tuple(told["arguments"].values())) == ("signal", member, arguments)
-            assert [f"{name}=" in text for name in told["arguments"]] == [True] * len(arguments)
         for ended in monitor.end(), as_json.end():
             assert (ended.status, ended.out, ended.errors) == (DONE, "", "")
 
@@ -72,10 +75,10 @@ def test_changes_are_told(unit):
     with Running(unit, "monitor") as monitor, Running(unit, "monitor --json") as as_json:
         for name, value, text in PROPERTIES:
             unit.controller.emit_changes(PATH, CONTROL, {name: value})
-            assert monitor.line() == f"{name}={text}"
+            assert monitor.line() == text
             assert run_line(as_json) == {"event": "property", "name": name, "value": value}
         unit.controller.emit_changes(PATH, CONTROL, {"MicEnabled": True, "SpkrVolume": 3}, ["Sonde"])
-        assert [monitor.line() for _ in range(3)] == ["MicEnabled=on", "SpkrVolume=3", "Sonde=null"]
+        assert [monitor.line() for _ in range(3)] == ["microphone is on", "volume is 3 %", "sonde has changed"]
         assert [run_line(as_json)["value"] for _ in range(3)] == [True, 3, None]
 
 
@@ -98,11 +101,11 @@ def test_a_monitor_sees_the_controller_come_and_go(unit):
     with Running(unit, "monitor") as monitor:
         for _ in range(2):
             unit.controller.revive()
-            assert monitor.line() == "controller started"
+            assert monitor.line() == "the controller has started"
             unit.controller.emit(PATH, CONTROL, "TimezoneChanged", "London")
-            assert monitor.line() == 'TimezoneChanged timezone="London"'
+            assert monitor.line() == "the time zone was set to London"
             unit.controller.die()
-            assert monitor.line() == "controller stopped"
+            assert monitor.line() == "the controller has stopped"
         monitor.close_output()
         unit.controller.revive()
         assert monitor.wait() == -signal.SIGPIPE
@@ -232,6 +235,37 @@ def test_a_smaller_time_out_of_calls(unit, own):
         assert waiting.end() == Ended(DONE, "MicEnabled=on\n", "")
 
 
+def test_words_for_what_is_not_known(unit):
+    """A later controller's signals, and known ones with other arguments, are shown as they come."""
+    with Running(unit, "monitor") as monitor:
+        unit.controller.emit(PATH, CONTROL, "Later", "yes", 2, signature="si")
+        assert monitor.line() == 'Later argument0="yes" argument1=2'
+        unit.controller.emit(PATH, CONTROL, "CaptureError", "odd", signature="s")
+        assert monitor.line() == 'CaptureError code="odd"'
+
+
+def test_times(unit):
+    """Stand before each line, in the caller's zone, and in JSON."""
+    shape = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}"
+    with Running(unit, "monitor --timestamps", TZ="Etc/GMT-5") as monitor, \
+            Running(unit, "monitor --json --timestamps") as as_json:
+        before = datetime.datetime.now(datetime.timezone(datetime.timedelta(hours=5)))
+        unit.controller.emit_changes(PATH, CONTROL, {"SpkrVolume": 3})
+        [stamp] = re.fullmatch(f"({shape})  volume is 3 %", monitor.line()).groups()
+        seen = datetime.datetime.fromisoformat(stamp + "+05:00")
+        assert before - datetime.timedelta(seconds=1) < seen < before + datetime.timedelta(seconds=PATIENCE)
+        told = as_json.object()
+        assert re.fullmatch(shape, told.pop("time"))
+        assert told == {"event": "property", "name": "SpkrVolume", "value": 3}
+
+
+def test_colors(unit):
+    """Are for those who want them."""
+    with Running(unit, "monitor --color always") as monitor:
+        unit.controller.emit(PATH, CONTROL, "CaptureError", -1, "no")
+        assert monitor.line() == '\x1b[1;31mthe recording was ended: "no" (-1)\x1b[0m'
+
+
 # The daemon -----------------------------------------------------------------------------------------------------------
 
 
@@ -242,17 +276,125 @@ def daemon_unit_fixture():
         yield started
 
 
-@pytest.mark.parametrize("kind", ["video", "photo-talk", "auto-log"])
+CAPTURES = {"video": "video", "photo-talk": "photoTalk", "auto-log": "autolog"}
+
+
+@pytest.mark.parametrize("kind", CAPTURES)
 def test_a_recording_by_the_daemon(daemon_unit, kind):
     """From its start to its end, and a second start that is refused."""
     for step in "start", "pause", "resume", "stop":
         told = run(daemon_unit, f"record {step} --kind {kind} --json")
-        assert told.object == {"ok": True, "exit": DONE, **SUCCESS}
+        file = {"file": daemon_unit.video.orders[CAPTURES[kind]].path} if step in ("start", "stop") else {}
+        assert told.object == {"ok": True, "exit": DONE, **SUCCESS, **file}
         daemon_unit.settle()
         if step == "start":
             again = run(daemon_unit, f"record start --kind {kind}")
             assert (again.status, again.out) == (REFUSED, "")
             assert again.errors == "controllerctl: refused with -8: Not in correct state to perform record action\n"
+
+
+def test_a_stop_of_nothing(daemon_unit):
+    """Says so behind the words of the unit, which stay as they are in JSON."""
+    told, as_json = run(daemon_unit, "record stop"), run(daemon_unit, "record stop --json")
+    assert (told.status, told.errors) == (REFUSED, "controllerctl: refused with -1: Unknown error (nothing is being "
+                                                   "recorded)\n")
+    assert as_json.object == {"ok": False, "exit": REFUSED, "code": -1, "message": "Unknown error"}
+
+
+def interrupt(running):
+    """Ctrl-C."""
+    running.send(signal.SIGINT)
+    return running.end()
+
+
+@pytest.mark.parametrize("kind", CAPTURES)
+def test_a_recording_that_is_waited_for(daemon_unit, kind):
+    """Shows its growth and its pause, and is saved when the user interrupts."""
+    capture = CAPTURES[kind]
+    with Running(daemon_unit, f"record start --wait --json --kind {kind}", ready=False) as running:
+        path = running.object()["file"]
+        assert path == daemon_unit.video.orders[capture].path
+        daemon_unit.video.grow(capture, size=1_000_000)
+        shown = running.object()
+        assert {**shown, "seconds": 0} == {"event": "recording", "kind": kind, "state": "recording", "file": path,
+                                           "seconds": 0, "bytes": os.path.getsize(path)}
+        run(daemon_unit, f"record pause --kind {kind}")
+        while shown["state"] != "paused":
+            shown = running.object()
+        ended = interrupt(running)
+    assert ended.status == DONE and json.loads(ended.out.splitlines()[-1]) == {
+        "ok": True, "exit": DONE, **SUCCESS, "file": path}
+    assert daemon_unit.video.state(capture) == 0
+
+
+def test_a_recording_in_words(daemon_unit):
+    """Is a line a growth, and at last its file."""
+    with Running(daemon_unit, "record start --wait", ready=False) as running:
+        line = re.compile(r"recording \d:\d\d, 1\.0 [kM]B, (.*\.mp4)")
+        path = line.fullmatch(running.line()).group(1)
+        daemon_unit.video.grow(size=1_000_000)
+        assert line.fullmatch(running.line()).group(1) == path
+        ended = interrupt(running)
+    assert (ended.status, ended.out.splitlines()[-1], ended.errors) == (DONE, path, "")
+
+
+def test_a_recording_that_others_end(daemon_unit):
+    """Ends the waiting, as what it is: a stop by somebody else, or a storage that is gone."""
+    with Running(daemon_unit, "record start --wait", ready=False) as running:
+        running.line()
+        run(daemon_unit, "record stop")
+        ended = running.end()
+        assert (ended.status, ended.errors) == (DONE, "controllerctl: the recording has been ended\n")
+    with Running(daemon_unit, "record start --wait --json", ready=False) as running:
+        running.line()
+        daemon_unit.video.grow(approaching_limit=True)
+        ended = running.end()
+        assert ended.status == DONE and "size limit" in json.loads(ended.out.splitlines()[-1])["message"]
+    with Running(daemon_unit, "record start --wait --json", ready=False) as running:
+        running.line()
+        daemon_unit.storage.remove_device("card")
+        ended = running.end()
+    told = json.loads(ended.out.splitlines()[-1])
+    assert (ended.status, told["code"], told["message"]) == (REFUSED, -4, REMOVED)
+    daemon_unit.settle()
+    daemon_unit.storage.add_device("card", os.path.join(daemon_unit.directory, "media", "card"))
+
+
+def test_a_refused_start_is_not_waited_for(daemon_unit):
+    """It ends at once."""
+    daemon_unit.jobs.close()
+    told = run(daemon_unit, "record start --wait")
+    daemon_unit.jobs.open()
+    assert (told.status, told.errors) == (REFUSED, "controllerctl: refused with -7: No current job - unable to record\n")
+
+
+def test_siblings_are_followed(daemon_unit):
+    """What they say, that their properties have changed, and that they come and go; and the controller as ever."""
+    with Running(daemon_unit, "monitor --follow-siblings") as monitor, \
+            Running(daemon_unit, "monitor --follow-siblings --json") as as_json:
+        assert monitor.said == as_json.said == "controllerctl: listening\n"
+        daemon_unit.video.set("PlaybackRate", 2.5)
+        assert monitor.line() == "the video daemon: PlaybackRate is 2.5"
+        assert as_json.object() == {"event": "sibling", "sibling": "video", "path": "/com/tavilon/common/Video1",
+                                    "name": "PlaybackRate", "value": 2.5}
+        daemon_unit.hardware.emit("/com/tavilon/common/Halvex1", "com.tavilon.common.Halvex1.Control", "KeyPressEvent",
+                                  30, 1)
+        assert monitor.line() == "the hardware daemon: KeyPressEvent 30 1"
+        assert as_json.object()["arguments"] == [30, 1]
+        daemon_unit.sync.die()
+        assert monitor.line() == "the sync daemon has stopped"
+        assert as_json.object() == {"event": "sibling", "sibling": "sync", "running": False}
+        daemon_unit.sync.revive()
+        assert monitor.line() == "the sync daemon has started"
+        as_json.line()
+        run(daemon_unit, "volume 21")
+        assert monitor.line() == "volume is 21 %"
+        assert as_json.object() == {"event": "property", "name": "SpkrVolume", "value": 21}
+        daemon_unit.storage.remove_device("internal")
+        lines = [monitor.line()]
+        while not lines[-1].startswith("the storage daemon: InterfacesRemoved"):
+            lines.append(monitor.line())
+        daemon_unit.storage.add_device("internal", os.path.join(daemon_unit.directory, "media", "internal"))
 
 
 def test_pictures_and_playback_by_the_daemon(daemon_unit):
@@ -275,7 +417,7 @@ def test_clock_and_zone_by_the_daemon(daemon_unit):
         assert run(daemon_unit, "timezone set New_York").status == DONE
         assert waiting.end().out == 'TimezoneChanged timezone="CCU/New_York"\n'
         lines = [monitor.line()]
-        while not lines[-1].startswith("TimezoneChanged"):
+        while not lines[-1].startswith("the time zone was set"):
             lines.append(monitor.line())
     assert run(daemon_unit, "timezone get").out == "New_York\n"
     assert "New_York" in run(daemon_unit, "timezone list").out.splitlines()
@@ -294,12 +436,12 @@ def test_the_daemon_is_restarted(make_unit):
     unit = make_unit()
     with Running(unit, "monitor") as monitor, Running(unit, "wait CaptureError") as waiting:
         unit.stop_daemon()
-        assert monitor.line() == "controller stopped"
+        assert monitor.line() == "the controller has stopped"
         assert run(unit, "record start").status == UNREACHABLE
         unit.start_daemon()
-        assert monitor.line() == "controller started"
-        assert [monitor.line() for _ in range(3)] == ["MicEnabled=on", "SpkrEnabled=off", "SpkrVolume=50"]
+        assert monitor.line() == "the controller has started"
+        assert [monitor.line() for _ in range(3)] == ["microphone is on", "speaker is off", "volume is 50 %"]
         assert run(unit, "record start").status == DONE
         unit.storage.remove_device("card")
         assert waiting.end().out == f'CaptureError code=-4 message="{REMOVED}"\n'
-        assert monitor.line() == f'CaptureError code=-4 message="{REMOVED}"'
+        assert monitor.line() == f'the recording was ended: "{REMOVED}" (-4)'
