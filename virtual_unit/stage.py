@@ -145,10 +145,14 @@ class Stage:
         """What the siblings were asked since the last call or event, as (sibling, member)."""
         return self.unit.calls.members(since=self._mark)
 
-    def check_asked(self, *groups):
-        """Compares what the siblings were asked, in order, with groups of (sibling, members, purpose)."""
+    def check_asked(self, *groups, by_command=()):
+        """Compares what the daemon asked its siblings, in order, with groups of (sibling, members, purpose). What the
+        command asked them itself, when it had the daemon's reply, came among the last calls at any place."""
         expected = [(sibling, member) for sibling, members, _ in groups for member in members.split(", ")]
-        if self.check("the daemon asked its siblings", self.calls, expected, f"{len(expected)} calls, in this order:"):
+        calls = self.calls[::-1]
+        for question in by_command:
+            calls.remove(question)
+        if self.check("the daemon asked its siblings", calls[::-1], expected, f"{len(expected)} calls, in this order:"):
             self.show.table(groups)
 
     def check_signals(self, *expected):

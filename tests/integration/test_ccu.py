@@ -22,7 +22,8 @@ class Tree:
         open(self.at("packaging", "packages.txt"), "w", encoding="utf-8").close()
         for name in ("ccu", ".ci/run"):
             shutil.copy(os.path.join(ROOT, name), self.at(name))
-        os.symlink(os.path.join(ROOT, "virtual_unit"), self.at("virtual_unit"))
+        for name in ("interfaces", "virtual_unit"):
+            os.symlink(os.path.join(ROOT, name), self.at(name))
         self.stand_in("cmake", "true")
         self.stand_in("unshare", "true")
         self.stand_in("ctest", f'echo "tested"; echo "$*" >> {self.orders}')

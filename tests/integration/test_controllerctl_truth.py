@@ -8,11 +8,11 @@ import time
 
 import pytest
 
+from interfaces.introspection import controller_members
 from interfaces.pages import changes_of
 from tests.integration.controllerctl_cases import DONE, PROGRAM, REFUSED, USAGE, Running, environment, run
 from tests.integration.test_controllerctl_documents import COMPLETION, RUNNER, SHELL
 from virtual_unit import PATIENCE
-from virtual_unit.declaration import controller_members
 
 PROPERTIES = {member.name: changes_of(member)[0] for member in controller_members() if member.kind == "property"}
 

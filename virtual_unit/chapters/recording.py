@@ -34,6 +34,8 @@ _STOP = (
     ("video", "Get RecordingState", "after its news: is it off?"),
     ("video", "StopRecording", "to be sure; refused, as it is off"),
 )
+#: By controllerctl, which prints where the file is.
+_WHERE = (("video", "Get RecordingState"), ("video", "Get RecordingFilename"))
 
 
 def play(stage):
@@ -54,7 +56,7 @@ def _start(stage):
     unit.hardware.set_reel(connected=True, mode="relative", absolute=_ABSOLUTE, relative=_RELATIVE)
     unit.settle()
     start(stage)
-    stage.check_asked(*_START, *_NEWS_RECORDING)
+    stage.check_asked(*_START, *_NEWS_RECORDING, by_command=_WHERE)
     stage.check("files, the hidden markers first", files(stage), [".0001-recActive", ".0001-recovery", "0001.mp4"])
     order = unit.video.orders.get("video")
     stage.check("picture ordered", order and (order.width, order.height, order.quality), PICTURE,
@@ -97,7 +99,7 @@ def _grow(stage):
 def _stop(stage):
     stage.tell("The operator stops the recording.")
     stop(stage)
-    stage.check_asked(*_STOP)
+    stage.check_asked(("video", "Get RecordingState, Get RecordingFilename", "by the command: which file is it?"), *_STOP)
     stage.check("the video daemon is", stage.unit.video.state(), OFF, "off")
     stage.check("files left on the card", files(stage), ["0001.mp4"])
     check_size(stage, newest_item(stage))
