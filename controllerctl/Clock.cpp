@@ -29,7 +29,7 @@ int64_t SecondsOf(const LocalDateTime& utc)
 {
     using namespace std::chrono;
     const sys_days day = year_month_day{year(utc.year), month(utc.month), std::chrono::day(utc.day)};
-    return day.time_since_epoch() / seconds(1) + hours(utc.hour) / seconds(1) + utc.minute * 60 + utc.second;
+    return (day + hours(utc.hour) + minutes(utc.minute) + seconds(utc.second)).time_since_epoch() / seconds(1);
 }
 
 /// Seconds since 1970, unless the controller has no room for them.

@@ -67,7 +67,8 @@ void WrapLine(std::string& wrapped, const std::string& line, size_t width)
 size_t Width()
 {
     constexpr size_t usual = 80;
-    const std::string given = std::getenv("COLUMNS") == nullptr ? "" : std::getenv("COLUMNS");
+    const char* const variable = std::getenv("COLUMNS");
+    const std::string given = variable == nullptr ? "" : variable;
     size_t columns = 0;
     std::from_chars(given.data(), given.data() + given.size(), columns);
     winsize size{};

@@ -41,7 +41,8 @@ constexpr Property Switch(const char* name, const char* key, Type type, const ch
 }
 
 template <auto Getter>
-constexpr Property ReadOnly(const char* name, const char* key, Type type, const char* toldBy, const char* untold)
+constexpr Property ReadOnly(const char* name, const char* key, Type type, const char* toldBy = nullptr,
+                            const char* untold = nullptr)
 {
     return {.name = name,
             .key = key,
@@ -56,8 +57,8 @@ constexpr const char* fixed = "it stays as it was when the controller started";
 
 // clang-format off
 constexpr std::array properties{
-    ReadOnly<&Client::GetTimezone>("GetTimezone", "timezone", Type::Text, "TimezoneChanged", nullptr),
-    ReadOnly<&Client::GetDST>("GetDst", "dst", Type::Boolean, "TimezoneChanged", nullptr),
+    ReadOnly<&Client::GetTimezone>("GetTimezone", "timezone", Type::Text, "TimezoneChanged"),
+    ReadOnly<&Client::GetDST>("GetDst", "dst", Type::Boolean, "TimezoneChanged"),
     ReadOnly<&Client::GetTimeSourceAvailable>("GetTimeSourceAvailable", "timeSource", Type::Integer, nullptr, "it follows recordings and syncs"),
     Switch<&Client::GetMicrophoneEnabled, &Client::SetMicrophoneEnabled>("MicEnabled", "microphone", Type::Boolean),
     Switch<&Client::GetSpeakerEnabled, &Client::SetSpeakerEnabled>("SpkrEnabled", "speaker", Type::Boolean),

@@ -94,6 +94,15 @@ def test_the_manual_has_every_verb(verbs):
     assert members | set(NAMED_ALIKE) == {member.name for member in controller_members()}
 
 
+def test_the_comparison_has_every_verb(verbs):
+    """In its first column, and no other; each row has a cell for each of the tools."""
+    text = read("docs", "controllerctl-compared.md").partition("\n## Verb by verb\n")[2].partition("\n## ")[0]
+    rows = [line.strip("| ").split(" | ") for line in text.splitlines() if line.startswith("| ")]
+    assert {len(row) for row in rows} == {9}
+    named = re.findall(r"`([a-z -]+)`", " ".join(row[0] for row in rows))
+    assert {verb for verb in named if not verb.startswith("-")} == set(verbs)
+
+
 def test_the_cases_use_every_method_and_property():
     """None is left out of the program."""
     called = {member.split(" ")[-1] for case in CASES for member, _ in case.calls}
