@@ -137,6 +137,16 @@ Candidates CandidatesIn(const string& folder)
     return found;
 }
 
+/// Whether a folder is there, with the storage that it is on.
+bool IsMounted(const string& folder)
+{
+    string device;
+    bool mounted = false;
+    std::error_code error;
+    return fs::is_directory(folder, error) && StorageDaemonDbusHandler::GetPathFromFilename(folder, device) >= 0 &&
+           StorageDaemonDbusHandler::GetMounted(device, mounted) >= 0 && mounted;
+}
+
 /// Adds the files that may have been announced to the jobs manager under a number that no file has.
 void AddMissing(const Job& job, Candidates& candidates)
 {
@@ -204,11 +214,11 @@ std::optional<Kind> JudgeFilm(const string& path, const Media& media, bool inJob
     {
         return marked ? std::optional(Kind::Stopped) : std::nullopt;
     }
-    if (inJob && Exists(PictureOf(path)))
+    if (inJob && (!media.recovery || Exists(PictureOf(path))))
     {
-        return Kind::FilmMissing;
+        return Kind::FileMissing; // a film that was closed has no recovery file
     }
-    return inJob || marked ? std::optional(Kind::NeverRecorded) : std::nullopt;
+    return marked ? std::optional(Kind::NeverRecorded) : std::nullopt;
 }
 
 /// The same of a picture that goes with no film.
@@ -219,7 +229,7 @@ std::optional<Kind> JudgePicture(const string& path, bool inJob)
     {
         return std::nullopt;
     }
-    return there ? Kind::PictureInNoJob : Kind::NeverRecorded;
+    return there ? Kind::PictureInNoJob : Kind::FileMissing;
 }
 
 /// Looks at one candidate.
@@ -348,7 +358,10 @@ Obstacle FindLeftovers(Leftovers& leftovers)
     }
     // Files first, then who is at work: what is begun later is not among the files.
     Candidates candidates = job.folder.empty() ? Candidates() : CandidatesIn(job.folder);
-    AddMissing(job, candidates);
+    if (!job.folder.empty() && IsMounted(job.folder))
+    {
+        AddMissing(job, candidates);
+    }
     if (Obstacle obstacle = FindRunning(leftovers.running))
     {
         return obstacle;

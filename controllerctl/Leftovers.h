@@ -15,8 +15,8 @@ struct Leftover
     enum class Kind : unsigned char
     {
         Stopped,        ///< a film of the job that is not being recorded, but marked so
-        NeverRecorded,  ///< markers or an item without a film or picture
-        FilmMissing,    ///< an item whose picture is there and whose film is not
+        NeverRecorded,  ///< markers of a start that was cut off: without a film, with an item or not
+        FileMissing,    ///< an item without its film or picture, which somebody may have moved
         BrokenOff,      ///< a recovery file that the video daemon has written to
         FilmInNoJob,    ///< with or without markers
         PictureInNoJob, ///< that belongs to no film

@@ -73,7 +73,7 @@ TO_DO = {
     NOTHING: (NOTHING, "nothing"),
     "both markers": ("markers", "`recover --apply` removes the markers"),
     "both markers, item without a file": ("markers, item", "`recover --apply` removes the item, then the markers"),
-    "item without a file": ("item alone", "`recover --apply` removes the item"),
+    "item without a file": ("item alone", "delete it in the job; it was never recorded"),
     "it runs, file, both markers, item": ("runs", _STOP),
     "it runs, file, both markers, item with old sizes": ("runs, old sizes", f"{_STOP} and brings its sizes up to date"),
     "it runs, file, item with old sizes": ("runs, unmarked", f"{_STOP} and brings its sizes up to date"),

@@ -10,7 +10,7 @@ import pytest
 from tests.integration.controllerctl_cases import (
     DONE, REFUSED, TIME_OUT, UNREACHABLE, USAGE, environment, run)
 from tests.integration.crash_page import PAGE
-from tests.integration.recording_texts import KINDS, MESSAGES, VIDEO, left_over
+from tests.integration.recording_texts import AUTO_LOG, KINDS, MESSAGES, VIDEO, left_over
 from virtual_unit import CODE, MEANWHILE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.loop import shared_loop
 
@@ -159,16 +159,21 @@ def test_the_commands_of_the_operators_page(unit):
     for suffix in ".mp4", ".jpeg":
         with open(alone + suffix, "wb") as file:
             file.write(b"x")
+    gone = stop_unseen(unit, AUTO_LOG).media
+    for name in left_over(unit):
+        if "autolog" in name:
+            os.remove(os.path.join(os.path.dirname(gone), name))
     with open(PAGE, encoding="utf-8") as file:
         blocks = re.findall(r"```sh\n(.*?)```", file.read(), re.DOTALL)
     commands = "".join(block for block in blocks if not block.startswith("controllerctl"))
     done = subprocess.run(["bash", "-e", "-c", commands], capture_output=True, text=True, check=False, env=environment(
-        unit, STORAGE=unit.media, FILE=paths.media, FILM=alone + ".mp4", PICTURE=alone + ".jpeg"))
+        unit, STORAGE=unit.media, FILE=paths.media, GONE=gone, FILM=alone + ".mp4", PICTURE=alone + ".jpeg"))
     assert done.stderr == "" and done.returncode == 0
     told = done.stdout.splitlines()
     assert told[:6] == ["i 1", f's "{paths.media}"', "i 0", 's ""', "i 0", 's ""']
     assert sorted(told[6:8]) == sorted([paths.rec_active, paths.recovery])
-    assert told[8:] == [f'(is) 0 "{unit.jobs.item_of(paths.media).media_id}"', "i 0", "i 0"]
+    assert told[8:] == [f'(is) 0 "{unit.jobs.item_of(paths.media).media_id}"', "i 0", "i 0", "i 0"]
+    assert unit.jobs.item_of(gone) is None
     assert unit.jobs.item_of(alone + ".mp4").type == "video recording"
     assert unit.jobs.item_of(alone + ".jpeg").type == "snapshot"
     assert recover(unit)["found"] == []
@@ -188,13 +193,52 @@ def test_what_the_video_daemon_has_left_to_mend_a_film_stays(unit):
     assert unit.jobs.item_of(paths.media).size == os.path.getsize(paths.media)
 
 
-def test_an_item_whose_picture_is_there_stays(unit):
-    """Only the film is lost."""
+@pytest.mark.parametrize("gone", ["film, its picture stays", "film that was closed", "film and markers", "picture"])
+def test_an_item_whose_file_somebody_may_have_moved_stays(unit, gone):
+    """Only that of a start that was cut off has a recovery file and nothing else."""
     paths = stop_unseen(unit)
-    os.rename(paths.media, paths.snapshot)
+    if gone == "picture":
+        os.remove(unit.client.call("Snapshot", "uuu", 640, 480, 90)[0])
+        recover(unit, "--apply")
+    elif gone == "film, its picture stays":
+        os.rename(paths.media, paths.snapshot)
+    else:
+        for path in (paths.media, paths.recovery, *([paths.rec_active] if "markers" in gone else [])):
+            os.remove(path)
     before = left_over(unit)
-    assert found(recover(unit, "--apply")) == {"0001.mp4": ("filmMissing", False)}
-    assert left_over(unit) == before and unit.jobs.item_of(paths.media)
+    name = "0002.jpeg" if gone == "picture" else "0001.mp4"
+    assert found(recover(unit, "--apply")) == {name: ("fileMissing", False)}
+    assert left_over(unit) == before and len(unit.jobs.items) == (2 if gone == "picture" else 1)
+
+
+@pytest.mark.parametrize("away", ["unmounted", "no such device", "no such folder"])
+def test_items_are_not_missed_on_storage_that_is_not_there(unit, away):
+    """Nobody wants them deleted."""
+    VIDEO.start_recording(unit)
+    unit.client.call("VideoRecordStop")
+    unit.settle()
+    mount = unit.media
+    os.rename(mount, mount + "-away")
+    if away == "no such device":
+        unit.storage.remove_device("card")
+    elif away == "unmounted":
+        os.makedirs(os.path.join(mount, "job1", "media"))
+        unit.storage.set_device("card", IsMounted=False)
+    else:
+        os.makedirs(mount)
+    assert recover(unit, "--apply")["found"] == [] and len(unit.jobs.items) == 1
+
+
+@pytest.mark.parametrize("marker", ["rec_active", "recovery"])
+def test_one_marker_alone(unit, marker):
+    """Of a start that was cut off between the two."""
+    paths = stop_unseen(unit)
+    unit.jobs.items.clear()
+    for path in (paths.media, paths.rec_active, paths.recovery):
+        if path != getattr(paths, marker):
+            os.remove(path)
+    assert found(recover(unit, "--apply")) == {"0001.mp4": ("neverRecorded", True)}
+    assert left_over(unit) == []
 
 
 def test_films_and_pictures_in_no_job_stay(unit):
