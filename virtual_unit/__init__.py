@@ -2,10 +2,10 @@
 
 from .client import Client, DbusFailure
 from .daemon import DaemonFailure
-from .faults import ABSENT, CODE, DIE, DIE_AFTER, LATE, MEANWHILE, REFUSE, SILENT, WRONG_TYPE
+from .faults import ABSENT, ANSWER, CODE, DIE, DIE_AFTER, LATE, MEANWHILE, REFUSE, SILENT, WRONG_TYPE
 from .patience import PATIENCE
 from .unit import ALL_SIBLINGS, AT_ONCE, VirtualUnit
 from .values import Typed
 
-__all__ = ["ABSENT", "ALL_SIBLINGS", "AT_ONCE", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure", "DbusFailure",
-           "LATE", "MEANWHILE", "PATIENCE", "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]
+__all__ = ["ABSENT", "ALL_SIBLINGS", "ANSWER", "AT_ONCE", "CODE", "Client", "DIE", "DIE_AFTER", "DaemonFailure",
+           "DbusFailure", "LATE", "MEANWHILE", "PATIENCE", "REFUSE", "SILENT", "Typed", "VirtualUnit", "WRONG_TYPE"]

@@ -56,6 +56,8 @@ class Client:
     def __init__(self, address, service=SERVICE, path=PATH, interface=INTERFACE):
         self.service, self.path, self.interface = service, path, interface
         self.signals = []
+        #: Answers that no call waits for: a second one to the same call.
+        self.strays = []
         self._changed = threading.Condition()
         self._connection = None
         self._pids = {}
@@ -77,6 +79,8 @@ class Client:
             connection.close()
 
     def _filter(self, _connection, message):
+        if message.get_type() in (dbus.lowlevel.MESSAGE_TYPE_METHOD_RETURN, dbus.lowlevel.MESSAGE_TYPE_ERROR):
+            self.strays.append(tuple(plain(argument) for argument in message.get_args_list()))
         if message.get_type() == dbus.lowlevel.MESSAGE_TYPE_SIGNAL and message.get_path() == self.path:
             signal = Signal(message.get_member(), message.get_interface(),
                             tuple(plain(argument) for argument in message.get_args_list()), message.get_sender(),

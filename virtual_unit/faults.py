@@ -116,6 +116,11 @@ def MEANWHILE(deed, carried_out):  # pylint: disable=invalid-name
     return Fault("meanwhile", (deed, carried_out))
 
 
+def ANSWER(signature, *values):  # pylint: disable=invalid-name
+    """Answered with these values, whatever the interface file declares; the call is not carried out."""
+    return Fault("answer", (signature, values))
+
+
 class Rule:
     """A fault that waits for its calls; `hits` counts those that it met."""
 

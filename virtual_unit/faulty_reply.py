@@ -36,13 +36,15 @@ def _wrong_type_reply(message, signature, inside):
 
 
 def faulty_reply(fault, message, service, types):
-    """The reply of an ABSENT, REFUSE, CODE or WRONG_TYPE fault; `types` are the reply's own and the variant's type."""
+    """The reply of an ABSENT, REFUSE, CODE, ANSWER or WRONG_TYPE fault; `types` are the reply's own and the variant's type."""
     signature, inside = types
     if fault.kind == "absent":
         return dbus.lowlevel.ErrorMessage(message, _ERROR + "ServiceUnknown",
                                           f"The name {service} was not provided by any .service files")
     if fault.kind == "code":
         return _code_reply(fault.value, message, signature)
+    if fault.kind == "answer":
+        return append(dbus.lowlevel.MethodReturnMessage(message), *fault.value)
     if fault.kind == "wrong type":
         return _wrong_type_reply(message, signature, inside)
     return dbus.lowlevel.ErrorMessage(message, _ERROR + "Failed", "refused by the simulation")

@@ -6,9 +6,10 @@ from virtual_unit import VirtualUnit
 
 
 class Lender:
-    """Lends a unit with these options, always the same one unless something has gone wrong on it."""
+    """Lends a unit of the kind with these options, always the same one unless something has gone wrong on it."""
 
-    def __init__(self, **options):
+    def __init__(self, make=VirtualUnit, **options):
+        self._make = make
         self._options = options
         self._unit = None
 
@@ -16,7 +17,7 @@ class Lender:
     def lend(self):
         """The unit, as new.  A daemon that ends by itself meanwhile, or an error of the simulation, is raised here."""
         if self._unit is None:
-            self._unit = VirtualUnit(**self._options).start()
+            self._unit = self._make(**self._options).start()
             self._unit.remember()
         try:
             yield self._unit

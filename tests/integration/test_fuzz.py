@@ -1,0 +1,87 @@
+"""What fuzzes the daemon sees what it is to see: wrongs that are planted into the daemon from outside."""
+
+import json
+import os
+import subprocess
+import sys
+
+import pytest
+
+from tests.fuzz.player import Finding
+from tests.fuzz.search import Search
+from virtual_unit import PATIENCE
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+#: What is planted, and what kind of finding it is to be.
+PLANTED = {
+    "no answer": "answers", "two answers": "answers", "types": "refusal", "signal": "types", "message": "code",
+    "refusal": "refusal", "descriptor": "leak", "thread": "leak", "zombie": "leak", "crash": "dead", "hang": "silent",
+    "marker": "marker", "format": "log", "conversion": "log", "shell": "shell",
+    "report": "sanitizer",
+}
+#: Those that are seen by what does not come: the less is waited for it the sooner, and it never comes.
+WAITED_FOR = {"leak": PATIENCE / 120, "silent": PATIENCE / 120}
+SEED = 1
+#: Steps of their own for what a short search does not meet.
+RECORD = ["call", "VideoRecordStart", "uuu", [1920, 1080, 90]]
+RARE = {
+    "marker": [["fault_on", "video", "StartRecording", "refuse"], RECORD],
+    "format": [["call", "SetTimezone", "s", ["{format %d %s %.500x %5$s %%}"]]],
+    "shell": [["call", "PlayAudio", "s", ["$(touch ran-by-shell).wav"]]],
+}
+
+
+@pytest.fixture(name="make_search")
+def make_search_fixture():
+    """Makes searches, which end with the test."""
+    searches = []
+
+    def make(**options):
+        searches.append(Search(**options))
+        return searches[-1]
+
+    yield make
+    for search in searches:
+        search.close()
+
+
+@pytest.mark.parametrize("planted", sorted(set(PLANTED) - set(RARE)))
+def test_a_planted_wrong_is_found(make_search, planted):
+    """By random steps of one seed."""
+    kind = PLANTED[planted]
+    search = make_search(planted=planted, patience=WAITED_FOR.get(kind, PATIENCE))
+    assert search.look(SEED, shrink=False)
+    assert search.finding.kind == kind
+
+
+@pytest.mark.parametrize("planted", sorted(RARE))
+def test_a_planted_wrong_is_seen(make_search, planted):
+    """Where the steps lead to it."""
+    with pytest.raises(Finding) as raised:
+        make_search(planted=planted).play(RARE[planted])
+    assert raised.value.kind == PLANTED[planted]
+
+
+@pytest.mark.parametrize("planted", sorted(RARE))
+def test_the_same_steps_show_nothing_without_it(make_search, planted):
+    """So what is seen is the wrong and not the steps."""
+    make_search().play(RARE[planted])
+
+
+def test_a_finding_is_told_and_can_be_had_again(tmp_path):
+    """With its seed and the one step that matters, in a file that the command takes."""
+
+    def fuzz(*words):
+        return subprocess.run([sys.executable, "-m", "tests.fuzz", "--folder", tmp_path, *words], cwd=ROOT, check=False,
+                              stdout=subprocess.PIPE, text=True)
+
+    found = fuzz("--planted", "message", "--seed", str(SEED))
+    assert found.returncode == 1 and f"FOUND with seed {SEED}: code: " in found.stdout
+    path = os.path.join(tmp_path, f"seed-{SEED}.json")
+    with open(path, encoding="utf-8") as file:
+        recorded = json.load(file)
+    [step] = recorded["steps"]
+    assert recorded["seed"] == SEED and step[0] == "call" and json.dumps(step) in found.stdout
+    again = fuzz("--planted", "message", "--replay", path)
+    assert again.returncode == 1 and again.stdout.startswith("FOUND: code: ")
+    assert fuzz("--replay", path).returncode == 0
