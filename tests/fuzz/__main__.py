@@ -1,14 +1,23 @@
-"""./ccu fuzz: the daemon of the sanitizer build under random steps, for as long as is wished."""
+"""./ccu fuzz: the daemon of the sanitizer build under random steps, for as long as is wished, and beside that each of
+the fuzzers in turn."""
 
 import argparse
+import glob
 import json
 import os
 import random
+import subprocess
 import sys
+import threading
 import time
 
 from tests.fuzz.player import Finding
 from tests.fuzz.search import Search
+from virtual_unit.loop import spawn
+
+_CORPUS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "corpus")
+#: How much of a fuzzer's words is shown.
+_CHARACTERS = 4000
 
 
 #: How much of a unit's report is kept with a finding.
@@ -41,17 +50,51 @@ def _replay(path, search):
     return 0
 
 
+class Fuzzers(threading.Thread):
+    """Runs the fuzzers of a folder one after the other, with an equal share of the time."""
+
+    def __init__(self, folder, minutes, first, into):
+        super().__init__(daemon=True)
+        self._programs = sorted(glob.glob(os.path.join(folder, "fuzz_*")))
+        self._seconds = max(1, int(60 * minutes / max(1, len(self._programs))))
+        self._seed, self._into = first, into
+        #: What each has said that has found something.
+        self.found = [] if self._programs else [f"there are no fuzzers in {folder}"]
+
+    def run(self):
+        for program in self._programs:
+            name = os.path.basename(program).removeprefix("fuzz_")
+            fresh = os.path.join(self._into, name)
+            os.makedirs(fresh, exist_ok=True)
+            process = spawn([program, f"-max_total_time={self._seconds}", f"-seed={self._seed % 2 ** 32 or 1}",
+                             "-max_len=512", f"-artifact_prefix={fresh}-", fresh, os.path.join(_CORPUS, name)],
+                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, errors="replace")
+            said = process.stderr.read()
+            if process.wait() != 0:
+                self.found.append(f"{name}:\n{said[-_CHARACTERS:]}")
+            print(f"{name}: {' '.join(said.splitlines()[-1:])}", flush=True)
+
+
 def _fuzz(arguments, search):
     first = arguments.seed if arguments.seed is not None else random.SystemRandom().randrange(10 ** 9)
     print(f"Seed {first}", flush=True)
-    began, number = time.monotonic(), first
-    while time.monotonic() - began < 60 * arguments.minutes:
-        if search.look(number):
+    fuzzers = Fuzzers(arguments.fuzzers, arguments.minutes, first, arguments.folder) if arguments.fuzzers else None
+    if fuzzers:
+        fuzzers.start()
+    began, number, found = time.monotonic(), first, False
+    while time.monotonic() - began < 60 * arguments.minutes and not found:
+        found = search.look(number)
+        if found:
             _report(search, number, arguments.folder)
-            return 1
         number += 1
-    print(f"{search.taken} steps of {number - first} seeds in {(time.monotonic() - began) / 60:.1f} minutes: nothing found")
-    return 0
+    took = (time.monotonic() - began) / 60
+    print(f"{search.taken} steps of {number - first} seeds in {took:.1f} minutes: {'' if found else 'nothing '}found")
+    if fuzzers and not found:
+        fuzzers.join()
+        for text in fuzzers.found:
+            print(f"FOUND by {text}")
+        found = bool(fuzzers.found)
+    return int(found)
 
 
 def main():
@@ -61,7 +104,8 @@ def main():
     parser.add_argument("--seed", type=int)
     parser.add_argument("--replay", metavar="FILE", help="play the steps of a former finding")
     parser.add_argument("--planted", metavar="NAME", help="with a wrong planted into the daemon, see planted.c")
-    parser.add_argument("--folder", default=os.path.join("build", "fuzz"), help="where a finding's steps go")
+    parser.add_argument("--fuzzers", metavar="DIR", help="where the fuzzers are; none are run without")
+    parser.add_argument("--folder", default=os.path.join("build", "findings"), help="where a finding's steps go")
     arguments = parser.parse_args()
     search = Search(planted=arguments.planted)
     try:

@@ -34,6 +34,8 @@ static void* WaitForEver(void* nothing)
     return nothing;
 }
 
+static const size_t leakedBytes = (size_t)64 * 1024;
+
 static void DoWrong(void)
 {
     pthread_t thread;
@@ -44,6 +46,10 @@ static void DoWrong(void)
     if (IsPlanted("thread"))
     {
         pthread_create(&thread, NULL, &WaitForEver, NULL);
+    }
+    if (IsPlanted("memory"))
+    {
+        memset(malloc(leakedBytes), 1, leakedBytes);
     }
     if (IsPlanted("report"))
     {
