@@ -56,8 +56,8 @@ bool IsKeyAndValue(std::string_view text)
 bool IsIpLiteral(const std::string& text)
 {
     std::array<unsigned char, sizeof(in6_addr)> binary{};
-    return inet_pton(AF_INET, text.c_str(), binary.data()) == 1 ||
-           inet_pton(AF_INET6, text.c_str(), binary.data()) == 1;
+    const auto isLiteral = [&](int family) { return inet_pton(family, text.c_str(), binary.data()) == 1; };
+    return text.find('\0') == std::string::npos && (isLiteral(AF_INET) || isLiteral(AF_INET6));
 }
 
 bool IsBusAddress(const std::string& text)

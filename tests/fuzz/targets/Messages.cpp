@@ -10,6 +10,7 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace
@@ -130,6 +131,8 @@ void Parse(sd_bus_message* message)
     sd_bus_message_rewind(message, 1);
     const int32_t second = sdbus_utils::ParsePropertiesWithType(message, typed);
     Require((first < 0) == (second < 0), "both maps read the same messages");
+    const bool isMap = std::string_view(sd_bus_message_get_signature(message, 1)).starts_with("a{sv}");
+    Require((first >= 0) == isMap, "a map of properties is read, and nothing else");
     Require(first >= 0 || (plain.size() == 1 && typed.size() == 1), "a failure leaves the map as it was");
     Require(plain.size() == typed.size(), "both maps have the same names");
     for (const auto& property : typed)

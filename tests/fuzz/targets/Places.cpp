@@ -154,8 +154,9 @@ void TryRemotes(Input& input)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    // There is no timedated to be asked, on the machine's bus least of all.
-    static const bool isAlone = setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null/bus", 1) == 0;
+    // There is no timedated to be asked, on the machine's bus least of all, and local time is not UTC.
+    static const bool isAlone =
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null/bus", 1) == 0 && setenv("TZ", "XYZ-5:30", 1) == 0;
     Require(isAlone, "a bus that is not there");
     Input input(data, size);
     switch (input.TakeBelow(4))

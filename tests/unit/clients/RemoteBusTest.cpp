@@ -32,6 +32,12 @@ TEST(RemoteBus, TakesNothingElseForAnIp)
     }
 }
 
+TEST(RemoteBus, ReadsAnIpToItsEnd)
+{
+    EXPECT_FALSE(IsIpLiteral(std::string("192.0.2.7\0;reboot", 17)));
+    EXPECT_FALSE(IsIpLiteral(std::string("::1\0", 4)));
+}
+
 TEST(RemoteBus, TakesAddressesThatConnect)
 {
     for (const char* address :
