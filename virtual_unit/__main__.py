@@ -1,5 +1,4 @@
-"""`python3 -m virtual_unit up [--build-dir DIR] [-- COMMAND...]`, `python3 -m virtual_unit demo [--build-dir DIR]` and
-`python3 -m virtual_unit key CODE [press|release|repeat]`."""
+"""The commands of the package, `python3 -m virtual_unit COMMAND`, as `ccu` calls them."""
 
 import argparse
 import sys
@@ -7,36 +6,109 @@ import sys
 
 def _up(arguments):
     from .up import up  # pylint: disable=import-outside-toplevel
-    return up(arguments.command, arguments.build_dir)
+    return up(arguments.command, arguments.build_dir, arguments.unit or "")
 
 
 def _demo(arguments):
-    from .demo import demo  # pylint: disable=import-outside-toplevel
-    return demo(arguments.build_dir)
+    from .demo import demo, show_chapters  # pylint: disable=import-outside-toplevel
+    return show_chapters() if arguments.list else demo(arguments.build_dir, arguments.chapter)
 
 
-def _key(arguments):
-    from .key import key  # pylint: disable=import-outside-toplevel
-    return key(arguments.code, arguments.event)
+def _on_unit(name):
+    """Calls a function of the module of commands for a unit that runs."""
+    def run(arguments):
+        from . import do  # pylint: disable=import-outside-toplevel
+        return {"do": lambda: do.do(arguments.noun, arguments.verb, _values(arguments), arguments.unit, arguments.json),
+                "key": lambda: do.key(arguments.key, arguments.event, arguments.unit, arguments.json),
+                "snapshot": lambda: do.snapshot(arguments.word, arguments.file, arguments.unit, arguments.json),
+                "exec": lambda: do.execute(arguments.command, arguments.unit),
+                "env": lambda: do.env(arguments.unit),
+                "list": lambda: do.show_units(arguments.json)}[name]()
+    return run
 
 
-def main(arguments):
-    """Runs one of the package's commands; returns the exit status."""
-    split = arguments.index("--") if "--" in arguments else len(arguments)
-    parser = argparse.ArgumentParser(prog="virtual_unit", description="A camera unit without the camera.")
-    commands = parser.add_subparsers(dest="name", required=True)
-    for name, run, text in (("up", _up, "run a unit, or a command inside one (after --)"),
-                            ("demo", _demo, "show one inspection on a unit, step by step")):
-        command = commands.add_parser(name, help=text)
+def _values(arguments):
+    verb = arguments.verb
+    return {argument.name: getattr(arguments, argument.name) for argument in verb.inputs} if verb else {}
+
+
+def _option(*names, **options):
+    """A parser with one option, which other parsers take over; what is not given leaves no trace."""
+    parser = argparse.ArgumentParser(add_help=False, argument_default=argparse.SUPPRESS)
+    parser.add_argument(*names, **options)
+    return parser
+
+
+_UNIT = _option("--unit", metavar="NAME", help="the unit that is meant, by its name or folder (default: $CCU_UNIT, or "
+                                               "the only one)")
+_JSON = _option("--json", action="store_true", help="print JSON")
+
+
+class Commands:
+    """The parser of all commands."""
+
+    def __init__(self):
+        self.parser = argparse.ArgumentParser(prog="ccu", description="A camera unit without the camera.")
+        self.parser.set_defaults(unit=None, json=False)
+        self._commands = self.parser.add_subparsers(dest="name", metavar="COMMAND", required=True)
+        command = self._add("up", _up, "run a unit until Ctrl-C, or run a command inside one (after --)")
+        command.add_argument("--unit", metavar="NAME", help="name by which other commands choose the unit")
+        self._add_build_dir(command)
+        command = self._add("demo", _demo, "show one inspection on a unit, step by step")
+        command.add_argument("chapter", nargs="?", metavar="CHAPTER", help="one chapter, by its number or words of its "
+                                                                           "title (default: all)")
+        command.add_argument("--list", action="store_true", help="list the chapters")
+        self._add_build_dir(command)
+        command = self._add("key", _on_unit("key"), "press a key of a unit that runs", _UNIT, _JSON)
+        command.add_argument("key", metavar="KEY", help="the key, by its name in evdev (Enter, KEY_ENTER) or its code")
+        command.add_argument("event", nargs="?", choices=("press", "release", "repeat"),
+                             help="what happens to it (default: press, then release)")
+        self._add("exec", _on_unit("exec"), "run a command (after --) in a unit that runs", _UNIT)
+        self._add("env", _on_unit("env"), 'print what puts a shell into a unit that runs: eval "$(./ccu env)"', _UNIT)
+        self._add("list", _on_unit("list"), "list the units that run", _JSON)
+        command = self._add("snapshot", _on_unit("snapshot"), "keep a unit that runs in a file, or go back to it",
+                            _UNIT, _JSON)
+        command.add_argument("word", choices=("save", "load"), help="keep, or go back")
+        command.add_argument("file", metavar="FILE")
+
+    def add_do(self):
+        """The nouns and verbs too."""
+        from .verbs import add_to  # pylint: disable=import-outside-toplevel
+        text = "do something to a unit that runs"
+        add_to(self._add("do", _on_unit("do"), text, _UNIT, _JSON), (_UNIT, _JSON))
+
+    def _add(self, name, run, text, *parents):
+        command = self._commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".",
+                                            parents=parents)
         command.set_defaults(run=run)
+        return command
+
+    @staticmethod
+    def _add_build_dir(command):
         command.add_argument("--build-dir", help="build tree of the daemon (default: $CCU_BUILD_DIR)")
-    command = commands.add_parser("key", help="press a key of the unit that `up` runs")
-    command.set_defaults(run=_key)
-    command.add_argument("code", type=int, help="the key's code in the kernel's input-event-codes.h")
-    command.add_argument("event", nargs="?", choices=("press", "release", "repeat"),
-                         help="what happens to it (default: press, then release)")
-    parsed = parser.parse_args(arguments[:split])
-    parsed.command = arguments[split + 1:]
+
+
+def _with_default_verb(words):
+    """The words of `do`, with the verb that is left out; options may stand before them."""
+    from .verbs import with_default_verb  # pylint: disable=import-outside-toplevel
+    start = 1
+    while start < len(words) and words[start].startswith("-"):
+        start += 2 if words[start] == "--unit" else 1
+    return words[:start] + with_default_verb(words[start:])
+
+
+def main(words):
+    """Runs one of the package's commands; returns the exit status."""
+    split = words.index("--") if "--" in words else len(words)
+    words, command = words[:split], words[split + 1:]
+    commands = Commands()
+    if words[:1] == ["do"]:
+        commands.add_do()
+        words = _with_default_verb(words)
+    parsed = commands.parser.parse_args(words)
+    if parsed.name == "exec" and not command:
+        commands.parser.error("exec: no command after --")
+    parsed.command = command
     return parsed.run(parsed)
 
 

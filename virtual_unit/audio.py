@@ -89,6 +89,11 @@ class Audio:
                 "CCU_NO_PROCESSES": self._file("no-processes"),
                 "PATH": f"{self.path}:{os.environ.get('PATH', '/usr/bin:/bin')}"}
 
+    @property
+    def folders(self):
+        """The folders whose files tell what the tools do."""
+        return [self.directory, os.path.join(self.directory, "mixer")]
+
     def _file(self, name):
         return os.path.join(self.directory, name)
 

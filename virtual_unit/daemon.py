@@ -7,7 +7,9 @@ import select
 import signal
 import socket
 import subprocess
+import threading
 import time
+import weakref
 
 from .loop import spawn
 from .patience import PATIENCE
@@ -23,7 +25,7 @@ _ORDERLY = "CCU_ORDERLY_END"
 _LEAK_SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "leak_suppressions.txt")
 
 #: The unit's own libraries, and Debian's, which comes behind them: they leave to it what is not theirs.
-_PRELOADS = ("syslog_capture", "daemon_probe", "give_up", "places", "framebuffer", "local_time", "gpio",
+_PRELOADS = ("syslog_capture", "daemon_probe", "give_up", "places", "framebuffer", "local_time", "clock", "gpio",
              "process_probe", "keypad")
 UMOCKDEV = "libumockdev-preload.so.0"
 
@@ -51,6 +53,8 @@ class Daemon:
         self.unexpected_end = False
         self._environment = environment
         self._process = None
+        self._bidden = weakref.WeakSet()  # processes that somebody has told to end
+        self._changed = threading.Condition()
         self._notify = None
 
     # Environment ------------------------------------------------------------------------------------------------------
@@ -102,6 +106,8 @@ class Daemon:
         with open(self.error_path, "ab") as errors:
             self._process = spawn([*self.launcher, self.binary], cwd=self.directory, env=self.environment(),
                                   stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
+        with self._changed:
+            self._changed.notify_all()
         if wait:
             self.wait_ready(timeout)
 
@@ -162,12 +168,25 @@ class Daemon:
             return None
         self._note_unexpected_end()
         if self.alive:
+            self._bidden.add(self._process)
             self._process.send_signal(number)
         return self._wait(timeout)
 
     def wait_exit(self, timeout=PATIENCE):
         """Waits for the process to end by itself; returns the exit status."""
         return self._wait(timeout)
+
+    def wait_unbidden_end(self):
+        """Waits for a process to end that nobody has told to, however often it is stopped and started meanwhile;
+        returns its exit status."""
+        while True:
+            process = self._process
+            if process is not None:
+                process.wait()
+                if process not in self._bidden:
+                    return self._wait(None) if process is self._process else process.returncode
+            with self._changed:
+                self._changed.wait_for(lambda: self._process not in (None, process))
 
     def kill(self):
         """Ends the process at once."""

@@ -149,3 +149,15 @@ def load(name):
     root = ElementTree.parse(interface_file(name)).getroot()
     declarations = [_declare(node, standard) for node in root.findall("node") or [root]]
     return {declaration.path: declaration for declaration in declarations}
+
+
+@functools.lru_cache(maxsize=None)
+def call_names(name):
+    """All that a sibling can be asked, as its calls are noted: methods, and "Get X", "Set X" and "GetAll"."""
+    standard = bare_node().interfaces
+    names = {"GetAll": None}
+    for item in load(name).values():
+        names.update(dict.fromkeys(member for interface, member in item.methods if interface not in standard))
+        names.update(dict.fromkeys(f"Get {one}" for one in item.properties))
+        names.update(dict.fromkeys(f"Set {one}" for one, what in item.properties.items() if what.access != "read"))
+    return tuple(names)

@@ -109,11 +109,31 @@ def _complain(text):
     return 1
 
 
-def demo(build_dir=None):
-    """Shows the inspection; returns the exit status for the shell."""
+def _chosen(words):
+    """The chapter that a number or words of the title mean; several when it is not clear, none when there is none."""
+    if words.isdigit():
+        return [CHAPTERS[int(words) - 1]] if 0 < int(words) <= len(CHAPTERS) else []
+    return [chapter for chapter in CHAPTERS if words.lower() in chapter.title.lower()]
+
+
+def show_chapters():
+    """Prints the chapters with their numbers; returns the exit status for the shell."""
+    for number, chapter in enumerate(CHAPTERS, 1):
+        print(f"{number:2}  {chapter.title}")
+    return 0
+
+
+def demo(build_dir=None, chapter=None):
+    """Shows the inspection, or one chapter of it; returns the exit status for the shell."""
+    chosen = CHAPTERS if chapter is None else _chosen(chapter)
+    if chapter is not None and len(chosen) != 1:
+        found = ", ".join(f'"{one.title}"' for one in chosen)
+        _complain(f"'{chapter}' is in several titles: {found}" if chosen else
+                  f"no chapter '{chapter}'; --list shows them")
+        return 2
     ending = Ending()
     try:
-        return Inspection(sys.stdout, lambda **options: VirtualUnit(build_dir, **options), ending).run()
+        return Inspection(sys.stdout, lambda **options: VirtualUnit(build_dir, **options), ending).run(chosen)
     except KeyboardInterrupt:
         _complain("interrupted")
         return 128 + ending.number

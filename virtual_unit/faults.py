@@ -1,5 +1,6 @@
 """The ordered log of incoming calls and the scripted faults that calls can meet."""
 
+import itertools
 import threading
 from collections.abc import Sequence
 from dataclasses import dataclass
@@ -121,22 +122,38 @@ def ANSWER(signature, *values):  # pylint: disable=invalid-name
     return Fault("answer", (signature, values))
 
 
-class Rule:
-    """A fault that waits for its calls; `hits` counts those that it met."""
+#: The kinds of faults, as commands name them.
+KINDS = ("absent", "refuse", "code", "wrong-type", "silent", "late", "die", "die-after")
 
-    def __init__(self, owner, kind, matches, times):
+
+class Rule:
+    """A fault that waits for its calls, those that fit all that is not None; `hits` counts those that it met.  Its
+    number is another than that of every other fault of the unit."""
+
+    def __init__(self, owner, kind, times, index=None, sibling=None, member=None, path=None):
+        self.number = None
         self.kind = kind
         self.hits = 0
+        self.times, self.index, self.sibling, self.member, self.path = times, index, sibling, member, path
         self._owner = owner
-        self._matches = matches
-        self._times = times
+
+    @property
+    def left(self):
+        """How many calls it will still meet; 0 for one without end."""
+        return 0 if self.times is None else self.times - self.hits
+
+    def hangs(self, sibling):
+        """True for the fault of a sibling that answers nothing at all."""
+        return self.kind == SILENT and (self.sibling, self.member, self.path, self.times) == (sibling, None, None, None)
 
     def take(self, call):
         """True when the fault applies to this call, which it then has used up."""
-        if not self._matches(call):
+        wanted = ((self.index, call.index), (self.sibling, call.sibling), (self.member, call.member),
+                  (self.path, call.path))
+        if any(mine not in (None, its) for mine, its in wanted):
             return False
         self.hits += 1
-        if self._times is not None and self.hits >= self._times:
+        if self.times is not None and self.hits >= self.times:
             self.cancel()
         return True
 
@@ -151,42 +168,47 @@ class Faults:
     def __init__(self, calls):
         self._calls = calls
         self._rules = []
+        self._numbers = itertools.count(1)
         self._lock = threading.Lock()
+        #: Called after each change.
+        self.changed = lambda: None
 
     def at(self, number, kind):
         """The fault meets the call with that number, counted from now over all siblings, 0 being the next."""
-        index = self._calls.mark() + number
-        return self._add(kind, lambda call: call.index == index, 1)
+        return self._add(kind, 1, index=self._calls.mark() + number)
 
     def on(self, sibling, member=None, kind=REFUSE, times=None, path=None):
         """The fault meets the calls of a sibling (of one member, on one object), that many times or until cleared."""
+        return self._add(kind, times, sibling=sibling, member=member, path=path)
 
-        def matches(call):
-            return call.sibling == sibling and member in (None, call.member) and path in (None, call.path)
-
-        return self._add(kind, matches, times)
-
-    def _add(self, kind, matches, times):
+    def _add(self, kind, times, **wanted):
         if not isinstance(kind, Fault):
             raise TypeError(f"{kind!r} is no kind of fault")
-        rule = Rule(self, kind, matches, times)
+        rule = Rule(self, kind, times, **wanted)
         with self._lock:
+            rule.number = next(self._numbers)
             self._rules.append(rule)
+        self.changed()
         return rule
+
+    def rules(self):
+        """Those in force, in the order of their coming."""
+        with self._lock:
+            return list(self._rules)
 
     def take(self, call):
         """The fault that meets this call, or None."""
-        with self._lock:
-            rules = list(reversed(self._rules))
-        return next((rule.kind for rule in rules if rule.take(call)), None)
+        return next((rule.kind for rule in reversed(self.rules()) if rule.take(call)), None)
 
     def remove(self, rule):
         """Ends one fault."""
         with self._lock:
             if rule in self._rules:
                 self._rules.remove(rule)
+        self.changed()
 
     def clear(self):
         """Ends all faults."""
         with self._lock:
             self._rules.clear()
+        self.changed()

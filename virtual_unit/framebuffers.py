@@ -1,5 +1,6 @@
 """The display: two framebuffer devices as files of real pixels, which the preloaded library puts in their place."""
 
+import contextlib
 import functools
 import os
 import struct
@@ -50,7 +51,7 @@ class Framebuffers:
     1280 x 720, with a picture."""
 
     def __init__(self, directory):
-        self._directory = os.path.join(directory, "framebuffers")
+        self.directory = self._directory = os.path.join(directory, "framebuffers")
         os.mkdir(self._directory)
         for device in (VIDEO, INTERFACE):
             self.set(device, *_DEFAULT_SIZE)
@@ -85,6 +86,15 @@ class Framebuffers:
         """Has a device tell of a screen, true or not."""
         with open(self.path(device) + ".info", "wb") as file:
             file.write(_INFORMATION.pack(width, height, xres_virtual, yres_virtual, xoffset, yoffset, bits))
+
+    def screens(self):
+        """Width, height, bits of a pixel and file of each device that tells of its screen."""
+        screens = []
+        for device in (VIDEO, INTERFACE):
+            with contextlib.suppress(OSError, struct.error), open(self.path(device) + ".info", "rb") as file:
+                width, height, *_, bits = _INFORMATION.unpack(file.read())
+                screens.append((width, height, bits, self.path(device)))
+        return screens
 
     def hush(self, device):
         """Has a device refuse to tell of its screen, as one that is no framebuffer."""

@@ -138,6 +138,11 @@ class Gpio:
         with open(os.path.join(self._chip, "events"), "wb"):
             pass
 
+    @property
+    def folders(self):
+        """The folders whose files the lines of microphone and speaker are, and the one above them."""
+        return [self._chip, *(os.path.join(self._chip, str(offset)) for offset in (MICROPHONE, SPEAKER))]
+
     def remove_chip(self):
         """Takes the chip away."""
         shutil.rmtree(self._chip)

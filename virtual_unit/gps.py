@@ -20,6 +20,8 @@ _GPSD = "/usr/sbin/gpsd"
 _NO_FIX, _2D, _3D = 1, 2, 3
 _NONE, _PLAIN, _DIFFERENTIAL = 0, 1, 2
 
+_NAMES = {(_NO_FIX, _NONE): "none", (_2D, _PLAIN): "2d", (_3D, _PLAIN): "3d", (_3D, _DIFFERENTIAL): "dgps"}
+
 #: Of two-digit years and weeks that start again every 20 years gpsd makes dates of these years alone.
 _YEARS = range(2021, 2070)
 
@@ -85,6 +87,8 @@ class Gps:
         self._key = hex(1 + secrets.randbelow(2**31 - 1))
         self._process = self._receiver = self._port = self._clients = None
         self._unread = b""
+        #: The kind of the last fix and its place; None before the first.
+        self.said = None
 
     @property
     def environment(self):
@@ -187,6 +191,11 @@ class Gps:
         """A receiver that looks for satellites."""
         self._fix(_NO_FIX, _NONE, None, None, None)
 
+    def say_again(self, kind, latitude, longitude):
+        """A fix as `said` had it, at the machine's time."""
+        mode, status = next(key for key, name in _NAMES.items() if name == kind)
+        self._fix(mode, status, latitude, longitude, None)
+
     def say(self, *lines):
         """Has the receiver send lines; see `sentence`.  Does not wait."""
         self.start()
@@ -194,6 +203,7 @@ class Gps:
 
     def _fix(self, mode, status, latitude, longitude, when, timeout=PATIENCE):
         seconds = _seconds(time.time() if when is None else when)
+        self.said = (_NAMES[mode, status], latitude, longitude)
         deadline = time.monotonic() + timeout
         wanted = (mode, status, seconds, latitude, longitude)
         while not _shows(self.exported(), wanted):

@@ -43,6 +43,58 @@ class Hardware(Sibling):
     def initial_values(self, path):
         return _INITIAL[path]
 
+    @property
+    def video_status(self):
+        """1 while the camera's video is there."""
+        return self.get_property(_ROOT, "VideoStatus")
+
+    @property
+    def sonde(self):
+        """Whether the sonde in the camera head is on."""
+        return self.get_property(CAMERA, "Sonde")
+
+    @sonde.setter
+    def sonde(self, on):
+        self.set_property(CAMERA, "Sonde", on)
+
+    @property
+    def reel(self):
+        """Connected, Mode, Absolute and Relative."""
+        return {"Connected": self.get_property(REEL, "Connected"),
+                **{name: self.get_property(DISTANCE, name) for name in ("Mode", "Absolute", "Relative")}}
+
+    @property
+    def power(self):
+        """The properties of the supply."""
+        return self.objects[POWER].values
+
+    @property
+    def cooling(self):
+        """The properties of the cooling."""
+        return self.objects[COOLING].values
+
+    def set_power(self, **changes):
+        """Changes properties of the supply, by their names."""
+        self.set_properties(POWER, changes)
+
+    def set_cooling(self, **changes):
+        """Changes properties of the cooling, by their names."""
+        self.set_properties(COOLING, changes)
+
+    @on_loop
+    def set_power_low(self, low=True):
+        """The power suffices for nothing any more, or does again."""
+        self.power_sufficient = int(not low)
+        self.set_power(LowBatteryWarnings=(low, low), PermittedActions=(not low,) * 5,
+                       SystemPowerLevel=1 if low else _INITIAL[POWER]["SystemPowerLevel"])
+
+    @on_loop
+    def move_reel(self, centimetres):
+        """The cable is moved until the counter, in its mode, shows so many centimetres."""
+        reel = self.reel
+        way = centimetres - reel["Relative" if reel["Mode"] == "relative" else "Absolute"]
+        self.set_properties(DISTANCE, {"Absolute": reel["Absolute"] + way, "Relative": reel["Relative"] + way})
+
     @on_loop
     def set_reel(self, connected=None, mode=None, absolute=None, relative=None):
         """Changes the reel; what is None stays."""

@@ -80,6 +80,8 @@ class InputDevice:
     def __init__(self, root, number, kind, name, seat):
         self.number, self.kind, self.name = number, kind, name
         self.plugged = False
+        #: The codes of the keys that are down.
+        self.down = set()
         self._root = root
         self._input = f"/devices/platform/input{number}/input/input{number}"
         self._path = f"{self._input}/event{number}"
@@ -214,6 +216,7 @@ class Keypad(InputDevice):
 
     def key(self, code, value):
         """One event of a key."""
+        (self.down.add if value else self.down.discard)(code)
         self.emit((_EV_KEY, code, value), (_EV_SYN, 0, 0))
 
     def press(self, code):
@@ -230,6 +233,7 @@ class Keypad(InputDevice):
 
     def type(self, codes):
         """Keys are pressed and released, one after the other, as fast as they are read."""
+        self.down.difference_update(codes)
         self.emit(*(event for code in codes for value in (_PRESSED, _RELEASED)
                     for event in ((_EV_KEY, code, value), (_EV_SYN, 0, 0))))
 

@@ -76,6 +76,11 @@ class Settings(Sibling):
         """A section disappears, as after an update of the daemon that does not know it."""
         self.remove_object(self.section_path(section))
 
+    @on_loop
+    def reset(self, section):
+        """The operator takes a section back to its defaults."""
+        self._reset(section)
+
     def _reset(self, section, keys=None):
         path = self.section_path(section)
         if path not in self.objects:

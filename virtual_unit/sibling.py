@@ -95,6 +95,7 @@ class Sibling:
         connection.add_message_filter(self._filter)
         connection.request_name(self.service, dbus.bus.NAME_FLAG_DO_NOT_QUEUE)
         self._connection = connection
+        self.unit.stir()
 
     @on_loop
     def die(self):
@@ -102,6 +103,7 @@ class Sibling:
         connection, self._connection = self._connection, None
         if connection is not None:
             connection.close()
+            self.unit.stir()
 
     def _state(self, state):
         """A copy of what is the sibling's own."""
@@ -119,6 +121,20 @@ class Sibling:
         self.__dict__.clear()
         self.__dict__.update(state)
 
+    def own_state(self):
+        """Everything that is the sibling's own, by the names of its attributes; for the loop thread."""
+        return {name: value for name, value in self.__dict__.items() if name not in _LASTING}
+
+    @on_loop
+    def take_state(self, state):
+        """Takes over attributes that `own_state` gave, without a word on the bus."""
+        self.__dict__.update(state)
+        self.unit.stir()
+
+    def object_like(self, node, values):
+        """An object as the interface file declares a node, with these values."""
+        return SimulatedObject(self._declared[node], values)
+
     # Objects and properties -------------------------------------------------------------------------------------------
 
     @on_loop
@@ -126,11 +142,13 @@ class Sibling:
         """Makes an object appear, declared as its own node in the interface file or as the node `like`."""
         self.objects[path] = SimulatedObject(self._declared[like or path],
                                              self.initial_values(path) if values is None else values)
+        self.unit.stir()
 
     @on_loop
     def remove_object(self, path):
         """Makes an object disappear; calls to it are answered as unknown."""
         del self.objects[path]
+        self.unit.stir()
 
     def get_property(self, path, name):
         """The plain value of a property."""
@@ -148,6 +166,7 @@ class Sibling:
         for name, value in changed.items():
             typed(item.declared.properties[name].signature, value)
         item.values.update(changed)
+        self.unit.stir()
         for interface in dict.fromkeys(item.declared.properties[name].interface for name in changed):
             if emit:
                 self.emit_changes(path, interface, {name: changed[name] for name in changed
@@ -175,6 +194,7 @@ class Sibling:
             self._connection.send_message(message)
             self._connection.flush()
             self.emissions += 1
+            self.unit.tell_signal(self.name, path, interface, member, arguments)
 
     @on_loop
     def ping(self, destinations, finished):
@@ -201,7 +221,9 @@ class Sibling:
         if message.get_interface() in (PEER, INTROSPECTABLE):
             self._send(connection, message, self._answer(message))
             return
-        fault = self.unit.faults.take(self._record(message))
+        call = self._record(message)
+        fault = self.unit.faults.take(call)
+        self.unit.tell_call(call, fault)
         if fault is None:
             self._send(connection, message, self._answer(message))
         elif fault.kind == "late":
@@ -223,6 +245,7 @@ class Sibling:
             self._end_patience_of(connection, message.get_sender())
         else:
             self._send(connection, message, faulty_reply(fault, message, self.service, self._result_types(message)))
+        self.unit.stir()
 
     def _end_patience_of(self, connection, caller):
         """Lets a caller that waits in vain give up at once, where the unit is to do so."""
@@ -287,9 +310,18 @@ class Sibling:
             raise Refusal("InvalidArgs", f"Invalid arguments '{message.get_signature()}' to call {interface}.{member}"
                                          f"(), expecting '{method.signature}'.")
         arguments = message.get_args_list()
+        if interface == PROPERTIES:
+            self.refresh(path)
         if interface in _STANDARD_BEHAVIOURS:
             return method, _STANDARD_BEHAVIOURS[interface][member](self, path, item, *arguments)
-        return method, getattr(self, f"on_{member}")(path, *map(plain, arguments))
+        return method, self.behaviour(path, member)(path, *map(plain, arguments))
+
+    def behaviour(self, path, member):  # pylint: disable=unused-argument
+        """What carries a member of an object out."""
+        return getattr(self, f"on_{member}")
+
+    def refresh(self, path):
+        """Brings values up to date that change by themselves, before properties are read."""
 
     def _children(self, path):
         prefix = path.rstrip("/") + "/"

@@ -1,5 +1,6 @@
 """The storage daemon: a manager object and the devices, which come and go."""
 
+import contextlib
 import os
 
 from .loop import on_loop
@@ -13,6 +14,8 @@ _PROTOTYPE = _ROOT + "/device"
 _PLACES = {"internal": ("mmc", 0, "/dev/mmcblk0p4", True)}
 _CARD_PLACE = ("usb", 1, "/dev/sda1", False)
 _FREE_BYTES = 8 * 1024 ** 3
+#: Behind the name of a device's folder while the device is pulled out.
+_PULLED = "-pulled"
 
 
 class Storage(Sibling):
@@ -24,9 +27,11 @@ class Storage(Sibling):
     def __init__(self, unit, address):
         self.writes = []
         self.formats = []
+        #: The devices on which nothing new can be made.
+        self.full = []
         super().__init__(unit, address)
         for device in ("internal", "card"):
-            self.add_device(device, os.path.join(unit.directory, "media", device))
+            self.add_device(device, self.usual_mount_point(device))
 
     @staticmethod
     def device_path(device):
@@ -41,6 +46,15 @@ class Storage(Sibling):
         """Where a device is mounted; empty when it is not, None when there is no such device."""
         item = self.objects.get(self.device_path(device))
         return item and item.values["MountPoint"]
+
+    def usual_mount_point(self, device):
+        """Where a device is mounted unless a test says otherwise."""
+        return os.path.join(self.unit.directory, "media", device)
+
+    @property
+    def primary(self):
+        """The device that counts as primary; empty without any."""
+        return self.get_property(_ROOT, "PrimaryDevice")[len(_ROOT) + 1:]
 
     @on_loop
     def add_device(self, device, mount_point):
@@ -62,6 +76,24 @@ class Storage(Sibling):
         self.remove_object(path)
         self.emit(_ROOT, OBJECT_MANAGER, "InterfacesRemoved", path, interfaces)
         self._follow_devices()
+
+    @on_loop
+    def pull_out(self, device, keep_files=False):
+        """A device is pulled out, and what is on it is gone with it unless its files are to stay."""
+        mount_point = self.mount_point(device)
+        if mount_point and not keep_files:
+            os.rename(mount_point, self.usual_mount_point(device) + _PULLED)
+        self.remove_device(device)
+
+    @on_loop
+    def plug_in(self, device):
+        """A device is plugged in and mounted at its usual place, with what was on it when it was pulled out."""
+        mount_point = self.usual_mount_point(device)
+        if os.path.isdir(mount_point + _PULLED):
+            with contextlib.suppress(FileNotFoundError):
+                os.rmdir(mount_point)
+            os.rename(mount_point + _PULLED, mount_point)
+        self.add_device(device, mount_point)
 
     def _follow_devices(self):
         paths = [self.device_path(device) for device in self.devices()]
@@ -85,6 +117,23 @@ class Storage(Sibling):
     def set_low(self, device, low=True):
         """A device runs below its minimum free space, or recovers."""
         self.set_device(device, StorageIsBelowMinimumLevel=low)
+
+    @on_loop
+    def set_full(self, device, full=True):
+        """Nothing is free on a device, so that nothing new can be made there; or there is space again."""
+        self.full = [other for other in self.full if other != device] + [device] * full
+        self.list_full_devices()
+        self.set_device(device, FreeSpace=0 if full else _FREE_BYTES, StorageIsBelowWarningLevel=full,
+                        StorageIsBelowMinimumLevel=full)
+
+    def list_full_devices(self):
+        """Tells the daemon's library where nothing new can be made."""
+        with open(self.unit.full_devices_file, "w", encoding="utf-8") as file:
+            file.writelines(f"{self.mount_point(one)}/*\n" for one in self.full if self.mount_point(one))
+
+    def has_room(self, path):
+        """False when a file is on a full device."""
+        return not any(self.mount_point(one) and path.startswith(self.mount_point(one) + "/") for one in self.full)
 
     def set_read_only(self, device, read_only=True):
         """A device becomes read-only, or writable again."""

@@ -20,6 +20,16 @@ class Sync(Sibling):
         self.syncs = {}
         super().__init__(unit, address)
 
+    @property
+    def active(self):
+        """Whether syncs appear as active."""
+        return self.get_property(_PATH, "HasActiveSyncs")
+
+    @property
+    def status(self):
+        """What is told of the syncs."""
+        return self.get_property(_PATH, "SyncStatus")
+
     @on_loop
     def set_active(self, active):
         """Makes syncs appear as active, or not, whatever was ordered."""

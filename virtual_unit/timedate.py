@@ -1,6 +1,4 @@
-"""Stand-in for systemd-timedated: keeps what it is told and never touches the machine's clock."""
-
-import time
+"""Stand-in for systemd-timedated: keeps what it is told, sets the unit's clock and never touches the machine's."""
 
 from . import zones
 from .loop import on_loop
@@ -10,6 +8,7 @@ from .sibling import Refusal, Sibling
 _KERNEL_END_USEC = (9223372036 - 30 * 365 * 86400) * 1_000_000
 
 _PATH = "/org/freedesktop/timedate1"
+_TIMES = ("TimeUSec", "RTCTimeUSec")
 
 
 class Timedate(Sibling):
@@ -25,9 +24,14 @@ class Timedate(Sibling):
         super().__init__(unit, address)
 
     def initial_values(self, path):
-        now = time.time_ns() // 1000
-        return {"Timezone": zones.INITIAL, "CanNTP": True, "NTP": True, "NTPSynchronized": True, "TimeUSec": now,
-                "RTCTimeUSec": now}
+        return {"Timezone": zones.INITIAL, "CanNTP": True, "NTP": True, "NTPSynchronized": True}
+
+    def get_property(self, path, name):
+        return self.unit.clock.now_usec() if name in _TIMES else super().get_property(path, name)
+
+    def refresh(self, path):
+        if path in self.objects:
+            self.objects[path].values.update(dict.fromkeys(_TIMES, self.unit.clock.now_usec()))
 
     @property
     def timezone(self):
@@ -37,6 +41,15 @@ class Timedate(Sibling):
     @timezone.setter
     def timezone(self, zone):
         self.set_property(_PATH, "Timezone", zone)
+
+    @property
+    def keeps_network_time(self):
+        """Whether the network keeps the clock."""
+        return self.get_property(_PATH, "NTP")
+
+    @keeps_network_time.setter
+    def keeps_network_time(self, on):
+        self.set_property(_PATH, "NTP", on)
 
     @on_loop
     def set_properties(self, path, changes, emit=True):
@@ -53,11 +66,11 @@ class Timedate(Sibling):
                           "Automatic time synchronization is enabled")
         if not relative and usec <= 0:
             raise Refusal("InvalidArgs", "Invalid absolute time")
-        if usec >= _KERNEL_END_USEC:
+        moment = (self.unit.clock.now_usec() if relative else 0) + usec
+        if not 0 < moment < _KERNEL_END_USEC:
             raise Refusal("InvalidArgs", "Failed to set local time: Invalid argument")
         self.times.append(usec)
-        base = self.get_property(path, "TimeUSec") if relative else 0
-        self.set_properties(path, {"TimeUSec": base + usec, "RTCTimeUSec": base + usec}, emit=False)
+        self.unit.clock.set_usec(moment)
 
     def on_SetTimezone(self, path, zone, _interactive):
         """Sets the zone, which must have a zone file."""

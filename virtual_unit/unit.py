@@ -14,6 +14,7 @@ from . import zones as zone_files
 from .audio import Audio
 from .bus import PrivateBus
 from .client import Client
+from .clock import Clock
 from .daemon import Daemon, DaemonFailure
 from .faults import CallLog, Faults
 from .framebuffers import Framebuffers
@@ -25,6 +26,7 @@ from .keypad import InputDevices
 from .loop import shared_loop
 from .patience import PATIENCE
 from .settings import Settings
+from .simulation import Simulation
 from .storage import Storage
 from .sync import Sync
 from .syslog import SyslogReader
@@ -42,7 +44,7 @@ AT_ONCE = 0
 
 #: Where Debian has a file system in memory, not by its other name: umockdev takes what is below /dev for devices.
 #: And what must be free there: several units at a time, with what tests record and draw in them, and their files.
-_MEMORY, _ROOM, _FILES = "/run/shm", 2 * 1024 ** 3, 20_000
+MEMORY, _ROOM, _FILES = "/run/shm", 2 * 1024 ** 3, 20_000
 
 #: The longest folder that leaves room for a socket's name in the 108 bytes of a Unix socket's address.
 _LONGEST_FOLDER = 80
@@ -72,8 +74,8 @@ def _end_with_process():
 def folder_of_units():
     """Where units make their folders unless they are told: short enough for the sockets in them, in memory if there is
     room, unless the user wants them elsewhere."""
-    if not any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))) and _has_room(_MEMORY):
-        return _MEMORY
+    if not any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))) and _has_room(MEMORY):
+        return MEMORY
     folder = tempfile.gettempdir()
     return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
 
@@ -98,6 +100,7 @@ class VirtualUnit:
     bus          False gives a unit whose session bus address leads nowhere
     bus_timeout  seconds after which the daemon gives up a call, as $SYSTEMD_BUS_TIMEOUT; AT_ONCE for a daemon, and
                  other programs with its environment, whose wait ends when a call meets a fault of the kind SILENT
+    name         by which commands choose the unit among others
     zones        folder of the zone files, which need not exist; the build tree's, which all units share, when None
 
     `stop`, and so the end of the `with` block, raises DaemonFailure when the daemon has ended by itself, could not be
@@ -105,7 +108,8 @@ class VirtualUnit:
     """
 
     def __init__(self, build_dir=None, daemon=True, environment=None, directory=None, siblings=ALL_SIBLINGS, bus=True,
-                 bus_timeout=None, zones=None):
+                 bus_timeout=None, zones=None, name=""):
+        self.name = name
         self.build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
         self._with_daemon = daemon
         self._environment = dict(environment or {})
@@ -122,6 +126,8 @@ class VirtualUnit:
         self.directory = None
         self.calls = CallLog()
         self.faults = Faults(self.calls)
+        self.faults.changed = self.stir
+        self.clock = self.simulation = None
         self.errors = []
         self.client = self.log = self.daemon = self.framebuffers = self.gps = None
         self.gpio = self.audio = self.input = None
@@ -163,6 +169,8 @@ class VirtualUnit:
             bus.wait_ready()
         self.framebuffers = Framebuffers(self.directory)
         self.gps = Gps(self.build_dir, self.directory)
+        self.clock = Clock(self.directory)
+        self.clock.changed = self.stir
         self.gpio = Gpio(self.directory)
         self.audio = Audio(self.directory)
         self.input = InputDevices(self.directory)
@@ -171,7 +179,8 @@ class VirtualUnit:
         self.daemon = Daemon(self.build_dir, self.directory, {
             "DBUS_SESSION_BUS_ADDRESS": self.session_address, "DBUS_SYSTEM_BUS_ADDRESS": self.system_address,
             **self.framebuffers.environment, **self.gpio.environment, **self.audio.environment,
-            **self.input.environment, **self.gps.environment, "CCU_LOGS": self.logs_folder,
+            **self.input.environment, **self.gps.environment, **self.clock.environment,
+            "CCU_FULL_DISKS": self.full_devices_file, "CCU_LOGS": self.logs_folder,
             "CCU_ZONES": self.zones_folder, "CCU_LOCALTIME": self.local_time_link,
             "CCU_GIVE_UP": self._give_up_folder if self.gives_up_at_once else None,
             **self._environment})
@@ -196,6 +205,9 @@ class VirtualUnit:
             self._siblings[kind.name] = sibling
             setattr(self, kind.name, sibling)
             sibling.revive()
+        if self._with_bus:
+            self.simulation = Simulation(self, self.session_address)
+            self.simulation.revive()
 
     def remember(self):
         """Notes the siblings' state for `renew`."""
@@ -223,6 +235,9 @@ class VirtualUnit:
         for folder in (*filter(None, map(self.mount_point, ("internal", "card"))), self.logs_folder):
             os.makedirs(folder)
         self.point_local_time(zone_files.INITIAL)
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(self.full_devices_file)
+        self.clock.follow()
         self.calls.clear()
         self.log.clear()
         self.client.clear()
@@ -262,7 +277,7 @@ class VirtualUnit:
 
     def _release(self):
         """Frees whoever waits for a part of the unit."""
-        for sibling in self._siblings.values():
+        for sibling in (*self._siblings.values(), *filter(None, [self.simulation])):
             sibling.die()
         if self.audio is not None:
             self.audio.mend()
@@ -272,6 +287,7 @@ class VirtualUnit:
     def start_daemon(self, wait=True, timeout=PATIENCE):
         """Starts the daemon and waits until it is ready."""
         self.daemon.start(wait, timeout)
+        self.stir()
 
     def stop_daemon(self, number=signal.SIGTERM, timeout=PATIENCE):
         """Ends the daemon by a signal; returns its exit status, negative when the signal itself ended it."""
@@ -299,6 +315,32 @@ class VirtualUnit:
     def pid(self):
         """The daemon's process id."""
         return self.daemon.pid
+
+    # What is told of it -----------------------------------------------------------------------------------------------
+
+    @property
+    def siblings(self):
+        """What is simulated, by its name."""
+        return dict(self._siblings)
+
+    def stir(self):
+        """Something has happened that those who watch the unit may want to know."""
+        if self.simulation is not None:
+            self.simulation.stir()
+
+    def tell_call(self, call, fault):
+        """A sibling has got a call, which has met a fault or None."""
+        if self.simulation is not None:
+            self.simulation.tell_call(call, fault)
+
+    def tell_signal(self, sender, path, interface, member, arguments):
+        """A sibling has sent a signal."""
+        if self.simulation is not None and sender != self.simulation.name:
+            self.simulation.tell_signal(sender, path, interface, member, arguments)
+
+    def watched_folders(self):
+        """The folders in which the daemon and its tools change files that show what they do."""
+        return [self.directory, *self.gpio.folders, *self.audio.folders, self.framebuffers.directory]
 
     # The unit ---------------------------------------------------------------------------------------------------------
 
@@ -334,6 +376,11 @@ class VirtualUnit:
         return os.path.join(self.directory, "logs")
 
     @property
+    def full_devices_file(self):
+        """The file that tells the daemon where nothing new can be made."""
+        return os.path.join(self.directory, "full-devices")
+
+    @property
     def local_time_link(self):
         """The link that is /etc/localtime to the daemon."""
         return os.path.join(self.directory, "localtime")
@@ -359,6 +406,8 @@ class VirtualUnit:
             if not isinstance(sibling, _SYSTEM_BUS_SIBLINGS):
                 sibling.die()
                 sibling.revive()
+        self.simulation.die()
+        self.simulation.revive()
         self.client.close()
         self.client = Client(self.session_address)
 

@@ -9,16 +9,11 @@ import threading
 
 from .daemon import DaemonFailure
 from .ending import Ending
-from .key import mark_for_keys
 from .panel import Panel, Screen
+from .registry import NoUnit, announce, choose
 from .unit import VirtualUnit
 
 _LEVELS = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
-
-
-def _exports(unit):
-    return {"DBUS_SESSION_BUS_ADDRESS": unit.session_address, "DBUS_SYSTEM_BUS_ADDRESS": unit.system_address,
-            "CCU_UNIT": unit.directory}
 
 
 def _format(line):
@@ -27,7 +22,7 @@ def _format(line):
 
 def _serve(unit, ending):
     """Shows how to reach the unit, and follows its panel and the daemon's log until the user or the daemon ends it."""
-    for name, value in _exports(unit).items():
+    for name, value in choose(unit.directory).exports.items():
         print(f"export {name}={shlex.quote(value)}", flush=True)
     stop = threading.Event()
     screen = Screen(sys.stderr)
@@ -38,7 +33,7 @@ def _serve(unit, ending):
         follower.start()
     try:
         with ending:
-            status = unit.wait_exit(timeout=None)
+            status = unit.daemon.wait_unbidden_end()
     except KeyboardInterrupt:
         return 0
     finally:
@@ -55,7 +50,7 @@ def _run(unit, ending, command):
     try:
         with ending:
             status = subprocess.run(command, cwd=os.environ.get("CCU_CALLER_DIR"),
-                                    env={**os.environ, **_exports(unit)}, check=False).returncode
+                                    env=choose(unit.directory).environment(), check=False).returncode
     except KeyboardInterrupt:
         return 128 + signal.SIGINT
     except OSError as error:
@@ -64,13 +59,12 @@ def _run(unit, ending, command):
     return 128 - status if status < 0 else status
 
 
-def up(command, build_dir=None):
-    """Starts a unit, with a command in it if there is one; returns the exit status for the shell."""
+def up(command, build_dir=None, name=""):
+    """Starts a unit that others find by its name, with a command in it if there is one; returns the exit status for the shell."""
     ending = Ending()
     try:
-        with VirtualUnit(build_dir) as unit:
-            mark_for_keys(unit.directory)
+        with VirtualUnit(build_dir) as unit, announce(unit, name):
             return _run(unit, ending, command) if command else _serve(unit, ending)
-    except (DaemonFailure, OSError) as error:
+    except (DaemonFailure, NoUnit, OSError) as error:
         print("\n".join([str(error), *getattr(error, "__notes__", [])]), file=sys.stderr)
         return 1

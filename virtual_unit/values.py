@@ -1,5 +1,7 @@
 """Between plain Python values and the typed values of the bus."""
 
+from dataclasses import dataclass
+
 import dbus
 import dbus.lowlevel
 
@@ -10,12 +12,11 @@ _BASIC = {
 _PLAIN = ((dbus.Boolean, bool), (float, float), (int, int), (str, str))
 
 
+@dataclass
 class Typed:
     """A value that names its own D-Bus type, for what the interface files do not know or deliberately contradict."""
-
-    def __init__(self, signature, value):
-        self.signature = signature
-        self.value = value
+    signature: str
+    value: object
 
 
 def complete_types(signature):

@@ -99,7 +99,7 @@ class Video(Sibling):
     def grow(self, kind="video", size=4096, approaching_limit=False):
         """The recording's file grows by that many bytes, which is announced."""
         path = self.get(KINDS[kind].filename)
-        if path and size:
+        if path and size and os.path.isdir(os.path.dirname(path)):  # not on a storage that is gone
             with open(path, "ab") as file:
                 file.write(bytes(size))
         self.emit(_PATH, _INTERFACE, KINDS[kind].grew, path, approaching_limit)
@@ -121,9 +121,25 @@ class Video(Sibling):
         for kind in KINDS:
             self.change(kind, OFF, **{KINDS[kind].filename: "", f"Previous{KINDS[kind].filename}": ""})
 
+    @on_loop
+    def end(self, kind="video"):
+        """A recording ends by itself."""
+        self._stop(KINDS[kind])
+
+    @on_loop
+    def turn(self, roll=None, pitch=None):
+        """The camera head is turned or tilted to an angle in degrees."""
+        self.set_properties(_PATH, {
+            **({} if roll is None else {"CameraRollAngleRaw": roll, "CameraRollAngle": str(roll)}),
+            **({} if pitch is None else {"CameraPitchAngle": pitch})})
+
+    def _has_room(self, path):
+        return self.unit.storage is None or self.unit.storage.has_room(path)
+
     def _start(self, kind, *order):
         order = Order(*order)
-        if self.get(kind.state) != OFF or not os.path.isdir(os.path.dirname(order.path)):
+        if self.get(kind.state) != OFF or not os.path.isdir(os.path.dirname(order.path)) or \
+                not self._has_room(order.path):
             return _REFUSED
         with open(order.path, "wb") as file:
             file.write(_FIRST_BYTES)
@@ -151,7 +167,7 @@ class Video(Sibling):
     def on_Snapshot(self, _path, path, width, height, quality):
         """Writes a picture of that size."""
         fits = 0 < width <= LARGEST_PICTURE[0] and 0 < height <= LARGEST_PICTURE[1] and 0 < quality <= 100
-        if not fits or not os.path.isdir(os.path.dirname(path)):
+        if not fits or not os.path.isdir(os.path.dirname(path)) or not self._has_room(path):
             return _REFUSED
         with open(path, "wb") as file:
             file.write(picture(width, height))

@@ -17,7 +17,7 @@ SECONDS = 1_750_000_000  # 2025-06-15 15:06:40 UTC
 
 @pytest.fixture(scope="module", name="shared")
 def shared_fixture():
-    """One unit for all: its clock is the stand-in's, which no test depends on."""
+    """One unit for all."""
     with VirtualUnit() as started:
         yield started
 
@@ -28,6 +28,7 @@ def unit_fixture(shared):
     shared.faults.clear()
     shared.timedate.timezone = LONDON
     shared.sync.set_active(False)
+    shared.clock.follow()
     shared.settle()
     shared.client.clear()
     return shared

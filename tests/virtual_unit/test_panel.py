@@ -13,8 +13,8 @@ import threading
 import pytest
 
 from virtual_unit import PATIENCE, VirtualUnit
-from virtual_unit.key import mark_for_keys
 from virtual_unit.panel import Panel, Screen
+from virtual_unit.registry import announce
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 _HALVEX = ("com.tavilon.common.Halvex1", "/com/tavilon/common/Halvex1", "com.tavilon.common.Halvex1.Control")
@@ -98,12 +98,15 @@ def home():
 
 
 @contextlib.contextmanager
-def _listened_to(home, marked=True):
-    """A unit whose keypad somebody has open, and a function that reads the codes and states of the keys."""
-    with VirtualUnit(daemon=False, directory=home, siblings=()) as unit:
-        if marked:
-            mark_for_keys(unit.directory)
+def _listened_to(home, name=None):
+    """A unit that commands find, where it has a name, whose keypad somebody has open; and a function that reads the
+    codes and states of the keys."""
+    with contextlib.ExitStack() as stack:
+        unit = stack.enter_context(VirtualUnit(daemon=False, directory=home, siblings=()))
+        if name is not None:
+            stack.enter_context(announce(unit, name))
         reader = os.open(unit.keypad.node, os.O_RDONLY | os.O_NONBLOCK)
+        stack.callback(os.close, reader)
 
         def keys():
             try:
@@ -112,10 +115,7 @@ def _listened_to(home, marked=True):
                 return []
             return [event[3:] for event in events if event[2] == 1]
 
-        try:
-            yield unit, keys
-        finally:
-            os.close(reader)
+        yield unit, keys
 
 
 def _key(home, *arguments, unit=None):
@@ -127,36 +127,43 @@ def _key(home, *arguments, unit=None):
 
 @pytest.mark.parametrize("arguments, keys", [
     (("30",), [(30, 1), (30, 0)]), (("30", "press"), [(30, 1)]), (("30", "release"), [(30, 0)]),
-    (("248", "repeat"), [(248, 2)]),
+    (("248", "repeat"), [(248, 2)]), (("Enter", "press"), [(28, 1)]), (("KEY_ENTER", "press"), [(28, 1)]),
+    (("f1",), [(59, 1), (59, 0)]),
 ])
 def test_a_key_of_the_one_unit(home, arguments, keys):
     """The only unit that is there for people is found."""
-    with _listened_to(home) as (_, typed), _listened_to(home, marked=False) as (_, others):
-        assert _key(home, *arguments).returncode == 0
+    with _listened_to(home, "mine") as (_, typed), _listened_to(home) as (_, others):
+        done = _key(home, *arguments)
+        assert done.returncode == 0, done.stderr
         assert typed() == keys and others() == []
 
 
 def test_a_key_of_one_of_several_units(home):
     """Of several units one has to be named."""
-    with _listened_to(home) as (unit, typed), _listened_to(home) as (_, others):
+    with _listened_to(home, "one") as (unit, typed), _listened_to(home, "other") as (_, others):
         done = _key(home, "30")
-        assert done.returncode == 1 and "several units are running: set CCU_UNIT to one of" in done.stderr
+        assert done.returncode == 1
+        assert done.stderr == ("ccu: several units are running: choose with --unit, or CCU_UNIT, one of one, other\n")
         assert _key(home, "30", "press", unit=unit.directory).returncode == 0
-        assert typed() == [(30, 1)] and others() == []
+        assert _key(home, "31", "press", unit="one").returncode == 0
+        assert _key(home, "32", "press", "--unit", "one", unit="other").returncode == 0
+        assert typed() == [(30, 1), (31, 1), (32, 1)] and others() == []
 
 
 def test_a_key_of_no_unit(home):
     """A key that nobody would hear of is told."""
     assert "no unit is running" in _key(home, "30").stderr
-    with VirtualUnit(daemon=False, directory=home, siblings=()) as unit:
-        mark_for_keys(unit.directory)
-        assert "no unit is running" in _key(home, "30").stderr
-        done = _key(home, "30", unit=unit.directory)
+    with VirtualUnit(daemon=False, directory=home, siblings=()) as unit, announce(unit):
+        done = _key(home, "30")
         assert done.returncode == 1 and "nobody listens to the keypad" in done.stderr
 
 
-@pytest.mark.parametrize("arguments", [("F1",), ("30", "hit"), ()])
-def test_keys_that_make_no_sense(home, arguments):
-    """A command that is not understood says how it is written."""
-    done = _key(home, *arguments)
-    assert done.returncode == 2 and "usage:" in done.stderr
+@pytest.mark.parametrize("arguments, status, told", [
+    (("Entre",), 1, "no key 'Entre'; meant is perhaps Enter"), (("249",), 1, "no key '249'"),
+    (("30", "hit"), 2, "usage:"), ((), 2, "usage:")])
+def test_keys_that_make_no_sense(home, arguments, status, told):
+    """A command that is not understood says why."""
+    with _listened_to(home, "mine") as (_, typed):
+        done = _key(home, *arguments)
+        assert done.returncode == status and told in done.stderr
+        assert typed() == []

@@ -263,7 +263,7 @@ def test_units_are_in_memory_where_there_is_room(monkeypatch):
     """Unless the user says otherwise."""
     for name in ("TMPDIR", "TEMP", "TMP"):
         monkeypatch.delenv(name, raising=False)
-    monkeypatch.setattr("virtual_unit.unit._MEMORY", _ROOT)
+    monkeypatch.setattr("virtual_unit.unit.MEMORY", _ROOT)
     monkeypatch.setattr("virtual_unit.unit._ROOM", 1)
     monkeypatch.setattr("virtual_unit.unit._FILES", 0)
     assert folder_of_units() == _ROOT

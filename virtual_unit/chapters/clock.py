@@ -43,7 +43,7 @@ def _moment(values, rules):
 
 
 def _is_now(stage, values):
-    now = datetime.datetime.now(datetime.timezone.utc)
+    now = datetime.datetime.fromtimestamp(stage.unit.clock.now(), datetime.timezone.utc)
     return abs((_moment(values, _rules(stage)) - now).total_seconds()) < _TOLERANCE_SECONDS
 
 
@@ -96,6 +96,7 @@ def _set_clock(stage):
     _done(stage, "SetTime", 2026, 1, 31, 12, 30, 0, False, True)
     stage.check("microseconds at timedated", stage.unit.timedate.times[-1], int(moment.timestamp()) * 1_000_000)
     _check_told(stage, seconds=moment.timestamp())
+    stage.check("the clock goes on from there", _is_now(stage, stage.call("GetTime", True)), True)
 
 
 def _walk(stage):
