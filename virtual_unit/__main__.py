@@ -14,6 +14,12 @@ def _demo(arguments):
     return show_chapters() if arguments.list else demo(arguments.build_dir, arguments.chapter)
 
 
+def _run(arguments):
+    from .run import run, show_scenarios  # pylint: disable=import-outside-toplevel
+    return show_scenarios() if arguments.list else run(arguments.file, arguments.unit, arguments.junit,
+                                                       arguments.build_dir)
+
+
 def _on_unit(name):
     """Calls a function of the module of commands for a unit that runs."""
     def run(arguments):
@@ -58,6 +64,12 @@ class Commands:
         command.add_argument("chapter", nargs="?", metavar="CHAPTER", help="one chapter, by its number or words of its "
                                                                            "title (default: all)")
         command.add_argument("--list", action="store_true", help="list the chapters")
+        self._add_build_dir(command)
+        command = self._add("run", _run, "play scenarios, each on a unit of its own or on one that runs", _UNIT)
+        command.add_argument("file", nargs="*", metavar="FILE", help="a file of steps, or the name of one that comes "
+                                                                     "along (default: all of these)")
+        command.add_argument("--list", action="store_true", help="list the scenarios that come along")
+        command.add_argument("--junit", metavar="FILE", help="write the outcomes as JUnit XML")
         self._add_build_dir(command)
         command = self._add("key", _on_unit("key"), "press a key of a unit that runs", _UNIT, _JSON)
         command.add_argument("key", metavar="KEY", help="the key, by its name in evdev (Enter, KEY_ENTER) or its code")

@@ -162,6 +162,11 @@ class Client:
                 raise TimeoutError(f"{count} x {member} not seen within {timeout} s; signals were: {self.signals}")
             return found()[count - 1]
 
+    def wait_until(self, condition, timeout=PATIENCE):
+        """Waits, until the time is over, for signals that make the condition hold; returns what it returned last."""
+        with self._changed:
+            return self._changed.wait_for(condition, timeout)
+
     def sync(self, timeout=PATIENCE):
         """Waits until every signal that the service has already sent is in `signals`.
 

@@ -15,6 +15,7 @@ class Remote:
 
     def __init__(self, session):
         self._client = Client(session, SERVICE, ROOT, SERVICE)
+        self._before = []
 
     def close(self):
         """Ends the connection."""
@@ -38,6 +39,24 @@ class Remote:
     def settle(self, seconds=SETTLE_SECONDS):
         """Waits until the daemon has dealt with everything; returns whether it has."""
         return self._client.call("Settle", "d", float(seconds), timeout=2 * PATIENCE)[0]
+
+    def subscribe(self):
+        """From now on what happens is told, lines of the log with those before."""
+        self._client.call("Subscribe")
+        self._before = [text for _, text in self._client.call("Log")[0]]
+        self._client.clear()
+
+    def _logged(self):
+        return self._before + [signal.args[1] for signal in self._client.signals if signal.member == "Logged"]
+
+    def wait_line(self, text, since=0, timeout=PATIENCE):
+        """Waits for a line with the text, from one of a number on; returns the number of the first, None in vain."""
+        def found():
+            lines = self._logged()
+            return next(([number] for number in range(since, len(lines)) if text in lines[number]), None)
+
+        place = self._client.wait_until(found, timeout)
+        return place[0] if place else None
 
     def state(self, noun):
         """The values of an object's properties."""

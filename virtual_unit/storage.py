@@ -1,7 +1,7 @@
 """The storage daemon: a manager object and the devices, which come and go."""
 
-import contextlib
 import os
+import shutil
 
 from .loop import on_loop
 from .sibling import Sibling
@@ -90,8 +90,7 @@ class Storage(Sibling):
         """A device is plugged in and mounted at its usual place, with what was on it when it was pulled out."""
         mount_point = self.usual_mount_point(device)
         if os.path.isdir(mount_point + _PULLED):
-            with contextlib.suppress(FileNotFoundError):
-                os.rmdir(mount_point)
+            shutil.rmtree(mount_point, ignore_errors=True)  # what was made at the empty place is beneath the mount
             os.rename(mount_point + _PULLED, mount_point)
         self.add_device(device, mount_point)
 

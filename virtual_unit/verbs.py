@@ -4,8 +4,8 @@ The file is the one place where they are declared; help, types, completion and t
 """
 
 import argparse
+import difflib
 import functools
-import os
 import re
 import string
 from dataclasses import dataclass
@@ -253,3 +253,55 @@ def choices_of(argument, given):
     if argument.kind == "b":
         return ["on", "off"]
     return list(_SOURCES[argument.choices](given)) if argument.choices in _SOURCES else argument.fixed_choices
+
+
+# Words without a shell ------------------------------------------------------------------------------------------------
+
+
+def _meant(what, word, known):
+    """The entry of a word, or a ValueError that names those that there are and the one that is perhaps meant."""
+    if word in known:
+        return known[word]
+    close = difflib.get_close_matches(word, known, 1)
+    raise ValueError(f"no {what} '{word}'" + (f", perhaps '{close[0]}'" if close else "") +
+                     f"; there are: {', '.join(known)}")
+
+
+def _split_options(verb, words):
+    """The words without options, and the texts of the options by the names of their arguments."""
+    options = {f"--{argument.word}": argument for argument in verb.inputs if argument.is_option}
+    given, rest, words = {}, [], list(words)
+    while words:
+        word = words.pop(0)
+        if not word.startswith("--"):
+            rest.append(word)
+            continue
+        argument = _meant("option", word, options)
+        if not words:
+            raise ValueError(f"{word} lacks its value")
+        given[argument.name] = words.pop(0)
+    return rest, given
+
+
+def parse_words(words):
+    """The verb and the values of its arguments that words name, as those behind "do"; a ValueError says what is wrong.
+    A word that begins with "$" stands for any text."""
+    words = with_default_verb(words)
+    noun = _meant("noun", words[0] if words else "", nouns())
+    verb = _meant(f"verb of {noun.name}", words[1] if len(words) > 1 else "", noun.verbs)
+    rest, texts = _split_options(verb, words[2:])
+    for argument in verb.inputs:
+        if not argument.is_option and rest:
+            texts[argument.name] = rest.pop(0)
+        elif argument.default is None:
+            raise ValueError(f"{noun.name} {verb.name} lacks {argument.word}")
+    if rest:
+        raise ValueError(f"{noun.name} {verb.name} takes no '{rest[0]}'")
+    values = {}
+    for argument in verb.inputs:
+        text = texts.get(argument.name, argument.default)
+        try:
+            values[argument.name] = text if text.startswith("$") else argument.value(text)
+        except ValueError as error:
+            raise ValueError(f"{argument.word}: {error}") from None
+    return verb, values
