@@ -12,7 +12,8 @@ from dataclasses import dataclass, field
 
 import yaml
 
-from .declaration import controller_members
+from interfaces.introspection import controller_members
+
 from .verbs import convert, nouns, parse_words
 
 FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "scenarios")

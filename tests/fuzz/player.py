@@ -7,6 +7,7 @@ import re
 import tempfile
 import time
 
+from interfaces.introspection import controller_members, members
 from interfaces.pages import codes, errors
 from tests.fuzz import steps
 from virtual_unit import ALL_SIBLINGS, ANSWER, AT_ONCE, CODE, DbusFailure, PATIENCE, Typed, VirtualUnit
@@ -18,7 +19,7 @@ PLANTED = os.path.join("tests", "fuzz", "libplanted.so")
 
 _FAULTS = {"absent": faults.ABSENT, "refuse": faults.REFUSE, "wrong type": faults.WRONG_TYPE, "silent": faults.SILENT,
            "die": faults.DIE, "die after": faults.DIE_AFTER}
-_MEMBERS = {member.name: member for member in declaration.controller_members()}
+_MEMBERS = {member.name: member for member in controller_members()}
 _BEFORE_OUR_CODE = ("InvalidArgs", "UnknownMethod", "UnknownProperty", "PropertyReadOnly")
 #: A conversion of printf that nobody has carried out, and what it makes of nothing.
 _CONVERSION = re.compile(r"%[-+ #0']*[\d*]*(\.[\d*]+)?(hh|h|ll|l|z|j|t)?[diouxXeEfgGaAcspnm]|\(null\)")
@@ -228,7 +229,7 @@ class Player:
         client = self.unit.client
         future = client.request(client.service, client.path, declaration.INTROSPECTABLE, "Introspect",
                                 timeout=3 * self.patience)
-        found = declaration.members(self._answer(future, "Introspect").result(0).args[0], client.interface)
+        found = members(self._answer(future, "Introspect").result(0).args[0], client.interface)
         self._expect({member.name for member in found} == set(_MEMBERS), "types", "introspection lacks members")
 
     # What siblings do -------------------------------------------------------------------------------------------------

@@ -5,6 +5,7 @@ What belongs to one unit's folder stands in a text as a word with "@", see `Play
 
 from hypothesis import strategies as st
 
+from interfaces.introspection import controller_members
 from virtual_unit import ALL_SIBLINGS, declaration
 from virtual_unit.values import complete_types
 
@@ -74,7 +75,7 @@ def _least(signature):
     return {"a": [], "v": ["s", "x"], "s": "x", "o": "/", "g": "", "b": False, "d": 0.0}.get(kind, 0)
 
 
-_MEMBERS = declaration.controller_members()
+_MEMBERS = controller_members()
 _METHODS = {member.name: member.types[0] for member in _MEMBERS if member.kind == "method"}
 _PROPERTIES = {member.name: member.signature for member in _MEMBERS if member.kind == "property"}
 _WRITABLE = {member.name: member.signature for member in _MEMBERS if member.access == "readwrite"}

@@ -204,7 +204,8 @@ def test_over_tcp(unit, driver, start_bus):
     """With the IP in place of the host that the address names."""
     local, tcp = start_bus()
     calls = CallLog()
-    remote = Hardware(SimpleNamespace(calls=calls, faults=Faults(calls), errors=[]), local)
+    told = dict.fromkeys(("stir", "tell_call", "tell_signal"), lambda *_: None)
+    remote = Hardware(SimpleNamespace(calls=calls, faults=Faults(calls), errors=[], **told), local)
     remote.revive()
     remote.set_property(SONDE[0], "Sonde", False)
     choose(unit, LOOPBACK, tcp.replace(LOOPBACK, "no.such.host"))
