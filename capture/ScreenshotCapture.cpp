@@ -3,6 +3,7 @@
 #include "capture/CaptureReply.h"
 #include "capture/MarkerFiles.h"
 #include "capture/PixelBlend.h"
+#include "capture/ScreenNames.h"
 #include "dbus_helper/Descriptor.h"
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
@@ -27,10 +28,6 @@ namespace
 using DbusHelper::CaptureErrorCode;
 using DbusHelper::FixedString;
 using DbusHelper::signature;
-
-constexpr const char* videoDevice = "/dev/fb0";
-constexpr const char* overlayDevice = "/dev/fb1";
-constexpr const char* defaultFolder = "/mnt/ccu-data/logs";
 
 using ScreenshotCall = PictureCall<std::string>;
 
@@ -197,7 +194,7 @@ int ScreenshotCapture::Screenshot(const ScreenshotCall& call)
     }
     if (folder.empty())
     {
-        folder = defaultFolder;
+        folder = logsFolder;
     }
     std::error_code error;
     if (!std::filesystem::is_directory(FsStatus(folder, error)))

@@ -30,6 +30,14 @@ Heard KindOf(const sd_bus_error* error)
 
 } // namespace
 
+int OpenForLooks(LookBus& bus, int (*open)(DbusHelper::BusHandle& bus))
+{
+    DbusHelper::BusHandle opened;
+    const int result = open(opened);
+    bus.reset(opened.release());
+    return result;
+}
+
 void Inquiry::GetAs(const DbusHelper::Endpoint& endpoint, const char* property, const char* signature, Hearing& hearing,
                     Reader read)
 {

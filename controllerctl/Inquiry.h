@@ -39,6 +39,16 @@ struct Reply : Hearing
     [[nodiscard]] bool Well() const { return heard == Heard::Well; }
 };
 
+/// A connection for looks: dropped when it goes, without waiting for a bus that hangs.
+struct BusDropper
+{
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+using LookBus = std::unique_ptr<sd_bus, BusDropper>;
+
+/// Opens one; what sd-bus returns, negative errno-style on failure.
+[[nodiscard]] int OpenForLooks(LookBus& bus, int (*open)(DbusHelper::BusHandle& bus) = &DbusHelper::OpenUserBus);
+
 /// Asks many questions at once on one connection, and waits for all of their answers together: who is silent costs no
 /// more than the time for all. Replies live longer than the inquiry that fills them.
 class Inquiry

@@ -1,4 +1,5 @@
 #include "controllerctl/Events.h"
+#include "controllerctl/Inquiry.h"
 #include "controllerctl/MessageValues.h"
 #include "controllerctl/SiblingSignals.h"
 #include "controllerctl/Verb.h"
@@ -158,8 +159,8 @@ int WaitForBoth(const ControllerSignals& controller, sd_bus* bus)
 
 int FollowBoth(ControllerSignals& controller, Teller& teller)
 {
-    DbusHelper::BusHandle bus;
-    int result = DbusHelper::OpenUserBus(bus);
+    LookBus bus;
+    int result = OpenForLooks(bus);
     SiblingSignals family(bus.get(),
                           [&](const char* who, sd_bus_message* signal) { return ShowSignal(teller, who, signal); });
     result = result < 0 ? result : family.Listen();

@@ -50,9 +50,9 @@ int LookAtVideo(sd_bus* bus, const KindOfRecording& kind, VideoLook& look)
 
 VideoLook LookAtVideo(const KindOfRecording& kind)
 {
-    DbusHelper::BusHandle bus;
+    LookBus bus;
     VideoLook look;
-    if (DbusHelper::OpenUserBus(bus) >= 0)
+    if (OpenForLooks(bus) >= 0)
     {
         std::ignore = LookAtVideo(bus.get(), kind, look);
     }
@@ -71,8 +71,8 @@ class RecordingWatch
     bool Follow()
     {
         constexpr int second = 1000;
-        DbusHelper::BusHandle bus;
-        int result = DbusHelper::OpenUserBus(bus);
+        LookBus bus;
+        int result = OpenForLooks(bus);
         SiblingSignals signals(bus.get(),
                                [this](const char* who, sd_bus_message* signal) { return Hear(who, signal); });
         result = result < 0 ? result : signals.Listen();

@@ -145,8 +145,8 @@ class Watch
 
 Answer Status(const Arguments& arguments)
 {
-    DbusHelper::BusHandle bus;
-    int result = DbusHelper::OpenUserBus(bus);
+    LookBus bus;
+    int result = OpenForLooks(bus);
     if (result >= 0 && arguments.at("watch").get<bool>())
     {
         return Watch(bus.get(), arguments).Run();

@@ -91,13 +91,8 @@ void AskController(Inquiry& inquiry, const Property& property, Reply<Json>& repl
     }
 }
 
-void AskVideo(Inquiry& inquiry, UnitLook& look)
+void AskPlayback(Inquiry& inquiry, UnitLook& look)
 {
-    for (size_t i = 0; i < kindsOfRecording.size(); ++i)
-    {
-        inquiry.Get(Videod::control, kindsOfRecording.at(i).state, look.recordings.at(i).state);
-        inquiry.Get(Videod::control, kindsOfRecording.at(i).file, look.recordings.at(i).file);
-    }
     inquiry.Get(Videod::control, "PlaybackState", look.playbackState);
     inquiry.Get(Videod::control, "PlaybackFilename", look.playbackFile);
     inquiry.Get(Videod::control, "PlaybackPosition", look.playbackPosition);
@@ -106,15 +101,9 @@ void AskVideo(Inquiry& inquiry, UnitLook& look)
 
 void AskSiblings(Inquiry& inquiry, UnitLook& look)
 {
-    AskVideo(inquiry, look);
-    const DbusHelper::Endpoint objects{Storaged::manager.service, Storaged::manager.path,
-                                       "org.freedesktop.DBus.ObjectManager"};
-    inquiry.CallAs(
-        objects, "GetManagedObjects", [](sd_bus_message*) { return 0; }, look.storages,
-        [&look](sd_bus_message* answer) {
-            return sdbus_utils::object_manager::ParseManagedObjects(answer, look.storages.value);
-        });
-    inquiry.Get(Storaged::manager, "PrimaryDevice", look.primaryStorage);
+    AskRecordings(inquiry, look);
+    AskPlayback(inquiry, look);
+    AskStorages(inquiry, look);
     inquiry.Call(libjobsdaemon::jobsDaemon, "GetCurrentJobID", look.job);
     inquiry.Call(libjobsdaemon::jobsDaemon, "GetCurrentJobDeviceID", look.jobDevice);
     inquiry.Get(Halvexd::power, "ActivePowerSource", look.powerSource);
@@ -191,6 +180,27 @@ std::vector<StorageLook> UnitLook::Devices() const
         }
     }
     return devices;
+}
+
+void AskRecordings(Inquiry& inquiry, UnitLook& look)
+{
+    for (size_t i = 0; i < kindsOfRecording.size(); ++i)
+    {
+        inquiry.Get(Videod::control, kindsOfRecording.at(i).state, look.recordings.at(i).state);
+        inquiry.Get(Videod::control, kindsOfRecording.at(i).file, look.recordings.at(i).file);
+    }
+}
+
+void AskStorages(Inquiry& inquiry, UnitLook& look)
+{
+    const DbusHelper::Endpoint objects{Storaged::manager.service, Storaged::manager.path,
+                                       "org.freedesktop.DBus.ObjectManager"};
+    inquiry.CallAs(
+        objects, "GetManagedObjects", [](sd_bus_message*) { return 0; }, look.storages,
+        [&look](sd_bus_message* answer) {
+            return sdbus_utils::object_manager::ParseManagedObjects(answer, look.storages.value);
+        });
+    inquiry.Get(Storaged::manager, "PrimaryDevice", look.primaryStorage);
 }
 
 int LookAtUnit(sd_bus* bus, const LookLimits& limits, UnitLook& look)

@@ -68,6 +68,10 @@ struct UnitLook
     [[nodiscard]] std::vector<StorageLook> Devices() const;
 };
 
+/// Parts of the look, for who needs no more.
+void AskRecordings(Inquiry& inquiry, UnitLook& look);
+void AskStorages(Inquiry& inquiry, UnitLook& look);
+
 /// How long each side has for its answers.
 struct LookLimits
 {

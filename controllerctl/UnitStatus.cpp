@@ -1,9 +1,8 @@
 #include "controllerctl/UnitStatus.h"
 
+#include "controllerctl/Gpsd.h"
 #include "controllerctl/Properties.h"
 #include "controllerctl/RecordingFile.h"
-
-#include <sys/shm.h>
 
 #include <algorithm>
 #include <array>
@@ -86,15 +85,6 @@ const StorageLook* HolderOf(const string& file, const std::vector<StorageLook>& 
         }
     }
     return holder;
-}
-
-/// Whether a receiver's fixes are to be had, as the controller takes them: from the memory that gpsd shares.
-bool IsGpsdThere()
-{
-    constexpr key_t usualKey = 0x47505344;
-    constexpr int anyBase = 0;
-    const char* key = std::getenv("GPSD_SHM_KEY");
-    return shmget(key == nullptr ? usualKey : static_cast<key_t>(std::strtol(key, nullptr, anyBase)), 0, 0) >= 0;
 }
 
 // JSON ----------------------------------------------------------------------------------------------------------------

@@ -47,6 +47,7 @@ using Verbs = std::vector<Verb>;
 [[nodiscard]] Verbs TimeVerbs();    ///< clock and time zone
 [[nodiscard]] Verbs StatusVerbs();  ///< the state of the whole unit
 [[nodiscard]] Verbs SettingVerbs(); ///< what is switched, sounds
+[[nodiscard]] Verbs DoctorVerbs();  ///< what is wrong with the unit
 [[nodiscard]] Verb Monitoring();    ///< signals and changes as they come
 [[nodiscard]] Verbs WatchVerbs();   ///< signals and changes
 [[nodiscard]] Verbs RecoverVerbs(); ///< what crashes have left

@@ -14,7 +14,8 @@ int main(int count, char** words)
     try
     {
         Verbs verbs = CaptureVerbs(); // has the group of the playback, to which the settings add
-        for (const Verbs& more : {StatusVerbs(), SettingVerbs(), TimeVerbs(), WatchVerbs(), RecoverVerbs()})
+        for (const Verbs& more :
+             {StatusVerbs(), SettingVerbs(), TimeVerbs(), WatchVerbs(), DoctorVerbs(), RecoverVerbs()})
         {
             verbs.insert(verbs.end(), more.begin(), more.end());
         }

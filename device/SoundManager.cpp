@@ -2,6 +2,7 @@
 
 #include "dbus_helper/Log.h"
 #include "dbus_helper/Signature.h"
+#include "device/DeviceNames.h"
 #include "device/MixerOutput.h"
 
 #include <fcntl.h>
@@ -26,14 +27,7 @@ namespace
 
 using DbusHelper::signatureOf;
 
-constexpr const char* chipName = "gpiochip4";
 constexpr const char* consumer = "controller";
-constexpr unsigned int micOffset = 14;
-constexpr unsigned int spkrOffset = 13;
-constexpr const char* soundFolder = "/usr/share/sounds/";
-constexpr const char* soundExtension = ".wav";
-constexpr const char* speakerControl = "HP DAC";
-constexpr const char* dacControl = "PCM";
 
 struct ChipCloser
 {
@@ -217,7 +211,7 @@ int32_t GetControl(const char* control, const char* key, std::string& text)
 SoundManager::SoundManager() noexcept
 {
     // What comes of it is nobody's: without a mixer the daemon has other things to do.
-    Run({"amixer", "set", "PGA", "3", nullptr});
+    Run({"amixer", "set", amplifierControl, "3", nullptr});
 }
 
 int32_t SoundManager::Init()

@@ -8,21 +8,27 @@
  * kernel has it. Files request.error, write.error and read.error make these operations fail with the errno in them.
  * The chip's `events` tells all that was done, a line each.
  *
+ * What a program asks of a chip's device itself is answered as far as it is about its lines: the folder of a chip
+ * stands in the place of its device, see places.c.
+ *
  * The functions are those of libgpiod 1.6 that the daemon calls, and fail as that library does. The kernel's own
  * simulated chips are a module that a container cannot load.
  */
 #define _GNU_SOURCE
 #include <gpiod.h>
 
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/gpio.h>
 #include <stdarg.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -254,4 +260,68 @@ EXPORT int gpiod_line_get_value(struct gpiod_line* line)
         return -1;
     }
     return read_number(line, "value", &value) < 0 ? fail(ENODEV) : value != 0;
+}
+
+/* Devices ---------------------------------------------------------------------------------------------------------- */
+
+/* The chip whose folder is open; false when it is something else. */
+static bool chip_of(int descriptor, struct gpiod_chip* chip)
+{
+    const char* folder = getenv("CCU_GPIO");
+    char link[64];
+    snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+    const ssize_t length = readlink(link, chip->folder, sizeof chip->folder - 1);
+    char whole[PATH_MAX];
+    if (folder == NULL || length < 0 || realpath(folder, whole) == NULL)
+    {
+        return false;
+    }
+    chip->folder[length] = '\0';
+    return strncmp(chip->folder, whole, strlen(whole)) == 0;
+}
+
+static int tell_line(const struct gpiod_chip* chip, struct gpioline_info* information)
+{
+    const struct gpiod_line line = {.chip = (struct gpiod_chip*)chip, .offset = information->line_offset};
+    const int folder = open_file(chip, O_RDONLY | O_DIRECTORY, "%u", line.offset);
+    if (folder < 0)
+    {
+        return fail(EINVAL);
+    }
+    close(folder);
+    memset(information, 0, sizeof *information);
+    information->line_offset = line.offset;
+    const int owner = open_file(chip, O_RDWR, "%u/owner", line.offset);
+    if (owner >= 0 && flock(owner, LOCK_EX | LOCK_NB) < 0)
+    {
+        const int consumer = open_file(chip, O_RDONLY, "%u/consumer", line.offset);
+        information->flags = GPIOLINE_FLAG_KERNEL;
+        const ssize_t count =
+            consumer < 0 ? -1 : read(consumer, information->consumer, sizeof information->consumer - 1);
+        if (count > 0)
+        {
+            information->consumer[strcspn(information->consumer, "\n")] = '\0';
+        }
+        if (consumer >= 0)
+        {
+            close(consumer);
+        }
+    }
+    if (owner >= 0)
+    {
+        close(owner);
+    }
+    return 0;
+}
+
+EXPORT int ioctl(int descriptor, unsigned long request, ...)
+{
+    int (*next)(int, unsigned long, void*) = dlsym(RTLD_NEXT, "ioctl");
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    struct gpiod_chip chip = {.lines = NULL};
+    return request == GPIO_GET_LINEINFO_IOCTL && chip_of(descriptor, &chip) ? tell_line(&chip, argument)
+                                                                            : next(descriptor, request, argument);
 }

@@ -7,6 +7,9 @@
  *   CCU_LOGS=DIR           "/mnt/ccu-data/logs" is that folder
  *   CCU_SOUNDS=DIR         "/usr/share/sounds" is that folder
  *   CCU_ZONES=DIR          "/usr/share/zoneinfo/CCU" is that folder
+ *   CCU_GPIO=DIR           "/dev/gpiochip4" is the folder gpiochip4 in that folder, which gpio.c makes a chip
+ *   CCU_MOUNTS=FILE        "/proc/self/mountinfo" is that file
+ *   CCU_DEV_LOG=SOCKET     "/dev/log" is that socket, for programs that look at it by themselves
  *
  * It holds for the calls below, which are those by which the daemon and the C++ library's <filesystem> open, list, look
  * up and remove files; the C library's own calls, as for /etc/localtime, cannot be met here.
@@ -22,7 +25,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #define EXPORT __attribute__((visibility("default")))
 
@@ -37,7 +42,8 @@ struct place
 static const struct place places[] = {
     {"/dev/fb0", "CCU_FRAMEBUFFERS", "/fb0"},     {"/dev/fb1", "CCU_FRAMEBUFFERS", "/fb1"},
     {"/mnt/ccu-data/logs", "CCU_LOGS", ""},       {"/usr/share/sounds", "CCU_SOUNDS", ""},
-    {"/usr/share/zoneinfo/CCU", "CCU_ZONES", ""},
+    {"/usr/share/zoneinfo/CCU", "CCU_ZONES", ""}, {"/dev/gpiochip4", "CCU_GPIO", "/gpiochip4"},
+    {"/proc/self/mountinfo", "CCU_MOUNTS", ""},   {"/dev/log", "CCU_DEV_LOG", ""},
 };
 
 static void* real(const char* name) { return dlsym(RTLD_NEXT, name); }
@@ -119,4 +125,33 @@ EXPORT int lstat(const char* path, struct stat* status)
     char space[PATH_MAX];
     int (*next)(const char*, struct stat*) = real("lstat");
     return next(place_of(path, space), status);
+}
+
+EXPORT int access(const char* path, int mode)
+{
+    char space[PATH_MAX];
+    int (*next)(const char*, int) = real("access");
+    return next(place_of(path, space), mode);
+}
+
+EXPORT int connect(int descriptor, const struct sockaddr* address, socklen_t length)
+{
+    int (*next)(int, const struct sockaddr*, socklen_t) = real("connect");
+    struct sockaddr_un other;
+    char space[PATH_MAX];
+    if (address->sa_family != AF_UNIX || length > sizeof other || length <= sizeof other.sun_family)
+    {
+        return next(descriptor, address, length);
+    }
+    memset(&other, 0, sizeof other);
+    memcpy(&other, address, length);
+    char path[sizeof other.sun_path + 1] = "";
+    memcpy(path, other.sun_path, sizeof other.sun_path);
+    const char* place = place_of(path, space);
+    if (place == path || strlen(place) >= sizeof other.sun_path)
+    {
+        return next(descriptor, address, length);
+    }
+    strcpy(other.sun_path, place);
+    return next(descriptor, (const struct sockaddr*)&other, sizeof other);
 }

@@ -1,0 +1,306 @@
+// Storage, and what recordings have left on it.
+#include "capture/MarkerNames.h"
+#include "controllerctl/Doctor.h"
+#include "controllerctl/UnitLook.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+
+namespace ControllerCtl
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+using std::string;
+
+bool IsWritable(const string& folder)
+{
+    struct statvfs status
+    {};
+    return statvfs(folder.c_str(), &status) == 0 && (status.f_flag & ST_RDONLY) == 0 &&
+           faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+Finding Judged(const StorageLook& device)
+{
+    const string check = "storage " + device.id;
+    constexpr const char* unusable = "nothing can be recorded on it";
+    if (!device.isMounted || device.mountPoint.empty())
+    {
+        return {check, Verdict::Missing, "it is not mounted", unusable,
+                "have the storage daemon mount it, or pull it out"};
+    }
+    std::error_code error;
+    if (!fs::is_directory(device.mountPoint, error))
+    {
+        return {check, Verdict::Wrong, "its mount point " + device.mountPoint + " is no folder", unusable,
+                "unmount and mount it again"};
+    }
+    if (device.isReadOnly || !IsWritable(device.mountPoint))
+    {
+        return {check, Verdict::Wrong, "nothing can be written to " + device.mountPoint, unusable,
+                "check the card's switch and file system, and who owns its folders"};
+    }
+    if (device.isBelowMinimum)
+    {
+        return {check, Verdict::Wrong, "it is full", unusable, "move or delete jobs"};
+    }
+    return {check, Verdict::Ok, "it is mounted at " + device.mountPoint + " and can be written to"};
+}
+
+/// A line of the kernel's table of mounts.
+struct Mount
+{
+    string point;
+    string type;
+    string options;
+};
+
+/// A space in a mount point is written as an octal number.
+string Unescaped(const string& text)
+{
+    constexpr size_t digits = 3;
+    constexpr int octal = 8;
+    string plain;
+    for (size_t i = 0; i < text.size(); ++i)
+    {
+        const bool isEscaped = text[i] == '\\' && i + digits < text.size();
+        plain += isEscaped ? static_cast<char>(std::stoi(text.substr(i + 1, digits), nullptr, octal)) : text[i];
+        i += isEscaped ? digits : 0;
+    }
+    return plain;
+}
+
+std::vector<Mount> FatMounts()
+{
+    std::vector<Mount> mounts;
+    std::ifstream table("/proc/self/mountinfo");
+    for (string line; std::getline(table, line);)
+    {
+        Mount mount;
+        string skipped;
+        const size_t middle = line.find(" - ");
+        std::istringstream front(line.substr(0, middle));
+        front >> skipped >> skipped >> skipped >> skipped >> mount.point;
+        std::istringstream back(middle == string::npos ? "" : line.substr(middle + 3));
+        back >> mount.type >> skipped >> mount.options;
+        if (mount.type == "vfat" || mount.type == "msdos")
+        {
+            mount.point = Unescaped(mount.point);
+            mounts.push_back(mount);
+        }
+    }
+    return mounts;
+}
+
+bool HoldsRecordings(const string& point, const Patient& patient)
+{
+    constexpr std::array<std::string_view, 3> below{"/mnt/", "/media/", "/run/media/"};
+    const auto& known = patient.mountPoints;
+    return std::find(known.begin(), known.end(), point) != known.end() ||
+           std::any_of(below.begin(), below.end(), [&](std::string_view folder) { return point.starts_with(folder); });
+}
+
+void FindFat(const Patient& patient, Findings& findings)
+{
+    size_t good = 0;
+    for (const Mount& mount : FatMounts())
+    {
+        if (!HoldsRecordings(mount.point, patient))
+        {
+            continue;
+        }
+        const string user = "uid=" + std::to_string(patient.user);
+        const string options = "," + mount.options + ",";
+        // The kernel does not name the option where it is root's.
+        const bool isOwn = options.find("," + user + ",") != string::npos ||
+                           (patient.user == 0 && options.find(",uid=") == string::npos);
+        if (isOwn)
+        {
+            ++good;
+            continue;
+        }
+        findings.push_back({"FAT storage", Verdict::Wrong, mount.point + " is mounted without " + user,
+                            "recordings work, but their hidden markers are seen by whoever looks at the stick",
+                            "have it mounted with " + user});
+    }
+    if (findings.empty() || findings.back().check != "FAT storage")
+    {
+        findings.push_back(
+            {"FAT storage", Verdict::Ok, good == 0 ? "there is none" : "it is mounted for the unit's user"});
+    }
+}
+
+// Leftovers -----------------------------------------------------------------------------------------------------------
+
+struct Leftovers
+{
+    std::vector<string> markers;
+    bool isComplete = true;
+};
+
+bool IsMarker(const string& name)
+{
+    return name.starts_with('.') &&
+           (name.ends_with(ControllerDaemon::recActiveSuffix) || name.ends_with(ControllerDaemon::recoverySuffix));
+}
+
+bool IsInUse(const string& marker, const Patient& patient)
+{
+    return std::any_of(patient.recording.begin(), patient.recording.end(), [&](const string& file) {
+        return marker == ControllerDaemon::MarkerPath(file, ControllerDaemon::recActiveSuffix) ||
+               marker == ControllerDaemon::MarkerPath(file, ControllerDaemon::recoverySuffix);
+    });
+}
+
+/// Looks as deep as jobs have folders, and no longer than there is time: storage can be slow and full.
+void Search(const string& folder, const Patient& patient, const Patience& patience, Leftovers& leftovers)
+{
+    constexpr int depth = 8;
+    std::error_code error;
+    fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error);
+    for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error))
+    {
+        if (patience.Left() == 0)
+        {
+            leftovers.isComplete = false;
+            return;
+        }
+        const string path = entry->path().string();
+        if (IsMarker(entry->path().filename().string()) && !IsInUse(path, patient))
+        {
+            leftovers.markers.push_back(path);
+        }
+        if (entry.depth() >= depth)
+        {
+            entry.disable_recursion_pending();
+        }
+    }
+}
+
+/// The recording that a marker belongs to.
+string MediaOf(const string& marker)
+{
+    const fs::path path(marker);
+    const string name = path.filename().string();
+    const string stem = name.substr(1, name.rfind('-') - 1);
+    return (path.parent_path() / (stem + ".mp4")).string();
+}
+
+/// Of the recordings that markers are left of, those that a job has an item of, but no file.
+std::vector<string> ItemsWithoutFile(const Patient& patient, const std::vector<string>& markers)
+{
+    std::map<string, Reply<std::tuple<std::tuple<int32_t, string>>>> items;
+    std::error_code error;
+    Inquiry inquiry(patient.bus);
+    for (const string& marker : markers)
+    {
+        const string media = MediaOf(marker);
+        if (!fs::exists(media, error) && !items.contains(media))
+        {
+            inquiry.Call(libjobsdaemon::jobsDaemon, "GetMediaID", items[media], media);
+        }
+    }
+    std::ignore = inquiry.Wait(Patience(patient.seconds));
+    std::vector<string> found;
+    for (const auto& [media, item] : items)
+    {
+        if (item.Well() && std::get<0>(std::get<0>(item.value)) == 0)
+        {
+            found.push_back(media);
+        }
+    }
+    return found;
+}
+
+/// A few of many.
+string Some(const std::vector<string>& paths)
+{
+    constexpr size_t most = 3;
+    string text;
+    for (size_t i = 0; i < std::min(paths.size(), most); ++i)
+    {
+        text += (i == 0 ? "" : ", ") + paths[i];
+    }
+    return paths.size() > most ? text + " and " + std::to_string(paths.size() - most) + " more" : text;
+}
+
+void FindLeftovers(const Patient& patient, Findings& findings)
+{
+    Leftovers leftovers;
+    const Patience patience(patient.seconds);
+    for (const string& folder : patient.mountPoints)
+    {
+        Search(folder, patient, patience, leftovers);
+    }
+    std::sort(leftovers.markers.begin(), leftovers.markers.end());
+    const char* const more = leftovers.isComplete ? "" : "; not all of the storage was looked through";
+    if (leftovers.markers.empty())
+    {
+        findings.push_back({"markers", Verdict::Ok, string("none is left of recordings") + more});
+    }
+    else
+    {
+        findings.push_back({"markers", Verdict::Wrong, "left: " + Some(leftovers.markers) + more,
+                            "a recording was broken off, by a crash or a pulled card; it may be damaged, and its job "
+                            "may have its size wrong",
+                            "look at the film, have its sizes updated, then remove the marker"});
+    }
+    const std::vector<string> items = ItemsWithoutFile(patient, leftovers.markers);
+    if (items.empty())
+    {
+        findings.push_back({"items", Verdict::Ok, "none is left of recordings without a file"});
+        return;
+    }
+    findings.push_back({"items", Verdict::Wrong, "a job has an item, but no file: " + Some(items),
+                        "the job shows a recording that does not exist", "delete the item from the job"});
+}
+
+} // namespace
+
+void ExamineStorage(Patient& patient, Findings& findings)
+{
+    if (patient.bus == nullptr)
+    {
+        return;
+    }
+    UnitLook look;
+    Inquiry inquiry(patient.bus);
+    AskRecordings(inquiry, look);
+    AskStorages(inquiry, look);
+    std::ignore = inquiry.Wait(Patience(patient.seconds));
+    for (const RecordingLook& recording : look.recordings)
+    {
+        if (recording.file.Well() && !recording.file.value.empty())
+        {
+            patient.recording.push_back(recording.file.value);
+        }
+    }
+    for (const StorageLook& device : look.Devices())
+    {
+        findings.push_back(Judged(device));
+        if (findings.back().verdict == Verdict::Ok || device.isMounted)
+        {
+            patient.mountPoints.push_back(device.mountPoint);
+        }
+    }
+    if (look.Devices().empty())
+    {
+        findings.push_back({"storage", Verdict::Missing, "the storage daemon knows of none", "nothing can be recorded",
+                            "plug a card in; see the storage daemon above"});
+    }
+    FindFat(patient, findings);
+    FindLeftovers(patient, findings);
+}
+
+} // namespace ControllerCtl
