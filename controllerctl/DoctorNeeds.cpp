@@ -51,7 +51,7 @@ constexpr std::array needs{
     Video("AutoLogFilename", "s"), Video("PlaybackFilename", "s"), Video("PreviousRecordingFilename", "s"),
     Video("PreviousPhotoTalkFilename", "s"), Video("PreviousAutoLogFilename", "s"), Video("PlaybackRate", "d"),
     Video("AutoRotateCapable", "b"), Video("CameraRollAngleRaw", "i"), Video("TiltsenseCapable", "b"),
-    Video("CameraPitchAngle", "i"), Video("ActiveCaptures", "as"),
+    Video("CameraPitchAngle", "i"), Video("ActiveCaptures", "as"), Video("SystemMicMute", "b"),
     Method(storageSibling, storageObjects, "GetManagedObjects", "", "a{oa{sa{sv}}}"),
     Job("GetNewMediaPathComponents", "", "(iss)"), Job("AddSnapshotMedia", "ssbibibii", "i"),
     Job("AddVideoMedia", "sssssbibibii", "i"), Job("AddAutologMedia", "sssssbibibii", "i"),

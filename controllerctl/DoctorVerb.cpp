@@ -112,11 +112,16 @@ Json FieldsOf(const Findings& findings)
                           {"remedy", finding.remedy}});
         bad += finding.verdict == Verdict::Ok ? 0 : 1;
     }
-    return {{"code", nullptr},
-            {"message", bad == 0
+    Json fields = Json::object();
+    if (bad > 0)
+    {
+        fields["code"] = nullptr;
+    }
+    fields["message"] = bad == 0
                             ? "all is well"
-                            : std::to_string(bad) + " of " + std::to_string(findings.size()) + " checks have failed"},
-            {"checks", checks}};
+                            : std::to_string(bad) + " of " + std::to_string(findings.size()) + " checks have failed";
+    fields["checks"] = checks;
+    return fields;
 }
 
 Answer Doctor(const Arguments& arguments)

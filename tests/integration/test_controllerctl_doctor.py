@@ -128,7 +128,7 @@ def test_a_unit_that_is_well(well):
     assert (told.status, told.errors) == (DONE, "")
     assert [item["check"] for item in answer["checks"]] == CHECKS
     assert set(verdicts(answer).values()) == {"ok"}
-    assert (answer["ok"], answer["code"], answer["message"]) == (True, None, "all is well")
+    assert (answer["ok"], answer["message"]) == (True, "all is well") and "code" not in answer
     assert all((item["meaning"], item["remedy"]) == ("", "") and item["found"] for item in answer["checks"])
     asked = {call.member for call in well.unit.calls.since(mark)}
     assert {member for member in asked if not member.startswith("Get ")} == {"GetManagedObjects"}
@@ -375,7 +375,7 @@ def test_one_thing_is_broken(well, what):
     assert found["meaning"] and found["remedy"]
     assert (told.status, words.status, answer["ok"], answer["exit"]) == (REFUSED, REFUSED, False, REFUSED)
     bad = [name for name, verdict in verdicts(answer).items() if verdict != "ok"]
-    assert answer["message"] == f"{len(bad)} of {len(answer['checks'])} checks have failed"
+    assert answer["code"] is None and answer["message"] == f"{len(bad)} of {len(answer['checks'])} checks have failed"
     allowed = {"no storage daemon": {"storage"}, "no mount point": {"logs folder"}, "item": {"markers"},
                "no chip": {"microphone line", "speaker line"}, "odd mixer": {"mixer control HP DAC", "mixer control PGA"}}
     assert set(bad) <= {check} | allowed.get(what, set()), answer
@@ -498,6 +498,10 @@ def complaints(unit):
     return {member for item in told["checks"] for member in re.findall(r"\w+\.(\w+) is missing", item["found"])}
 
 
+#: What the daemon reads in signals and lists of objects, and when a recording has ended by itself.
+NOT_ASKED_FOR = {"PlaybackState", "ReadOnly", "MountPoint", "IsMounted"}
+
+
 def test_needs_are_what_the_daemon_uses(own_unit):
     """No less and no more: what a unit's siblings are asked in an inspection is what is missed when it is not there."""
     mark = own_unit.calls.mark()
@@ -508,7 +512,7 @@ def test_needs_are_what_the_daemon_uses(own_unit):
         for item in getattr(own_unit, name).objects.values():
             elements = [ElementTree.Element("interface", name=element.get("name")) for element in item.declared.elements]
             item.declared = dataclasses.replace(item.declared, elements=elements)
-    assert complaints(own_unit) == used
+    assert complaints(own_unit) == used | NOT_ASKED_FOR
 
 
 @pytest.mark.parametrize("change, text", [
