@@ -50,8 +50,8 @@ def test_lines(unit):
     """A line each, with what is to be done or has been done."""
     paths = stop_unseen(unit)
     assert run(unit, "recover").out == (
-        f"{paths.media}: is not being recorded, but marked so; its sizes are to be brought up to date, its marker to be "
-        "removed\n")
+        f"{paths.media}: is not being recorded, but marked so; its sizes are to be brought up to date, its marker to "
+        "be removed\n")
     assert run(unit, "recover --apply").out == f"{paths.media}: {STOPPED}\n"
     assert run(unit, "recover").out == ""
 
