@@ -273,7 +273,8 @@ void LookBelow(const string& mountPoint, const string& folder, Leftovers& leftov
          entry.increment(error))
     {
         const string film = FilmOf(entry->path());
-        if (IsRecActive(entry->path(), film) && entry->path().parent_path() != folder &&
+        std::error_code ignored; // without a job there is no folder, and so none of its markers
+        if (IsRecActive(entry->path(), film) && !fs::equivalent(entry->path().parent_path(), folder, ignored) &&
             !IsAmong(leftovers.running, film))
         {
             leftovers.found.push_back({Kind::OtherJob, film});

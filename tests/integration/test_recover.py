@@ -269,6 +269,14 @@ def test_markers_of_a_job_that_is_not_open_are_listed(unit, is_open):
     assert found(recover(unit, "--apply")) == {"0001.mp4": ("stopped", True)}
 
 
+def test_a_marker_of_the_job_is_found_once_however_the_storage_is_mounted(unit):
+    """Here by a link."""
+    stop_unseen(unit)
+    os.symlink(unit.media, unit.media + "-link")
+    unit.storage.set_device("card", MountPoint=unit.media + "-link/")
+    assert found(recover(unit)) == {"0001.mp4": ("stopped", False)} and len(recover(unit)["found"]) == 1
+
+
 def test_without_the_storage_daemon_other_jobs_are_not_looked_at(unit):
     """Which is said."""
     stop_unseen(unit)
