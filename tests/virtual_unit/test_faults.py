@@ -1,12 +1,13 @@
 """Every scripted fault as a client of the sibling sees it."""
 
+import os
 import subprocess
 import time
 
 import pytest
 
-from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, PATIENCE, REFUSE, SILENT, WRONG_TYPE, Client,
-                          DbusFailure, VirtualUnit, declaration)
+from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, MEANWHILE, PATIENCE, REFUSE, SILENT, WRONG_TYPE,
+                          Client, DbusFailure, VirtualUnit, declaration)
 from virtual_unit.values import complete_types, zero
 
 _ERROR = "org.freedesktop.DBus.Error."
@@ -133,6 +134,26 @@ def test_late_after_death_is_not_sent(unit, video_client):
     unit.video.die()
     with pytest.raises(DbusFailure, match="NoReply"):
         late.result(PATIENCE)
+
+
+@pytest.mark.parametrize("carried_out", [True, False])
+def test_a_deed_is_done_before_the_call_is_carried_out_or_not(unit, video_client, carried_out):
+    states = []
+    unit.faults.at(0, MEANWHILE(lambda: states.append(unit.video.state()), carried_out))
+    answer = video_client.call_async("StartRecording", "sssuuu", f"{unit.media}/a.mp4", "", "", 1, 2, 3)
+    video_client.sync()
+    assert (states, unit.video.state(), answer.done()) == ([0], int(carried_out), carried_out)
+
+
+def test_a_video_daemon_that_has_lost_its_recordings_leaves_their_files(unit, video_client):
+    path = f"{unit.media}/a.mp4"
+    assert video_client.call("StartRecording", "sssuuu", path, "", "", 1, 2, 3) == (0,)
+    unit.video.die()
+    unit.video.lose_recordings()
+    unit.video.revive()
+    assert unit.video.state() == 0 and unit.video.get("ActiveCaptures") == []
+    assert (video_client.get("RecordingFilename"), video_client.get("PreviousRecordingFilename")) == ("", "")
+    assert os.path.exists(path) and video_client.call("StopRecording") == (-1,)
 
 
 def test_counting_from_now(unit, video_client):
