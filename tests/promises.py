@@ -78,8 +78,9 @@ def main():
             outcomes[promise.command] = keep(promise.command, log), log
         is_kept, log = outcomes[promise.command]
         kept += [promise] if is_kept else []
+        more = "" if is_kept else f" see {os.path.relpath(log, root)}"
         print(f"| {'pass' if is_kept else 'FAIL'} | {promise.promise} | {promise.figure} | `{promise.command}` | "
-              f"{time.monotonic() - began:.0f} s |" + ("" if is_kept else f" see {os.path.relpath(log, root)}"), flush=True)
+              f"{time.monotonic() - began:.0f} s |{more}", flush=True)
     print(f"{len(kept)} of {len(chosen)} promises kept")
     if arguments.note:
         _note(arguments.page, kept)

@@ -39,8 +39,9 @@ _CALLS = [
     (4, "VideoPlaybackSeek", "i", (7,)), (1, "PlayAudio", "s", ("bell.wav",)), (4, "PlayAudio", "s", ("none",)),
     (4, "SetTime", "iiiiiibb", (2026, 7, 1, 12, 0, 0, True, True)), (4, "SetTimeSecs", "ib", (1_800_000_000, False)),
     (8, "GetTime", "b", (True,)), (8, "GetTimeSecs", "b", (False,)), (4, "SetDst", "b", (True,)),
-    (4, "SetTimezone", "s", ("Paris",)), (4, "SetTimezone", "s", ("Nowhere",)), (4, "SetTimezoneUTC", "ib", (3600, False)),
-    (8, "GetTimezoneFromUTC", "ib", (-18_000, True)), (4, "VideoRecordStart", "s", ("of the wrong type",)),
+    (4, "SetTimezone", "s", ("Paris",)), (4, "SetTimezone", "s", ("Nowhere",)),
+    (4, "SetTimezoneUTC", "ib", (3600, False)), (8, "GetTimezoneFromUTC", "ib", (-18_000, True)),
+    (4, "VideoRecordStart", "s", ("of the wrong type",)),
     (4, "Unheard", "", ()),
 ]
 
@@ -99,8 +100,8 @@ class Caller(threading.Thread):
             if choice.random() < 0.5:
                 client.get(choice.choice(_READ))
             elif choice.random() < 0.1:
-                client.set(*choice.choice([("SpkrEnabled", "b", choice.random() < 0.5), ("KeypadBeepEnabled", "b", True),
-                                           ("VideoPlaybackRate", "d", 1.5)]))
+                client.set(*choice.choice((("SpkrEnabled", "b", choice.random() < 0.5),
+                                           ("KeypadBeepEnabled", "b", True), ("VideoPlaybackRate", "d", 1.5))))
             elif choice.random() < _MIXER_SHARE:
                 client.set("SpkrVolume", "i", choice.randrange(100))
                 client.get("SpkrVolume")

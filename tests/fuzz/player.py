@@ -26,6 +26,10 @@ _CONVERSION = re.compile(r"%[-+ #0']*[\d*]*(\.[\d*]+)?(hh|h|ll|l|z|j|t)?[diouxXe
 _POLL_SECONDS = 0.002
 
 
+#: Kinds of findings after which the daemon is no longer what it was.
+LASTING = ("dead", "silent", "leak", "sanitizer", "shell")
+
+
 class Finding(AssertionError):
     """The daemon has not kept a promise; `kind` tells which."""
 
@@ -77,8 +81,7 @@ def _python(signature, value):
 def _refusals(name):
     """Patterns of what a member may be refused with."""
     texts = [text for text, _ in errors(_MEMBERS[name])] if name in _MEMBERS else []
-    return [re.escape(text).replace("NAME", ".*").replace(r"CODE:\-22", r"CODE:-\d+").replace(r"CODE:\-113", r"CODE:-\d+")
-            for text in texts]
+    return [re.sub(r"CODE:\\-\d+", r"CODE:-\\d+", re.escape(text)).replace("NAME", ".*") for text in texts]
 
 
 def _pairs(title):
@@ -103,6 +106,7 @@ class Player:
         if unit.pid not in unit.at_rest:
             unit.settle()
             unit.at_rest[unit.pid] = unit.holdings()
+        unit.client.strays.clear()
         for step in listed:
             self._mark = unit.log.mark()
             markers = self._markers()
@@ -305,7 +309,7 @@ class Player:
     def _do_power(self, suffices):
         self.unit.hardware.power_sufficient = suffices
 
-    def _do_player(self, _):
+    def _do_break_playback(self):
         self.unit.video.break_playback()
 
     def _do_pull(self, device):
@@ -347,8 +351,8 @@ class Player:
     def _judge_signals(self):
         for signal in self.unit.client.announced:
             member = _MEMBERS.get(signal.member)
-            self._expect(member is not None and member.kind == "signal" and signal.signature == member.types[1], "types",
-                         f"{signal} is not of the interface")
+            is_right = member is not None and member.kind == "signal" and signal.signature == member.types[1]
+            self._expect(is_right, "types", f"{signal} is not of the interface")
             table = _CODES.get(signal.member)
             self._expect(table is None or signal.args in table, "code", f"{signal.member} {signal.args}")
         self.unit.client.clear()

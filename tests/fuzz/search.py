@@ -4,7 +4,7 @@ from hypothesis import HealthCheck, Phase, Verbosity, given, seed, settings
 from hypothesis import strategies as st
 from hypothesis.errors import Flaky
 
-from tests.fuzz.player import Finding, FuzzUnit, Player
+from tests.fuzz.player import LASTING, Finding, FuzzUnit, Player
 from tests.fuzz.steps import STEP
 from tests.integration.lender import Lender
 from virtual_unit import PATIENCE, DaemonFailure
@@ -31,8 +31,7 @@ class Search:
     def play(self, steps):
         """Plays a list on a unit that is as new; raises what it shows."""
         try:
-            with self._lender.lend() as unit:
-                Player(unit, self._patience).play(steps)
+            self._play(steps)
             self.taken += len(steps)
             self._played.append(steps)
         except (Finding, DaemonFailure, TimeoutError, RuntimeError) as finding:
@@ -40,12 +39,26 @@ class Search:
             self.before, self._played = self._played, []
             raise Finding(getattr(finding, "kind", type(finding).__name__), str(finding)) from None
 
+    def _play(self, steps):
+        found = None
+        with self._lender.lend() as unit:
+            try:
+                Player(unit, self._patience).play(steps)
+            except Finding as finding:
+                if finding.kind in LASTING:  # this unit has ended with it
+                    raise
+                finding.add_note(f"The virtual unit at that time:\n{unit.report()}")
+                found = finding
+        if found:
+            raise found
+
     def look(self, number, lists=_LISTS, shrink=True):
         """Tries the lists of one seed; True when one of them has shown something, which stands in `steps` then."""
 
         @seed(number)
-        @settings(max_examples=lists, deadline=None, database=None, report_multiple_bugs=False, print_blob=False, verbosity=Verbosity.quiet,
-                  suppress_health_check=list(HealthCheck), phases=[Phase.generate] + [Phase.shrink] * shrink)
+        @settings(max_examples=lists, deadline=None, database=None, report_multiple_bugs=False, print_blob=False,
+                  verbosity=Verbosity.quiet, suppress_health_check=list(HealthCheck),
+                  phases=[Phase.generate] + [Phase.shrink] * shrink)
         @given(_STEPS)
         def play(steps):
             self.play(steps)

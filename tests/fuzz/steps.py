@@ -19,15 +19,17 @@ FORMAT_TEXT = "{format %d %s %.500x %5$s %%}"
 HOSTILE_SOUNDS = [f"$(touch {CANARY}).wav", f"; touch {CANARY} ;.wav", f"`touch {CANARY}`", "-q", FORMAT_TEXT]
 
 #: Texts of whatever a client may name: folders, files, sounds, zones.
-TEXTS = HOSTILE_SOUNDS + ["", "/", ".", "..", "@media", "@logs", "@recorded", "@media/missing", "/dev/zero", "relative/file",
-                          "Paris", "CCU/DST/Paris", "London", "../../etc/passwd", "\x7f\x01\u2028é" + "\U0001f3a5", "@long"]
+TEXTS = HOSTILE_SOUNDS + [
+    "", "/", ".", "..", "@media", "@logs", "@recorded", "@media/missing", "/dev/zero", "relative/file", "Paris",
+    "CCU/DST/Paris", "London", "../../etc/passwd", "\x7f\x01\u2028é\U0001f3a5", "@long"]
 
 _NUMBERS = {
     "y": (0, 255), "n": (-2 ** 15, 2 ** 15 - 1), "q": (0, 2 ** 16 - 1), "i": (-2 ** 31, 2 ** 31 - 1),
     "u": (0, 2 ** 32 - 1), "x": (-2 ** 63, 2 ** 63 - 1), "t": (0, 2 ** 64 - 1),
 }
 _LIKELY = [0, 1, 2, 3, 90, 100, 1080, 1920, 3600]
-_TYPES = ["i", "u", "s", "b", "d", "as", "ao", "a{sv}", "a{ss}", "(ii)", "(si)", "o", "g", "ay", "t", "x", "v", "aas", "i" * 40]
+_TYPES = ["i", "u", "s", "b", "d", "as", "ao", "a{sv}", "a{ss}", "(ii)", "(si)", "o", "g", "ay", "t", "x", "v", "aas",
+          "i" * 40]
 _OBJECTS = ["/", "/com/tavilon/common/StorageDaemon1/card", "/com/tavilon/common/StorageDaemon1/internal", "/a/b"]
 #: What "many" is; and where each entry is asked about in a call of its own, so that the wait is theirs.
 _MANY, _MANY_ASKED = 10_000, 100
@@ -49,7 +51,8 @@ def value(signature):
             lambda inside: value(inside).map(lambda item: [inside, item]))
     if kind in _NUMBERS:
         low, high = _NUMBERS[kind]
-        return st.sampled_from([number for number in _LIKELY + [low, high] if low <= number <= high]) | st.integers(low, high)
+        likely = [number for number in _LIKELY + [low, high] if low <= number <= high]
+        return st.sampled_from(likely) | st.integers(low, high)
     return {"b": st.booleans(), "d": st.sampled_from([0.0, 1.0, -1.0, 0.5, 1e308, float("inf"), float("nan")]),
             "s": st.sampled_from(TEXTS), "o": st.sampled_from(_OBJECTS), "g": st.sampled_from(["", "i", "a{sv}"])}[kind]
 
@@ -79,8 +82,8 @@ _MEMBERS = controller_members()
 _METHODS = {member.name: member.types[0] for member in _MEMBERS if member.kind == "method"}
 _PROPERTIES = {member.name: member.signature for member in _MEMBERS if member.kind == "property"}
 _WRITABLE = {member.name: member.signature for member in _MEMBERS if member.access == "readwrite"}
-_NAMES = st.sampled_from(["VideoRecord", "PhotoTalkRecord", "AutoLogRecord"])
 _SIBLING = st.sampled_from(ALL_SIBLINGS)
+_ON_USER_BUS = [sibling for sibling in ALL_SIBLINGS if sibling != "timedate"]
 
 
 def _asked(sibling):
@@ -103,71 +106,85 @@ def _told():
 
 _ASKED = sorted({(sibling, *item) for sibling in ALL_SIBLINGS for item in _asked(sibling)})
 _TOLD = sorted(_told())
-#: Both, and the sibling's own of a variant's text.
+#: Who tells of properties that have changed, and what: (sibling, path, interface, name).
+_CHANGED = sorted((sibling, path.replace("/device", "/card"), item.interface, name) for sibling in _ON_USER_BUS
+                  for path, node in declaration.load(sibling).items() for name, item in node.properties.items())
+#: What is answered with an array, a property's value too.
 _ARRAYS = [(sibling, member, kind.removeprefix("v")) for sibling, member, kind in _ASKED
            if kind.removeprefix("v").startswith("a")]
-
-
-def _step(name, *parts):
-    """A step with parts of its own; a plain value stands for itself."""
-    return st.tuples(st.just(name), *parts).map(list)
-
-
-def _of(names, make):
-    return st.sampled_from(names).flatmap(make)
-
-
-def _own_answer(item):
-    sibling, member, kind = item
-    return st.tuples(st.just("answer"), st.just(sibling), st.just(member), st.just(kind[:1] if kind[0] == "v" else kind),
-                     (value(kind[1:]).map(lambda inner: [[kind[1:], inner]]) if kind[0] == "v" else values(kind)),
-                     st.integers(1, 3)).map(list)
-
-
-_CALL = _of(sorted(_METHODS.items()), lambda item: _step("call", st.just(item[0]), st.just(item[1]), values(item[1])))
-_START = st.tuples(_NAMES, st.sampled_from(["Start", "Start", "Stop", "Stop", "Pause", "Resume"])).map(
-    lambda pair: ["call", "".join(pair), "uuu" if pair[1] == "Start" else "", [1920, 1080, 90] if pair[1] == "Start" else []])
-_SOUND = st.sampled_from(HOSTILE_SOUNDS).map(lambda name: ["call", "PlayAudio", "s", [name]])
-_PROPERTY = (_of(sorted(_PROPERTIES), lambda name: _step("get", st.just(name)))
-             | _of(sorted(_WRITABLE.items()), lambda item: _step("set", st.just(item[0]), st.just(item[1]), value(item[1]))))
-_WRONG = (
-    _of(_TYPES, lambda kind: _step("call", st.sampled_from(sorted(_METHODS) + ["Unheard"]), st.just(kind), values(kind)))
-    | _of(_TYPES, lambda kind: _step("set", st.sampled_from(sorted(_PROPERTIES) + ["Unheard"]),
-                                     st.just(complete_types(kind)[0]), value(complete_types(kind)[0])))
-    | st.just(["get_all"]) | st.just(["introspect"]))
-_FAULT = _step("fault", _SIBLING, st.sampled_from(["absent", "refuse", "wrong type", "silent", "die", "die after"]),
-               st.integers(1, 3))
-_LATER_FAULT = _step("fault_at", st.integers(0, 24),
-                     st.sampled_from(["absent", "refuse", "wrong type", "silent", "die", "die after"]))
 #: What leaves something behind that must be taken back.
-_LATE_CALLS = [("jobs", f"Add{kind}Media") for kind in ("Video", "PhotoTalk", "Autolog", "Snapshot")] + [
+_LATE = [("jobs", f"Add{kind}Media") for kind in ("Video", "PhotoTalk", "Autolog", "Snapshot")] + [
     ("video", f"Start{kind}") for kind in ("Recording", "PhotoTalk", "AutoLog")]
-_FAULT_ON = _of(_LATE_CALLS, lambda item: _step("fault_on", *map(st.just, item), st.sampled_from(
-    ["absent", "refuse", "wrong type", "silent", "die"])))
-_CODE = _step("code", _SIBLING, st.sampled_from([-1, 1, 2, 7, 9, 10, 24, -2 ** 31, 2 ** 31 - 1]), st.integers(1, 3))
-_ANSWER = (_of(_ASKED, _own_answer)
-           | _of(_TYPES, lambda kind: _of(_ASKED, lambda item: _step("answer", st.just(item[0]), st.just(item[1]),
-                                                                     st.just(kind), values(kind), st.just(1)))))
-_MANY_STEP = (_of(_ARRAYS, lambda item: _step("many", *map(st.just, item)))
-              | st.sampled_from([sibling for sibling in ALL_SIBLINGS if sibling != "timedate"]).flatmap(
-                  lambda sibling: _step("flood", st.just(sibling))))
-_TELL = (_of(_TOLD, lambda item: _step("tell", *map(st.just, item), values(item[4])))
-         | _of(_TYPES, lambda kind: _of(_TOLD, lambda item: _step("tell", *map(st.just, item[:4]), st.just(kind), values(kind)))))
-_CHANGES = _of(sorted(name for name in ALL_SIBLINGS if name != "timedate"), lambda sibling: _of(
-    sorted((path, name, item.interface) for path, node in declaration.load(sibling).items()
-           for name, item in node.properties.items()) or [("/", "x", "x")],
-    lambda item: _step("tell_change", st.just(sibling), st.just(item[0].replace("/device", "/card")), st.just(item[2]),
-                       st.just(item[1]), value("v"))))
-_DEVICE = st.sampled_from(["internal", "card"])
-_WORLD = (
-    _step("storage", st.sampled_from(["unmount", "mount", "remove", "add", "low", "enough", "read-only", "writable"]), _DEVICE)
-    | _step("grow", st.sampled_from(["video", "photoTalk", "autolog"]), st.booleans())
-    | _step("change", st.sampled_from(["video", "photoTalk", "autolog"]), st.sampled_from([0, 1, 2, 3, -1]))
-    | _step("job", st.booleans()) | _step("power", st.sampled_from([0, 1, 0, 1, 7]))
-    | _step("player", st.just(0)) | _step("pull", st.just("card")) | _step("sync", st.booleans())
-    | _step("zone", st.sampled_from(TEXTS + ["CCU/London", "CCU/DST/London"])) | _step("key", st.sampled_from([1, 30, 59, 248]))
-    | _step("vanish", _SIBLING) | _step("vanish", _SIBLING) | _step("return", _SIBLING) | st.just(["calm"]))
+_FAULTS = st.sampled_from(["absent", "refuse", "wrong type", "silent", "die", "die after"])
+_STORAGE_EVENTS = st.sampled_from(["unmount", "mount", "remove", "add", "low", "enough", "read-only", "writable"])
+_KINDS = st.sampled_from(["video", "photoTalk", "autolog"])
+
+
+def _step(*parts):
+    """A step of these parts; what is no strategy stands for itself."""
+    return st.tuples(*(part if isinstance(part, st.SearchStrategy) else st.just(part) for part in parts)).map(list)
+
+
+def _for_one(items, make):
+    """What is made for one of the items."""
+    return st.sampled_from(sorted(items)).flatmap(lambda item: make(*item) if isinstance(item, tuple) else make(item))
+
+
+def _order(kind, word):
+    if word == "Start":
+        return _step("call", f"{kind}RecordStart", "uuu", st.just([1920, 1080, 90]))
+    return _step("call", f"{kind}Record{word}", "", st.just([]))
+
+
+def _own_answer(sibling, member, kind):
+    """An answer of the type that is declared."""
+    if kind[0] == "v":
+        return _step("answer", sibling, member, "v", value(kind[1:]).map(lambda inside: [[kind[1:], inside]]), 1)
+    return _step("answer", sibling, member, kind, values(kind), st.integers(1, 3))
+
+
+def _other_answer(sibling, member, _):
+    return _for_one(_TYPES, lambda kind: _step("answer", sibling, member, kind, values(kind), 1))
+
+
+def _other_signal(sibling, path, interface, member, _):
+    return _for_one(_TYPES, lambda kind: _step("tell", sibling, path, interface, member, kind, values(kind)))
+
+
+def _other_value(kind):
+    first = complete_types(kind)[0]
+    return _step("set", st.sampled_from(sorted(_PROPERTIES) + ["Unheard"]), first, value(first))
+
+
+_CALL = _for_one(_METHODS.items(), lambda name, kind: _step("call", name, kind, values(kind)))
+_RECORD = _for_one([(kind, word) for kind in ("Video", "PhotoTalk", "AutoLog")
+                    for word in ("Start", "Stop", "Pause", "Resume")], _order)
+_START = _for_one(["Video", "PhotoTalk", "AutoLog"], lambda kind: _order(kind, "Start"))
+_SOUND = _step("call", "PlayAudio", "s", st.sampled_from(HOSTILE_SOUNDS).map(lambda name: [name]))
+_PROPERTY = st.one_of(
+    _step("get", st.sampled_from(sorted(_PROPERTIES))),
+    _for_one(_WRITABLE.items(), lambda name, kind: _step("set", name, kind, value(kind))))
+_WRONG = st.one_of(
+    _for_one(_TYPES, lambda kind: _step("call", st.sampled_from(sorted(_METHODS) + ["Unheard"]), kind, values(kind))),
+    _for_one(_TYPES, _other_value), _step("get_all"), _step("introspect"))
+_FAULT = st.one_of(
+    _step("fault", _SIBLING, _FAULTS, st.integers(1, 3)), _step("fault_at", st.integers(0, 24), _FAULTS),
+    _for_one(_LATE, lambda sibling, member: _step("fault_on", sibling, member, _FAULTS)),
+    _step("code", _SIBLING, st.sampled_from([-1, 1, 2, 7, 9, 10, 24, -2 ** 31, 2 ** 31 - 1]), st.integers(1, 3)))
+_ANSWER = _for_one(_ASKED, _own_answer) | _for_one(_ASKED, _other_answer)
+_GREAT = (_for_one(_ARRAYS, lambda sibling, member, kind: _step("many", sibling, member, kind))
+          | _step("flood", st.sampled_from(_ON_USER_BUS)))
+_TELL = st.one_of(
+    _for_one(_TOLD, lambda *item: _step("tell", *item, values(item[-1]))), _for_one(_TOLD, _other_signal),
+    _for_one(_CHANGED, lambda *item: _step("tell_change", *item, value("v"))))
+_WORLD = st.one_of(
+    _step("storage", _STORAGE_EVENTS, st.sampled_from(["internal", "card"])), _step("pull", "card"),
+    _step("grow", _KINDS, st.booleans()), _step("change", _KINDS, st.sampled_from([0, 1, 2, 3, -1])),
+    _step("break_playback"), _step("job", st.booleans()), _step("power", st.sampled_from([0, 1, 7])),
+    _step("sync", st.booleans()), _step("zone", st.sampled_from(TEXTS + ["CCU/London", "CCU/DST/London"])),
+    _step("key", st.sampled_from([1, 30, 59, 248])), _step("vanish", _SIBLING), _step("return", _SIBLING),
+    _step("calm"))
 
 #: One step; each kind as often as it stands here.
-STEP = st.one_of(_CALL, _CALL, _START, _START, _SOUND, _PROPERTY, _WRONG, _FAULT, _LATER_FAULT, _FAULT_ON, _CODE, _ANSWER, _ANSWER, _MANY_STEP,
-                 _TELL, _TELL, _CHANGES, _WORLD, _WORLD)
+STEP = st.one_of(_CALL, _CALL, _RECORD, _START, _SOUND, _PROPERTY, _WRONG, _FAULT, _FAULT, _ANSWER, _GREAT, _TELL,
+                 _TELL, _WORLD, _WORLD)
