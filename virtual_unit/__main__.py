@@ -1,6 +1,7 @@
 """The commands of the package, `python3 -m virtual_unit COMMAND`, as `ccu` calls them."""
 
 import argparse
+import os
 import sys
 
 
@@ -18,6 +19,20 @@ def _run(arguments):
     from .run import run, show_scenarios  # pylint: disable=import-outside-toplevel
     return show_scenarios() if arguments.list else run(arguments.file, arguments.unit, arguments.junit,
                                                        arguments.build_dir)
+
+
+def _completion(arguments):
+    from .complete import script  # pylint: disable=import-outside-toplevel
+    print(script(arguments.shell), end="")
+    return 0
+
+
+def _complete(words):
+    """Prints what the last word can be; the commands of `ccu` that are not known here stand in $CCU_COMMANDS."""
+    from .complete import complete  # pylint: disable=import-outside-toplevel
+    for word in complete(words or [""], os.environ.get("CCU_COMMANDS", "").split()):
+        print(word)
+    return 0
 
 
 def _on_unit(name):
@@ -77,17 +92,21 @@ class Commands:
                              help="what happens to it (default: press, then release)")
         self._add("exec", _on_unit("exec"), "run a command (after --) in a unit that runs", _UNIT)
         self._add("env", _on_unit("env"), 'print what puts a shell into a unit that runs: eval "$(./ccu env)"', _UNIT)
+        command = self._add("completion", _completion, "print what completes command lines in a shell: "
+                                                       'eval "$(./ccu completion bash)"')
+        command.add_argument("shell", choices=("bash", "zsh"))
         self._add("list", _on_unit("list"), "list the units that run", _JSON)
         command = self._add("snapshot", _on_unit("snapshot"), "keep a unit that runs in a file, or go back to it",
                             _UNIT, _JSON)
         command.add_argument("word", choices=("save", "load"), help="keep, or go back")
         command.add_argument("file", metavar="FILE")
 
-    def add_do(self):
-        """The nouns and verbs too."""
+    def with_do(self):
+        """This, with the nouns and verbs too."""
         from .verbs import add_to  # pylint: disable=import-outside-toplevel
         text = "do something to a unit that runs"
         add_to(self._add("do", _on_unit("do"), text, _UNIT, _JSON), (_UNIT, _JSON))
+        return self
 
     def _add(self, name, run, text, *parents):
         command = self._commands.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".",
@@ -113,9 +132,11 @@ def main(words):
     """Runs one of the package's commands; returns the exit status."""
     split = words.index("--") if "--" in words else len(words)
     words, command = words[:split], words[split + 1:]
+    if words == ["complete"]:
+        return _complete(command)
     commands = Commands()
     if words[:1] == ["do"]:
-        commands.add_do()
+        commands.with_do()
         words = _with_default_verb(words)
     parsed = commands.parser.parse_args(words)
     if parsed.name == "exec" and not command:

@@ -7,7 +7,7 @@ import os
 import tempfile
 from dataclasses import asdict, dataclass
 
-from .unit import MEMORY, folder_of_units
+from .unit import MEMORY, within_reach
 
 #: In the folder of a unit that is there for people; locked by its process for as long as it runs.
 _MARK = "up"
@@ -46,9 +46,8 @@ class Running:
 
 def _folders():
     """The folders in which units may be."""
-    if any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))):
-        return [folder_of_units()]
-    return sorted({MEMORY, folder_of_units(), tempfile.gettempdir(), "/tmp"})
+    wanted = next(filter(None, map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))), None)
+    return [within_reach(wanted)] if wanted else sorted({MEMORY, within_reach(tempfile.gettempdir())})
 
 
 def _read(path):

@@ -76,7 +76,11 @@ def folder_of_units():
     room, unless the user wants them elsewhere."""
     if not any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))) and _has_room(MEMORY):
         return MEMORY
-    folder = tempfile.gettempdir()
+    return within_reach(tempfile.gettempdir())
+
+
+def within_reach(folder):
+    """The folder, or another where the name of that one leaves no room for a unit's sockets."""
     return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
 
 

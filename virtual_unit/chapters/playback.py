@@ -60,11 +60,6 @@ def _pull_out(stage, path):
     unit = stage.unit
     stage.tell("The card is pulled out while a file on it is played: the playback is cancelled, and clients are told.")
     _order(stage, "Start", path, 1.0)
-    stage.happen("the card is pulled out", _remove_card, unit)
+    stage.happen("the card is pulled out", unit.storage.pull_out, "card")
     stage.check_signals(_REMOVED)
     _check_player(stage, STOPPED, "stopped")
-
-
-def _remove_card(unit):
-    os.rename(unit.media, unit.media + "-pulled")  # what is on it goes with it
-    unit.storage.remove_device("card")

@@ -1,0 +1,12 @@
+# Completion of ./ccu in zsh, after compinit: eval "$(./ccu completion zsh)"
+_ccu() {
+    local -a found
+    found=("${(@f)$("${words[1]/#\~/$HOME}" complete -- "${(@)words[2,CURRENT]}" 2>/dev/null)}")
+    found=("${(@)found:#}")
+    if (( ${found[(Ie)<files>]} )); then
+        found=("${(@)found:#<files>}")
+        _files
+    fi
+    (( $#found )) && compadd -- "${(@)found}"
+}
+compdef _ccu ccu
