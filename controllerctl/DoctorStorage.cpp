@@ -254,7 +254,7 @@ void FindLeftovers(const Patient& patient, Findings& findings)
         findings.push_back({"markers", Verdict::Wrong, "left: " + Some(leftovers.markers) + more,
                             "a recording was broken off, by a crash or a pulled card; it may be damaged, and its job "
                             "may have its size wrong",
-                            "look at the film, have its sizes updated, then remove the marker"});
+                            "controllerctl recover lists it, and mends it with --apply; look at the film"});
     }
     const std::vector<string> items = ItemsWithoutFile(patient, leftovers.markers);
     if (items.empty())
@@ -263,7 +263,8 @@ void FindLeftovers(const Patient& patient, Findings& findings)
         return;
     }
     findings.push_back({"items", Verdict::Wrong, "a job has an item, but no file: " + Some(items),
-                        "the job shows a recording that does not exist", "delete the item from the job"});
+                        "the job shows a recording that does not exist",
+                        "controllerctl recover lists it; delete the item from the job unless its file was moved"});
 }
 
 } // namespace
