@@ -29,8 +29,7 @@ struct Companions
     explicit Companions(const std::string& mediaPath)
         : recActive(RecActivePath(mediaPath)), recovery(RecoveryPath(mediaPath)),
           snapshot(std::filesystem::path(mediaPath).replace_extension("jpeg").string())
-    {
-    }
+    {}
 
     std::string recActive;
     std::string recovery;
