@@ -11,7 +11,7 @@ from tests.integration.controllerctl_cases import (
     DONE, REFUSED, TIME_OUT, UNREACHABLE, USAGE, environment, run)
 from tests.integration.crash_page import PAGE
 from tests.integration.recording_texts import AUTO_LOG, KINDS, MESSAGES, VIDEO, left_over
-from virtual_unit import CODE, MEANWHILE, REFUSE, SILENT, VirtualUnit
+from virtual_unit import CODE, MEANWHILE, PATIENCE, REFUSE, SILENT, VirtualUnit
 from virtual_unit.loop import shared_loop
 
 STOPPED = "its sizes have been brought up to date, its marker has been removed"
@@ -132,7 +132,7 @@ def test_without_a_controller_it_does_its_work(unit):
 
 def test_what_the_controller_is_in_the_middle_of_is_waited_for():
     """A start whose recording does not run yet is no leftover."""
-    with VirtualUnit() as unit:
+    with VirtualUnit(bus_timeout=2 * PATIENCE) as unit:  # nobody gives up meanwhile
         unit.faults.on(*VIDEO.start_call, kind=SILENT, times=1)
         start = unit.client.call_async("VideoRecordStart", "uuu", 1920, 1080, 90)
         unit.calls.wait_for(*VIDEO.start_call)
