@@ -68,20 +68,33 @@ def test_the_same_steps_show_nothing_without_it(make_search, planted):
     make_search().play(RARE[planted])
 
 
+def fuzz(*words):
+    """What the command, with these words, ends with and says."""
+    done = subprocess.run([sys.executable, "-m", "tests.fuzz", *map(str, words)], cwd=ROOT, check=False,
+                          stdout=subprocess.PIPE, text=True)
+    return done.returncode, done.stdout
+
+
 def test_a_finding_is_told_and_can_be_had_again(tmp_path):
     """With its seed and the one step that matters, in a file that the command takes."""
-
-    def fuzz(*words):
-        return subprocess.run([sys.executable, "-m", "tests.fuzz", "--folder", tmp_path, *words], cwd=ROOT, check=False,
-                              stdout=subprocess.PIPE, text=True)
-
-    found = fuzz("--planted", "message", "--seed", str(SEED))
-    assert found.returncode == 1 and f"FOUND with seed {SEED}: code: " in found.stdout
-    path = os.path.join(tmp_path, f"seed-{SEED}.json")
-    with open(path, encoding="utf-8") as file:
-        recorded = json.load(file)
+    status, said = fuzz("--folder", tmp_path, "--planted", "message", "--seed", SEED)
+    assert status == 1 and f"FOUND with seed {SEED}: code: " in said
+    path = tmp_path / f"seed-{SEED}.json"
+    recorded = json.loads(path.read_text(encoding="utf-8"))
     [step] = recorded["steps"]
-    assert recorded["seed"] == SEED and step[0] == "call" and json.dumps(step) in found.stdout
-    again = fuzz("--planted", "message", "--replay", path)
-    assert again.returncode == 1 and again.stdout.startswith("FOUND: code: ")
-    assert fuzz("--replay", path).returncode == 0
+    assert recorded["seed"] == SEED and step[0] == "call" and json.dumps(step) in said
+    status, said = fuzz("--planted", "message", "--replay", path)
+    assert status == 1 and said.startswith("FOUND: code: ")
+    assert fuzz("--replay", path)[0] == 0
+
+
+@pytest.mark.parametrize("ends, status", [("exit 0", 0), ("echo overrun >&2; exit 77", 1), (None, 1)])
+def test_what_a_fuzzer_finds_is_told(tmp_path, ends, status):
+    """Or that there is none."""
+    if ends is not None:
+        program = tmp_path / "fuzz_Messages"
+        program.write_text(f"#!/bin/sh\n{ends}\n", encoding="utf-8")
+        program.chmod(0o755)
+    ended, said = fuzz("--minutes", 0, "--fuzzers", tmp_path, "--folder", tmp_path)
+    assert ended == status and ("FOUND by" in said) == bool(status)
+    assert ends is None or ("overrun" in said) == bool(status)

@@ -6,8 +6,8 @@ import time
 
 import pytest
 
-from virtual_unit import (ABSENT, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, MEANWHILE, PATIENCE, REFUSE, SILENT, WRONG_TYPE,
-                          Client, DbusFailure, VirtualUnit, declaration)
+from virtual_unit import (ABSENT, ANSWER, AT_ONCE, CODE, DIE, DIE_AFTER, LATE, MEANWHILE, PATIENCE, REFUSE, SILENT,
+                          WRONG_TYPE, Client, DbusFailure, VirtualUnit, declaration)
 from virtual_unit.values import complete_types, zero
 
 _ERROR = "org.freedesktop.DBus.Error."
@@ -34,6 +34,12 @@ def test_refuse(unit, video_client):
     unit.faults.at(0, REFUSE)
     failure = _failure(video_client)
     assert (failure.name, failure.text) == (_ERROR + "Failed", "refused by the simulation")
+
+
+def test_an_answer_of_any_type(unit, video_client):
+    unit.faults.at(0, ANSWER("as(ib)", ["a", "b"], (7, True)))
+    assert video_client.call("StopRecording") == (["a", "b"], (7, True))
+    assert [call.member for call in unit.calls] == ["StopRecording"]
 
 
 def test_code_is_answered_and_nothing_is_carried_out(unit, client_of):

@@ -118,3 +118,15 @@ def test_reader_takes_complete_records_only(tmp_path):
     assert reader.wait_for("second").priority == 3
     assert reader.texts(priority=6) == ["first"]
     assert reader.format(mark).startswith("<3> second")
+
+
+def test_a_truncated_file_gives_what_comes_after(tmp_path):
+    path = tmp_path / "syslog"
+    path.write_text("6\tone\n6\ttwo\n", encoding="utf-8")
+    reader = SyslogReader(str(path))
+    assert len(reader.lines()) == 2
+    reader.truncate()
+    assert path.stat().st_size == 0 and reader.lines() == []
+    with open(path, "a", encoding="utf-8") as file:
+        file.write("3\tthree\n")
+    assert reader.lines() == [LogLine(3, "three")]
