@@ -94,8 +94,8 @@ class Whole(Noun):
 
     def calls(self):
         """All calls so far."""
-        return [(call.index, call.sibling, call.path, call.interface, call.member, [_variant(a) for a in call.arguments])
-                for call in list(self.unit.calls)]
+        return [(call.index, call.sibling, call.path, call.interface, call.member,
+                 [_variant(argument) for argument in call.arguments]) for call in list(self.unit.calls)]
 
     def log(self):
         """All lines so far."""
@@ -768,7 +768,8 @@ class Simulation(Sibling):
             return
         if not self._subscribers:
             self._begin_to_tell()
-        self._subscribers[sender] = self._connection.watch_name_owner(sender, functools.partial(self._note_owner, sender))
+        self._subscribers[sender] = self._connection.watch_name_owner(
+            sender, functools.partial(self._note_owner, sender))
 
     def _note_owner(self, sender, owner):
         if not owner:

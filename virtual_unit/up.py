@@ -60,7 +60,8 @@ def _run(unit, ending, command):
 
 
 def up(command, build_dir=None, name=""):
-    """Starts a unit that others find by its name, with a command in it if there is one; returns the exit status for the shell."""
+    """Starts a unit that others find by its name, with a command in it if there is one; returns the exit status for the
+    shell."""
     ending = Ending()
     try:
         with VirtualUnit(build_dir) as unit, announce(unit, name):

@@ -52,7 +52,8 @@ def test_a_scenario_comes_out(name):
 
 
 @pytest.mark.parametrize("step, what, difference", [
-    ("call: VideoRecordStart 1 1 1\n    reply: [-8, no]", "line 4, call VideoRecordStart 1 1 1", 'expected  [-8, "no"]'),
+    ("call: VideoRecordStart 1 1 1\n    reply: [-8, no]", "line 4, call VideoRecordStart 1 1 1",
+     'expected  [-8, "no"]'),
     ("call: VideoRecordStart 1 1 1\n    error: no", "line 4, call VideoRecordStart 1 1 1", 'expected  the error "no"'),
     ("call: SetTimeGPS", "line 4, call SetTimeGPS", "refused: No GPS Fix"),
     ("call: SetTimeGPS\n    error: Lost", "line 4, call SetTimeGPS", 'expected  "Lost"'),

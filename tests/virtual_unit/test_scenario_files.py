@@ -17,7 +17,8 @@ def _mistakes(tmp_path, text):
 
 
 @pytest.mark.parametrize("step, text", [
-    ("do: storage pull card", "no verb of storage 'pull'; there are: add, remove, unmount, mount, low, read-only, fill"),
+    ("do: storage pull card",
+     "no verb of storage 'pull'; there are: add, remove, unmount, mount, low, read-only, fill"),
     ("do: storge remove card", "no noun 'storge', perhaps 'storage'; there are: daemon, storage, recording, playback, "
                                "camera, reel, power, cooling, gps, clock, key, front, sibling, fault, settings, job, "
                                "sync, unit"),
