@@ -1,5 +1,6 @@
 """The clock: how it is read and set, in local time and in UTC, and what stands in the way."""
 
+import time
 from datetime import datetime, timezone
 
 import pytest
@@ -7,12 +8,13 @@ import pytest
 from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (
     ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second, told)
-from virtual_unit import LATE, REFUSE, VirtualUnit
+from virtual_unit import LATE, REFUSE, Client, VirtualUnit
 
 #: Zones by what they are for: standard time of no hour at all, west, and daylight saving of both hemispheres.
 LONDON, NEW_YORK, KATHMANDU, LORD_HOWE = "CCU/London", "CCU/New_York", "CCU/Kathmandu", "CCU/Lord_Howe"
 PARIS_DST, AUCKLAND_DST = "CCU/DST/Paris", "CCU/DST/Auckland"
 SECONDS = 1_750_000_000  # 2025-06-15 15:06:40 UTC
+TIMEDATED = ("org.freedesktop.timedate1", "/org/freedesktop/timedate1", "org.freedesktop.timedate1")
 
 
 @pytest.fixture(scope="module", name="shared")
@@ -334,3 +336,23 @@ def test_announcements_that_fail(make_unit):
                                     info("EmitTimezoneChange: Failed to emit signal, error code: -5"),
                                     info("EmitTimeChange: Failed to emit signal, error code: -5")]
     assert told(unit) == []
+
+
+# The clock of the virtual unit ----------------------------------------------------------------------------------------
+
+
+def test_the_clock_goes_on_from_where_it_was_set(unit):
+    """For the daemon and for timedated, until it is the machine's again."""
+    began = time.monotonic()
+    unit.client.call("SetTimeSecs", "ib", SECONDS, True)
+    first, _ = unit.client.call("GetTimeSecs", "b", True)
+    assert SECONDS <= first <= SECONDS + (time.monotonic() - began) + 1
+    unit.clock.set(SECONDS + 3600.75)
+    later, _ = unit.client.call("GetTimeSecs", "b", True)
+    assert SECONDS + 3600 <= later <= SECONDS + 3602 + (time.monotonic() - began)
+    timedated = Client(unit.system_address, *TIMEDATED)
+    assert 0 <= timedated.get("TimeUSec") / 1e6 - SECONDS - 3600.75 <= time.monotonic() - began
+    timedated.close()
+    unit.clock.follow()
+    before = second()
+    assert before <= unit.client.call("GetTimeSecs", "b", True)[0] <= second()

@@ -96,6 +96,19 @@ def test_a_value_that_is_expected_under_a_name_is_that_from_then_on(tmp_path):
     assert outcome.differences == ('expected  ["internal", "job1"]', 'got       ["card", "job1"]')
 
 
+def test_a_full_card(tmp_path):
+    """Nothing can be made on it, by the daemon either, until it is emptied."""
+    outcome, shown = _play(tmp_path, "title: One\nsteps:\n"
+                                     "  - {do: storage fill card}\n"
+                                     "  - {call: Snapshot 64 48 80, reply: [$_, -4, Unable to create path for "
+                                     "recording]}\n"
+                                     "  - {call: VideoRecordStart 1 1 1, reply: [-4, $_]}\n"
+                                     "  - {do: storage fill card off}\n"
+                                     "  - {call: Snapshot 64 48 80, reply: [$_, 0, $_]}\n"
+                                     "  - {call: VideoRecordStart 1 1 1, reply: [0, $_]}\n")
+    assert outcome.failed is None, shown
+
+
 def test_a_unit_that_runs_is_played_on(tmp_path):
     """Which another process may have."""
     with VirtualUnit(directory=str(tmp_path)) as unit, announce(unit, "mine"):
