@@ -53,8 +53,8 @@ def run(unit, line, cwd=None, text=True, **variables):
 
 
 class Running:
-    """A run that goes on, such as that of "monitor"; a context manager, ready when the program has said so, unless it is
-    one that says nothing of that."""
+    """A run that goes on, such as that of "monitor"; a context manager, ready when the program has said so, unless
+    it is one that says nothing of that."""
 
     def __init__(self, unit, line, ready=True, **variables):
         self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **variables), cwd=unit.directory,

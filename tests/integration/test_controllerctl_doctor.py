@@ -328,7 +328,8 @@ BROKEN = {
     "no storage": (no_storage, "storage", "missing", "knows of none"),
     "FAT of another": (lambda well: mounted(well, "vfat", "uid=4321,gid=0"), "FAT storage", "wrong",
                        f"is mounted without uid={os.getuid()}"),
-    "FAT of a prefix": (lambda well: mounted(well, "vfat", f"uid={os.getuid()}5"), "FAT storage", "wrong", "without uid="),
+    "FAT of a prefix": (lambda well: mounted(well, "vfat", f"uid={os.getuid()}5"), "FAT storage", "wrong",
+                        "without uid="),
     "FAT elsewhere": (lambda well: mounted(well, "msdos", "uid=4321", "/media/a stick"), "FAT storage", "wrong",
                       "/media/a stick is mounted without"),
     "recActive": (lambda well: marker(well, ".0815-recActive"), "markers", "wrong", "/job7/media/.0815-recActive"),
@@ -377,7 +378,8 @@ def test_one_thing_is_broken(well, what):
     bad = [name for name, verdict in verdicts(answer).items() if verdict != "ok"]
     assert answer["code"] is None and answer["message"] == f"{len(bad)} of {len(answer['checks'])} checks have failed"
     allowed = {"no storage daemon": {"storage"}, "no mount point": {"logs folder"}, "item": {"markers"},
-               "no chip": {"microphone line", "speaker line"}, "odd mixer": {"mixer control HP DAC", "mixer control PGA"}}
+               "no chip": {"microphone line", "speaker line"},
+               "odd mixer": {"mixer control HP DAC", "mixer control PGA"}}
     assert set(bad) <= {check} | allowed.get(what, set()), answer
     lines = words.out.splitlines()
     at = lines.index(f"\x1b[{ {'missing': '33', 'wrong': '1;31'}[verdict]}m{verdict}\x1b[0m"
@@ -510,7 +512,8 @@ def test_needs_are_what_the_daemon_uses(own_unit):
             if call.sibling not in ("settings", "timedate")}
     for name in SIBLINGS:
         for item in getattr(own_unit, name).objects.values():
-            elements = [ElementTree.Element("interface", name=element.get("name")) for element in item.declared.elements]
+            elements = [ElementTree.Element("interface", name=element.get("name"))
+                        for element in item.declared.elements]
             item.declared = dataclasses.replace(item.declared, elements=elements)
     assert complaints(own_unit) == used | NOT_ASKED_FOR
 

@@ -48,7 +48,8 @@ def test_the_controllers_part(stand_in):
     told = run(stand_in, "status")
     assert (told.status, told.errors) == (DONE, "")
     found = rows(told.out)
-    assert {name: found[name] for name in ("time", "timezone", "clock", "microphone", "speaker", "sonde", "key beep")} == {
+    told_by_it = ("time", "timezone", "clock", "microphone", "speaker", "sonde", "key beep")
+    assert {name: found[name] for name in told_by_it} == {
         "time": ["2026-01-02 03:04:05"], "timezone": ["London, daylight saving time off"], "clock": ["can be set"],
         "microphone": ["on"], "speaker": ["off, volume 70 %"], "sonde": ["on"], "key beep": ["off"]}
     for key, _, text in NAMED_ALIKE.values():
@@ -101,7 +102,8 @@ def test_no_bus(stand_in):
     assert told.errors == f"controllerctl: {message}\n"
 
 
-@pytest.mark.parametrize("line", ["status --color blue", "status --timeout soon", "status --timeout", "status --watch 1"])
+@pytest.mark.parametrize("line", ["status --color blue", "status --timeout soon", "status --timeout",
+                                  "status --watch 1"])
 def test_wrong_usage(stand_in, line):
     """Is refused, and nobody is asked."""
     mark = stand_in.calls.mark()
@@ -241,7 +243,8 @@ def test_silent_siblings_have_half_a_second(own_unit):
     asked = {call.member for call in own_unit.calls.since(mark)}
     assert told.object["siblings"] == dict.fromkeys(SIBLINGS, "silent")
     assert told.status == REFUSED and told.object["microphone"] is True
-    assert told.object["errors"] == {"timeSource": "the video daemon is silent", "sonde": "the hardware daemon is silent",
+    assert told.object["errors"] == {"timeSource": "the video daemon is silent",
+                                     "sonde": "the hardware daemon is silent",
                                      "rate": "the video daemon is silent"}
     assert not asked & {"Get Sonde", "Get PlaybackRate", "Get ActiveCaptures"}
     own_unit.faults.clear()

@@ -170,8 +170,8 @@ def on_a_terminal(unit, line, **variables):
     """The status, and what is seen on a terminal that is both outputs."""
     terminal, ours = pty.openpty()
     with os.fdopen(terminal, "rb", buffering=0) as screen:
-        status = subprocess.run([PROGRAM, *line.split()], env=environment(unit, **{"TERM": "xterm", **variables}), stdin=ours,
-                                stdout=ours, stderr=ours, check=False).returncode
+        status = subprocess.run([PROGRAM, *line.split()], stdin=ours, stdout=ours, stderr=ours, check=False,
+                                env=environment(unit, **{"TERM": "xterm", **variables})).returncode
         os.close(ours)
         seen = b""
         while True:

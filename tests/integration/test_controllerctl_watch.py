@@ -365,7 +365,8 @@ def test_a_refused_start_is_not_waited_for(daemon_unit):
     daemon_unit.jobs.close()
     told = run(daemon_unit, "record start --wait")
     daemon_unit.jobs.open()
-    assert (told.status, told.errors) == (REFUSED, "controllerctl: refused with -7: No current job - unable to record\n")
+    message = "refused with -7: No current job - unable to record"
+    assert (told.status, told.errors) == (REFUSED, f"controllerctl: {message}\n")
 
 
 def test_siblings_are_followed(daemon_unit):
