@@ -1,16 +1,15 @@
 #include "controllerctl/Build.h"
 
 #include "controllerctl/Answer.h"
+#include "controllerctl/Patience.h"
 #include "dbus_helper/Handles.h"
 #include "interfaces/ControllerEndpoint.h"
 
 #include <elf.h>
 #include <link.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -126,15 +125,6 @@ string DescribeProgram(pid_t process)
     return known ? name->get<string>() + " " + version->get<string>() + suffix : "";
 }
 
-/// What has been printed is all there is to say about a bus that does not answer.
-void EndSoon()
-{
-    constexpr int microseconds = 500000;
-    std::signal(SIGALRM, [](int) { _exit(0); });
-    const itimerval soon{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = microseconds}};
-    setitimer(ITIMER_REAL, &soon, nullptr);
-}
-
 } // namespace
 
 int PrintVersions(const string& own, const Place& place)
@@ -145,7 +135,8 @@ int PrintVersions(const string& own, const Place& place)
     }
     if (place.IsHere() && place.Complaint().empty())
     {
-        EndSoon();
+        // What has been printed is all there is to say about a bus that does not answer.
+        EndAfter(std::chrono::milliseconds(500));
         place.Choose();
         const auto process = ProcessOfController();
         const string program = process ? DescribeProgram(*process) : "";

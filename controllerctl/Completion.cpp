@@ -1,10 +1,9 @@
 #include "controllerctl/Completion.h"
 
-#include <sys/time.h>
-#include <unistd.h>
+#include "controllerctl/Patience.h"
 
 #include <algorithm>
-#include <csignal>
+#include <chrono>
 #include <iostream>
 
 namespace ControllerCtl
@@ -186,20 +185,12 @@ void PrintVerbs(const Verbs& verbs, const Line& line)
     }
 }
 
-/// A shell waits: less than half a second, however long the unit takes, or the bus.
-void EndSoon()
-{
-    constexpr int microseconds = 250000;
-    std::signal(SIGALRM, [](int) { _exit(0); });
-    const itimerval soon{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = microseconds}};
-    setitimer(ITIMER_REAL, &soon, nullptr);
-}
-
 } // namespace
 
 void Complete(const Verbs& verbs, const std::vector<CommonOption>& common, const Words& words)
 {
-    EndSoon();
+    // A shell waits for it: half a second at most with all else, however long the unit takes, or the bus.
+    EndAfter(std::chrono::milliseconds(250));
     const string last = words.empty() ? "" : words.back();
     const Line line = Read(verbs, common, words);
     const Verb* const verb = Find(verbs, line.verb);

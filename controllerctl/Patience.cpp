@@ -2,7 +2,11 @@
 
 #include "controllerctl/Values.h"
 
+#include <sys/time.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <limits>
 #include <string>
@@ -51,6 +55,14 @@ void Patience::LimitCalls() const
     {
         setenv("SYSTEMD_BUS_TIMEOUT", (std::to_string(limit) + "ms").c_str(), 1);
     }
+}
+
+void EndAfter(milliseconds time)
+{
+    std::signal(SIGALRM, [](int) { _exit(0); });
+    const auto microseconds = std::chrono::microseconds(time).count();
+    const itimerval once{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = microseconds}};
+    setitimer(ITIMER_REAL, &once, nullptr);
 }
 
 } // namespace ControllerCtl

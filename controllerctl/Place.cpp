@@ -1,8 +1,9 @@
 #include "controllerctl/Place.h"
 
+#include "dbus_helper/Address.h"
+
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdlib>
 #include <string_view>
 
@@ -11,33 +12,19 @@ namespace ControllerCtl
 namespace
 {
 
+using DbusHelper::EscapedForAddress;
 using Words = std::vector<std::string>;
 
 constexpr const char* busOfUser = "DBUS_SESSION_BUS_ADDRESS";
 constexpr const char* busOfSystem = "DBUS_SYSTEM_BUS_ADDRESS";
 
-/// The text as a value of a D-Bus address.
-std::string Escaped(std::string_view text)
-{
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string escaped;
-    for (const char character : text)
-    {
-        const auto byte = static_cast<unsigned char>(character);
-        const bool plain =
-            std::isalnum(byte) != 0 || std::string_view("-_/.").find(character) != std::string_view::npos;
-        escaped += plain ? std::string(1, character) : std::string{'%', digits[byte / 16], digits[byte % 16]};
-    }
-    return escaped;
-}
-
 /// The address of a bus that a program passes on over its input and output.
 std::string Through(const Words& command)
 {
-    std::string address = "unixexec:path=" + Escaped(command.front());
+    std::string address = "unixexec:path=" + EscapedForAddress(command.front());
     for (size_t index = 1; index < command.size(); ++index)
     {
-        address += ",argv" + std::to_string(index) + "=" + Escaped(command[index]);
+        address += ",argv" + std::to_string(index) + "=" + EscapedForAddress(command[index]);
     }
     return address;
 }

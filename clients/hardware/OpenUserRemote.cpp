@@ -1,40 +1,22 @@
 #include "clients/hardware/OpenUserRemote.h"
 
 #include "clients/hardware/RemoteBus.h"
+#include "dbus_helper/Address.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 
 namespace
 {
 
-constexpr std::string_view tcp = "tcp:";
+using DbusHelper::EscapedForAddress;
 
-/// The text as a value of a D-Bus address.
-std::string Escaped(std::string_view text)
-{
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string escaped;
-    for (const char character : text)
-    {
-        const auto byte = static_cast<unsigned char>(character);
-        if (std::isalnum(byte) != 0 || std::string_view("-_/.").find(character) != std::string_view::npos)
-        {
-            escaped += character;
-        }
-        else
-        {
-            escaped += {'%', digits[byte / 16], digits[byte % 16]};
-        }
-    }
-    return escaped;
-}
+constexpr std::string_view tcp = "tcp:";
 
 /// The address without its host, and with the IP in its place.
 std::string TcpAddress(std::string_view ip, std::string_view address)
 {
-    std::string result = "tcp:host=" + Escaped(ip);
+    std::string result = "tcp:host=" + EscapedForAddress(ip);
     for (std::string_view rest = address.substr(tcp.size()); !rest.empty();)
     {
         const std::string_view item = rest.substr(0, rest.find(','));
@@ -51,8 +33,8 @@ std::string TcpAddress(std::string_view ip, std::string_view address)
 std::string SshAddress(std::string_view ip, std::string_view address)
 {
     const std::string bridge = "--bus-path='" + std::string(address) + "'";
-    return "unixexec:path=ssh,argv1=-xT,argv2=-oBatchMode%3dyes,argv3=--,argv4=" + Escaped(ip) +
-           ",argv5=systemd-stdio-bridge,argv6=" + Escaped(bridge);
+    return "unixexec:path=ssh,argv1=-xT,argv2=-oBatchMode%3dyes,argv3=--,argv4=" + EscapedForAddress(ip) +
+           ",argv5=systemd-stdio-bridge,argv6=" + EscapedForAddress(bridge);
 }
 
 int Start(sd_bus* bus, const std::string& address)
