@@ -195,7 +195,7 @@ void FindLog(Findings& findings)
     constexpr const char* path = "/dev/log";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strcpy(static_cast<char*>(address.sun_path), path);
+    string(path).copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
     const DbusHelper::Descriptor log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(log.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
     {
