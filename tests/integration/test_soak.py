@@ -30,7 +30,7 @@ def test_what_grows_in_the_second_half_is_told(figure):
 def soaked(planted=None):
     """The samples of a short soak."""
     with FuzzUnit(planted) as unit:
-        return run(unit, 640, show=lambda *_: None)
+        return run(unit, 320, show=lambda *_: None)
 
 
 def test_a_short_one():
