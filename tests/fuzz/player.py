@@ -93,11 +93,13 @@ _CODES = {"record": _pairs("recording") | {(-1, "Bad directory")}, "playback": _
 
 
 class Player:
-    """Plays lists of steps, each on a unit that is as new.  `patience` is how long the daemon may be silent."""
+    """Plays lists of steps, each on a unit that is as new.  `patience` is how long the daemon may be silent, `grace` how
+    long it may take to come to rest."""
 
-    def __init__(self, unit, patience=PATIENCE):
+    def __init__(self, unit, patience=PATIENCE, grace=PATIENCE):
         self.unit = unit
         self.patience = patience
+        self.grace = grace
         self._mark = 0
 
     def play(self, listed):
@@ -367,7 +369,7 @@ class Player:
 
     def _judge_holdings(self):
         """At rest, which comes soon when a sound was played, the daemon holds what it held at first."""
-        deadline = time.monotonic() + self.patience
+        deadline = time.monotonic() + self.grace
         wanted = self.unit.at_rest[self.unit.pid]
         while (held := self.unit.holdings()) != wanted:
             self._expect(time.monotonic() < deadline, "leak",

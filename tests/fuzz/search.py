@@ -18,8 +18,8 @@ _STEPS = st.lists(st.lists(STEP, max_size=12), max_size=12).map(lambda lists: [s
 class Search:
     """Looks for a list of steps that shows a wrong, and for a shorter one that still does."""
 
-    def __init__(self, patience=PATIENCE, planted=None, build_dir=None):
-        self._patience = patience
+    def __init__(self, patience=PATIENCE, grace=PATIENCE, planted=None, build_dir=None):
+        self._patience, self._grace = patience, grace
         self._lender = Lender(make=FuzzUnit, planted=planted, build_dir=build_dir)
         #: The last steps that have shown something, and what.
         self.steps = self.finding = None
@@ -43,7 +43,7 @@ class Search:
         found = None
         with self._lender.lend() as unit:
             try:
-                Player(unit, self._patience).play(steps)
+                Player(unit, self._patience, self._grace).play(steps)
             except Finding as finding:
                 if finding.kind in LASTING:  # this unit has ended with it
                     raise

@@ -20,7 +20,7 @@ PLANTED = {
     "report": "sanitizer",
 }
 #: Those that are seen by what does not come: the less is waited for it the sooner, and it never comes.
-WAITED_FOR = {"leak": PATIENCE / 120, "silent": PATIENCE / 120}
+WAITED_FOR = {"leak": {"grace": PATIENCE / 120}, "silent": {"patience": PATIENCE / 120}}
 SEED = 1
 #: Steps of their own for what a short search does not meet.
 RECORD = ["call", "VideoRecordStart", "uuu", [1920, 1080, 90]]
@@ -49,7 +49,7 @@ def make_search_fixture():
 def test_a_planted_wrong_is_found(make_search, planted):
     """By random steps of one seed."""
     kind = PLANTED[planted]
-    search = make_search(planted=planted, patience=WAITED_FOR.get(kind, PATIENCE))
+    search = make_search(planted=planted, **WAITED_FOR.get(kind, {}))
     assert search.look(SEED, shrink=False)
     assert search.finding.kind == kind
 
