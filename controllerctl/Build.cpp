@@ -136,9 +136,10 @@ int PrintVersions(const string& own, const Place& place)
     if (place.IsHere() && place.Complaint().empty())
     {
         // What has been printed is all there is to say about a bus that does not answer.
-        EndAfter(std::chrono::milliseconds(500));
+        EndAfter(std::chrono::seconds(3));
         place.Choose();
         const auto process = ProcessOfController();
+        EndAfter(std::chrono::seconds(0)); // its program is read without the bus
         const string program = process ? DescribeProgram(*process) : "";
         return program.empty() || TellLine(program + ", running") ? 0 : static_cast<int>(ExitStatus::Refused);
     }

@@ -60,8 +60,9 @@ void Patience::LimitCalls() const
 void EndAfter(milliseconds time)
 {
     std::signal(SIGALRM, [](int) { _exit(0); });
-    const auto microseconds = std::chrono::microseconds(time).count();
-    const itimerval once{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = microseconds}};
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(time);
+    const std::chrono::microseconds rest = time - whole;
+    const itimerval once{.it_interval = {}, .it_value = {.tv_sec = whole.count(), .tv_usec = rest.count()}};
     setitimer(ITIMER_REAL, &once, nullptr);
 }
 

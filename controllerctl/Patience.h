@@ -27,8 +27,8 @@ class Patience
     std::optional<std::chrono::steady_clock::time_point> deadline_;
 };
 
-/// Ends the program with status 0 after that time, less than a second, whatever it waits for: for what is of use at
-/// once or not at all.
+/// Ends the program with status 0 after that time, whatever it waits for: for what is of use at once or not at all. No
+/// time takes that back.
 void EndAfter(std::chrono::milliseconds time);
 
 } // namespace ControllerCtl

@@ -12,7 +12,7 @@ from datetime import date
 _ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PAGE = os.path.join(_ROOT, "docs", "promises.md")
 #: Promise, figure, command, when it is run, when it was last seen to be kept.
-_ROW = re.compile(r"\| (?P<promise>[^|]+) \| (?P<figure>[^|]+) \| `(?P<command>\./ccu [^`]+)` \| (?P<run>quick|all) "
+_ROW = re.compile(r"\| (?P<promise>[^|]+) \| (?P<figure>[^|]+) \| `(?P<command>(?:\w+=\w+ )?\./ccu [^`]+)` \| (?P<run>quick|all) "
                   r"\| (?P<seen>\d{4}-\d\d-\d\d|not yet) \|")
 _NO_ROW = re.compile(r"\| (Promise|---).*|\|---.*")
 
@@ -26,6 +26,11 @@ class Promise:
     command: str
     run: str
     seen: str
+
+    @property
+    def words(self):
+        """The command's words behind the script's name."""
+        return self.command.partition("./ccu ")[2].split()
 
 
 def promises(text):

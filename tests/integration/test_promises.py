@@ -25,7 +25,7 @@ def test_every_promise_has_a_command_of_the_script(rows):
     """And there are some for every day."""
     with open(os.path.join(ROOT, "ccu"), encoding="utf-8") as file:
         commands = re.findall(r"^(\w+)\)", file.read(), re.MULTILINE)
-    assert {row.command.split()[1] for row in rows} <= set(commands)
+    assert {row.words[0] for row in rows} <= set(commands)
     assert {row.run for row in rows} == {"quick", "all"}
 
 
@@ -35,7 +35,7 @@ def test_every_test_that_is_named_is_there(rows):
                             stdout=subprocess.PIPE, text=True, check=True).stdout
     names = re.findall(r"Test +#\d+: \w+\.(\S+)$", listed, re.MULTILINE)
     for row in rows:
-        _, kind, *wanted = row.command.split()
+        kind, *wanted = row.words
         for pattern in wanted if kind == "test" else ():
             assert any(re.fullmatch(pattern, name) for name in names), row
 
