@@ -11,6 +11,12 @@ namespace ControllerCtl
 /// Keeps the fields of an object in the order in which they are told.
 using Json = nlohmann::ordered_json;
 
+/// Whether the value is a text with nothing in it; null is none.
+[[nodiscard]] inline bool IsBlank(const Json& value)
+{
+    return value.is_string() && value.get_ref<const std::string&>().empty();
+}
+
 enum class ExitStatus : int
 {
     Done = 0,

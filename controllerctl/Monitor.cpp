@@ -112,7 +112,7 @@ bool ShowSignal(Teller& teller, const char* who, sd_bus_message* signal)
     if (sd_bus_message_is_signal(signal, "org.freedesktop.DBus", "NameOwnerChanged") > 0)
     {
         const Json arguments = ValuesOf(signal);
-        teller.Show({{"event", "sibling"}, {"sibling", who}, {"running", arguments.at(2) != ""}});
+        teller.Show({{"event", "sibling"}, {"sibling", who}, {"running", !IsBlank(arguments.at(2))}});
     }
     else if (sd_bus_message_is_signal(signal, "org.freedesktop.DBus.Properties", "PropertiesChanged") > 0)
     {

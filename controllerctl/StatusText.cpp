@@ -35,7 +35,7 @@ void AddRecording(std::vector<Row>& rows, const Json& recording)
     text = WithComma(text, recording.at("bytes").is_null() ? "" : Bytes(recording.at("bytes")));
     text += recording.at("storage").is_null() ? "" : " on " + recording.at("storage").get<string>();
     rows.push_back({recording.at("kind"), text, ToneOf(state)});
-    if (recording.at("file") != "")
+    if (!IsBlank(recording.at("file")))
     {
         rows.push_back({"", recording.at("file")});
     }
@@ -55,7 +55,7 @@ void AddPlayback(std::vector<Row>& rows, const Json& fields)
         text += ", at " + Text(playback.at("position")) + " of " + Text(playback.at("duration"));
     }
     rows.push_back({"playback", text, ToneOf(state)});
-    if (playback.at("file") != "")
+    if (!IsBlank(playback.at("file")))
     {
         rows.push_back({"", playback.at("file")});
     }
@@ -86,13 +86,13 @@ void AddStorage(std::vector<Row>& rows, const Json& fields)
 
 void AddJob(std::vector<Row>& rows, const Json& job)
 {
-    if (job.at("id").is_null() || job.at("id") == "")
+    if (job.at("id").is_null() || IsBlank(job.at("id")))
     {
         rows.push_back({"job", job.at("id").is_null() ? "unknown" : "none: nothing can be recorded", Tone::Warning});
         return;
     }
     string text = job.at("id");
-    if (!job.at("name").is_null() && job.at("name") != "")
+    if (!job.at("name").is_null() && !IsBlank(job.at("name")))
     {
         text = job.at("name").get<string>() + " (" + text + ")";
     }
@@ -171,7 +171,7 @@ void AddSiblings(std::vector<Row>& rows, const Json& fields)
     {
         if (presence == "there")
         {
-            there = there.empty() ? name : there + ", " + name;
+            there.append(there.empty() ? "" : ", ").append(name);
         }
     }
     rows.push_back({"siblings", there.empty() ? "none" : there, there.empty() ? Tone::Warning : Tone::Plain});

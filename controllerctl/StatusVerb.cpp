@@ -50,7 +50,7 @@ bool IsRecording(const Json& fields)
 {
     const Json& recordings = fields.at("recordings");
     return std::any_of(recordings.begin(), recordings.end(),
-                       [](const Json& recording) { return recording.at("file") != ""; });
+                       [](const Json& recording) { return !IsBlank(recording.at("file")); });
 }
 
 /// Tells it in the place of what was told before. False when it cannot be written.

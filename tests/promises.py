@@ -12,8 +12,8 @@ from datetime import date
 _ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PAGE = os.path.join(_ROOT, "docs", "promises.md")
 #: Promise, figure, command, when it is run, when it was last seen to be kept.
-_ROW = re.compile(r"\| (?P<promise>[^|]+) \| (?P<figure>[^|]+) \| `(?P<command>(?:\w+=\w+ )?\./ccu [^`]+)` \| (?P<run>quick|all) "
-                  r"\| (?P<seen>\d{4}-\d\d-\d\d|not yet) \|")
+_ROW = re.compile(r"\| (?P<promise>[^|]+) \| (?P<figure>[^|]+) \| `(?P<command>(?:\w+=\w+ )?\./ccu [^`]+)` "
+                  r"\| (?P<run>quick|all) \| (?P<seen>\d{4}-\d\d-\d\d|not yet) \|")
 _NO_ROW = re.compile(r"\| (Promise|---).*|\|---.*")
 
 
