@@ -162,7 +162,7 @@ string WordsOf(const Json& fields)
     }
     if (event == "controller")
     {
-        return string("the controller has ") + (fields.at("running").get<bool>() ? "started" : "stopped");
+        return fields.at("running").get<bool>() ? "the controller has started" : "the controller has stopped";
     }
     string words;
     try

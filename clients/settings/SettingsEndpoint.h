@@ -12,6 +12,10 @@ inline constexpr DbusHelper::Endpoint root{"com.tavilon.common.Settings1", "/com
                                            "com.tavilon.common.Settings1"};
 
 /// The object of a section.
-inline std::string SectionPath(const std::string& section) { return std::string(root.path) + "/" + section; }
+inline std::string SectionPath(const std::string& section)
+{
+    std::string path = root.path;
+    return path.append("/").append(section);
+}
 
 } // namespace Settingsd

@@ -8,6 +8,7 @@ import os
 import random
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 
@@ -66,11 +67,14 @@ class Fuzzers(threading.Thread):
             name = os.path.basename(program).removeprefix("fuzz_")
             fresh = os.path.join(self._into, name)
             os.makedirs(fresh, exist_ok=True)
-            process = spawn([program, f"-max_total_time={self._seconds}", f"-seed={self._seed % 2 ** 32 or 1}",
-                             "-max_len=512", f"-artifact_prefix={fresh}-", fresh, os.path.join(_CORPUS, name)],
-                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, errors="replace")
-            said = process.stderr.read()
-            if process.wait() != 0:
+            with tempfile.TemporaryDirectory(prefix="ccu-fuzz-") as folder:  # a fuzzer ends without tidying up
+                process = spawn([program, f"-max_total_time={self._seconds}", f"-seed={self._seed % 2 ** 32 or 1}",
+                                 "-max_len=512", f"-artifact_prefix={fresh}-", fresh, os.path.join(_CORPUS, name)],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, errors="replace",
+                                env={**os.environ, "TMPDIR": folder})
+                said = process.stderr.read()
+                status = process.wait()
+            if status != 0:
                 self.found.append(f"{name}:\n{said[-_CHARACTERS:]}")
             print(f"{name}: {' '.join(said.splitlines()[-1:])}", flush=True)
 

@@ -20,7 +20,7 @@ HOSTILE_SOUNDS = [f"$(touch {CANARY}).wav", f"; touch {CANARY} ;.wav", f"`touch 
 
 #: Texts of whatever a client may name: folders, files, sounds, zones.
 TEXTS = HOSTILE_SOUNDS + [
-    "", "/", ".", "..", "@media", "@logs", "@recorded", "@media/missing", "/dev/zero", "relative/file", "Paris",
+    "", "/proc", ".", "@media/..", "@media", "@logs", "@recorded", "@media/missing", "/dev/zero", "relative/file", "Paris",
     "CCU/DST/Paris", "London", "../../etc/passwd", "\x7f\x01\u2028é\U0001f3a5", "@long"]
 
 _NUMBERS = {

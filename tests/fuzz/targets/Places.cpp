@@ -29,9 +29,8 @@ class Folder
   public:
     Folder()
     {
-        std::array<char, 32> pattern{"/tmp/ccu-fuzz-XXXXXX"};
-        Require(mkdtemp(pattern.data()) != nullptr, "a folder");
-        path_ = pattern.data();
+        path_ = (std::filesystem::temp_directory_path() / "ccu-fuzz-XXXXXX").string();
+        Require(mkdtemp(path_.data()) != nullptr, "a folder");
         std::filesystem::create_directory(Media());
         std::ofstream(Outside()) << "untouched";
     }
