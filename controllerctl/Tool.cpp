@@ -57,6 +57,7 @@ ToolEnd RunTool(const std::vector<std::string>& words, const Patience& patience)
         return end;
     }
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words)
     {
         arguments.push_back(const_cast<char*>(word.c_str()));
