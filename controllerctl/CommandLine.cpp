@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace ControllerCtl
 {
@@ -136,8 +137,10 @@ void AddCommon(CLI::App& app, Common& given)
     }
 }
 
-/// Makes the commands of all verbs, groups first. Common options may stand behind any of them.
-std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, Common& given)
+/// Makes the commands of the verbs, groups first. Common options may stand behind any of them. A verb that none of the
+/// words names is not what is wanted: it stands in lists, but its options, which cost more than all the rest, are not
+/// made.
+std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, const std::set<std::string>& words, Common& given)
 {
     std::vector<Line> lines;
     std::map<std::string, CLI::App*> groups;
@@ -145,14 +148,23 @@ std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, Common& given)
     for (const Verb& verb : verbs)
     {
         const auto blank = verb.name.find(' ');
-        CLI::App* parent = blank == std::string::npos ? &root : groups.at(verb.name.substr(0, blank));
-        Line line{&verb, {}, parent->add_subcommand(verb.name.substr(blank + 1), verb.about)};
-        for (const Parameter& parameter : verb.parameters)
+        const std::string group = verb.name.substr(0, blank);
+        const std::string name = verb.name.substr(blank + 1);
+        if (blank != std::string::npos && !words.contains(group))
         {
-            AddParameter(line, parameter);
+            continue;
         }
-        AddCommon(*line.app, given);
+        CLI::App* parent = blank == std::string::npos ? &root : groups.at(group);
+        Line line{&verb, {}, parent->add_subcommand(name, verb.about)};
         line.app->group("Verbs");
+        if (words.contains(name))
+        {
+            for (const Parameter& parameter : verb.parameters)
+            {
+                AddParameter(line, parameter);
+            }
+            AddCommon(*line.app, given);
+        }
         if (!verb.run)
         {
             line.app->require_subcommand(1);
@@ -272,7 +284,7 @@ int RunCommandLine(const Verbs& verbs, int count, char** words)
     root.formatter_fn(HelpOf);
     root.require_subcommand(1);
     root.failure_message(UsageMessage);
-    const std::vector<Line> lines = AddVerbs(root, verbs, given);
+    const std::vector<Line> lines = AddVerbs(root, verbs, {words, words + count}, given);
     // Behind the others, so that those are known by then.
     root.set_version_flag("--version", "controllerctl " CONTROLLERCTL_VERSION,
                           "Print the versions of this program and of the controller");
