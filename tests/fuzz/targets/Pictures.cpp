@@ -2,6 +2,7 @@
 
 #include "capture/Framebuffer.h"
 #include "capture/PixelBlend.h"
+#include "dbus_helper/Descriptor.h"
 #include "tests/fuzz/targets/Input.h"
 
 #include <sys/mman.h>
@@ -21,18 +22,13 @@ class Device
     explicit Device(size_t size) : descriptor_(memfd_create("framebuffer", MFD_CLOEXEC))
     {
         const std::vector<uint8_t> bytes(size, 0x5A);
-        Require(write(descriptor_, bytes.data(), size) == static_cast<ssize_t>(size), "a device");
+        Require(write(Get(), bytes.data(), size) == static_cast<ssize_t>(size), "a device");
     }
-    ~Device() { close(descriptor_); }
-    Device(const Device&) = delete;
-    Device& operator=(const Device&) = delete;
-    Device(Device&&) = delete;
-    Device& operator=(Device&&) = delete;
 
-    [[nodiscard]] int Get() const { return descriptor_; }
+    [[nodiscard]] int Get() const { return descriptor_.Get(); }
 
   private:
-    int descriptor_;
+    DbusHelper::Descriptor descriptor_;
 };
 
 /// Small ones most of the time, and any at all.
