@@ -48,13 +48,17 @@ def test_nothing_is_left_after_an_exception(build_dir):
     assert "last words" in raised.value.__notes__[0]
 
 
+# The wake-up descriptor: a signal that comes between the print and a read of standard input would wake nobody.
 _CHILD = """
-    import os, signal, sys
+    import os, select, signal, sys
     sys.path.insert(0, {root!r})
     from virtual_unit import VirtualUnit
     with VirtualUnit({build_dir!r}) as unit:
+        woken, waker = os.pipe()
+        os.set_blocking(waker, False)
+        signal.set_wakeup_fd(waker)
         print(unit.directory, unit.pid, *[bus.pid for bus in unit._buses.values()], flush=True)
-        sys.stdin.read()
+        select.select([woken], [], [])
 """
 
 
