@@ -43,10 +43,10 @@ class Tree:
         """Makes the machine one that refuses namespaces."""
         self.stand_in("unshare", f'echo "{REFUSAL}" >&2; exit 1')
 
-    def run(self, *command, **environment):
+    def run(self, *command, path=None, **environment):
         """The exit status and the lines of a command, with those of standard error among them."""
         inherited = {name: value for name, value in os.environ.items() if name != "CCU_ALL_TESTS"}
-        path = f"{self.at('programs')}:{os.environ['PATH']}"
+        path = path or f"{self.at('programs')}:{os.environ['PATH']}"
         done = subprocess.run([self.at(command[0]), *command[1:]], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               text=True, check=False, env={**inherited, **environment, "PATH": path})
         return done.returncode, done.stdout.splitlines()
@@ -144,16 +144,92 @@ def test_the_label_is_on_what_is_named(label, named):
     assert sorted(names) == sorted(f"integration.{name}" for name in named)
 
 
-def test_what_one_command_needs_is_installed_by_it_alone(tree):
-    """The others have what is common, whichever comes first in the list."""
+@pytest.fixture(name="bare")
+def bare_fixture(tree):
+    """A machine on which what the list names is missing; apt-get tells its orders."""
     with open(tree.at("packaging", "packages.txt"), "w", encoding="utf-8") as file:
-        file.write("# The list\n\n# Build\ncommon # why\n\n# Only for bench\nbenches\n\n# Only for check\nchecks\n\n"
+        file.write("# The list\n\n# Build\ncommon # why\n\n# Only for bench test\nbenches\n\n# Only for check\nchecks\n\n"
                    "# Packages\nlate\n")
     tree.stand_in("dpkg-query", "true")
     tree.stand_in("apt-get", f'echo "$*" >> {tree.orders}')
-    tree.stand_in("sudo", 'exec "$@"')
-    for command in ("setup", "bench"):
-        tree.run("ccu", command)
+    tree.stand_in("sudo", 'echo "as root" >&2; exec "$@"')
+    tree.stand_in("id", "echo 0")
+    tree.stand_in("sleep", f'echo "sleep $1" >> {tree.orders}')
+    return tree
+
+
+def ordered(tree):
+    """What apt-get was told to do, and how often it was waited for."""
     with open(tree.orders, encoding="utf-8") as file:
-        installed = [line.split("recommends ")[1].strip() for line in file if "install" in line]
-    assert installed == ["common late", "common benches late"]
+        return [line.strip() for line in file]
+
+
+@pytest.mark.parametrize("command, packages", [
+    (["setup"], "common benches late"), (["setup", "demo"], "common late"), (["setup", "check"], "common checks late"),
+    (["bench"], "common benches late"), (["demo"], "common late"), (["build"], "common late")])
+def test_what_a_command_needs_is_installed_by_it_alone(bare, command, packages):
+    """The others have what is common, whichever comes first in the list."""
+    bare.run("ccu", *command)
+    assert ordered(bare) == ["update -qq", f"install -y -qq --no-install-recommends {packages}"]
+
+
+def test_what_is_there_is_not_installed(bare):
+    """Nobody needs to be root then."""
+    bare.stand_in("dpkg-query", "printf installed")
+    bare.stand_in("id", "echo 1000")
+    assert bare.run("ccu", "setup") == (0, []) and not os.path.exists(bare.orders)
+
+
+def test_an_ordinary_user_installs_with_sudo(bare):
+    """Which may ask for a password, so it is said before what for."""
+    bare.stand_in("id", "echo 1000")
+    assert bare.run("ccu", "setup", "demo") == (0, ["Installing: common late", "as root", "as root"])
+
+
+def test_without_root_and_sudo_it_is_said_what_to_do(bare):
+    """And nothing is begun."""
+    for name in ("bash", "dirname", "awk", "env"):
+        os.symlink(shutil.which(name), bare.at("programs", name))
+    os.unlink(bare.at("programs", "sudo"))
+    bare.stand_in("id", "echo 1000")
+    status, lines = bare.run("ccu", "demo", path=bare.at("programs"))
+    assert (status, lines) == (1, [
+        "ccu: 'demo' needs Debian packages that only root can install, and there is no sudo here.",
+        "Have root run: apt-get install --no-install-recommends common late"])
+    assert not os.path.exists(bare.orders)
+
+
+_LOCKED = "E: Could not get lock /var/lib/apt/lists/lock. It is held by process 1 (apt-get)"
+
+
+def test_another_apt_get_is_waited_for(bare):
+    """Each step, until the lock is free; that it waits is said once a step."""
+    bare.stand_in("apt-get", f"""
+        echo "$1" >> {bare.orders}
+        [ "$(grep -c "$1" {bare.orders})" -gt 2 ] || {{ echo "{_LOCKED}" >&2; exit 100; }}""")
+    status, lines = bare.run("ccu", "setup", "demo")
+    assert status == 0 and ordered(bare) == ["update", "sleep 2"] * 2 + ["update"] + ["install", "sleep 2"] * 2 + ["install"]
+    assert lines.count("Waiting for the other apt-get to end ...") == 2 and lines.count(_LOCKED) == 4
+
+
+def test_an_apt_get_that_fails_is_not_tried_again(bare):
+    """Its complaint is told, and the command ends."""
+    bare.stand_in("apt-get", f'echo "$1" >> {bare.orders}; echo "E: Unable to locate package common"; exit 100')
+    status, lines = bare.run("ccu", "demo")
+    assert status == 1 and ordered(bare) == ["update"]
+    assert lines == ["Installing: common late", "E: Unable to locate package common"]
+
+
+@pytest.mark.parametrize("before, asked", [
+    ([], ["-DCCU_TESTS=OFF"]),
+    ([["build"]], ["-DCCU_TESTS=ON", None]),
+    ([["demo"], ["test", "quick"]], ["-DCCU_TESTS=OFF", "-DCCU_TESTS=ON", None])])
+def test_the_demo_needs_nothing_of_the_tests(tree, before, asked):
+    """Where they were built they stay."""
+    tree.stand_in("cmake", f"""case $* in *--build*) ;; *)
+        mkdir -p {tree.at("build", "release")}; touch {tree.at("build", "release", "CMakeCache.txt")}
+        echo "$*" >> {tree.orders};; esac""")
+    for command in [*before, ["demo", "--list"]]:
+        tree.run("ccu", *command)
+    configured = [line.split() for line in ordered(tree) if line.startswith("--preset")]
+    assert [next((word for word in words if "CCU_TESTS" in word), None) for words in configured] == asked
