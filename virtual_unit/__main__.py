@@ -4,6 +4,8 @@ import argparse
 import os
 import sys
 
+from .program import NAME, PROGRAM
+
 
 def _up(arguments):
     from .up import up  # pylint: disable=import-outside-toplevel
@@ -69,7 +71,7 @@ class Commands:
     """The parser of all commands."""
 
     def __init__(self):
-        self.parser = argparse.ArgumentParser(prog="ccu", description="A camera unit without the camera.")
+        self.parser = argparse.ArgumentParser(prog=NAME, description="A camera unit without the camera.")
         self.parser.set_defaults(unit=None, json=False)
         self._commands = self.parser.add_subparsers(dest="name", metavar="COMMAND", required=True)
         command = self._add("up", _up, "run a unit until Ctrl-C, or run a command inside one (after --)")
@@ -91,9 +93,9 @@ class Commands:
         command.add_argument("event", nargs="?", choices=("press", "release", "repeat"),
                              help="what happens to it (default: press, then release)")
         self._add("exec", _on_unit("exec"), "run a command (after --) in a unit that runs", _UNIT)
-        self._add("env", _on_unit("env"), 'print what puts a shell into a unit that runs: eval "$(./ccu env)"', _UNIT)
+        self._add("env", _on_unit("env"), f'print what puts a shell into a unit that runs: eval "$({PROGRAM} env)"', _UNIT)
         command = self._add("completion", _completion, "print what completes command lines in a shell: "
-                                                       'eval "$(./ccu completion bash)"')
+                                                       f'eval "$({PROGRAM} completion bash)"')
         command.add_argument("shell", choices=("bash", "zsh"))
         self._add("list", _on_unit("list"), "list the units that run", _JSON)
         command = self._add("snapshot", _on_unit("snapshot"), "keep a unit that runs in a file, or go back to it",

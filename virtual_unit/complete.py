@@ -1,12 +1,13 @@
 """Completion of command lines: what the word can be that comes next, from the parser of the commands itself.
 
-The shells' own part, in `completion/`, asks for it; `./ccu completion bash` and `zsh` print that part.
+The shells' own part, in `completion/`, asks for it; the commands `completion bash` and `zsh` print that part.
 """
 
 import argparse
 import os
 
 from .__main__ import Commands
+from .program import NAME, PROGRAM
 from .registry import units
 from .verbs import STATE, Verb, choices_of, nouns, with_default_verb
 
@@ -21,7 +22,7 @@ def script(shell):
     if not os.path.exists(path):
         return None
     with open(path, encoding="utf-8") as file:
-        return file.read()
+        return file.read().replace("@PROGRAM@", PROGRAM).replace("@NAME@", NAME)
 
 
 def _subparsers(parser):

@@ -9,6 +9,7 @@ import time
 from .chapters import CHAPTERS
 from .daemon import DaemonFailure
 from .ending import Ending
+from .program import PROGRAM
 from .show import ReaderGone, Show
 from .stage import Failure, Result, Stage
 from .unit import VirtualUnit
@@ -21,8 +22,8 @@ _EXPLANATION = ("The daemon is the one that runs on a unit. What stands around i
                 "reply and signal below went over a D-Bus of its own. Each chapter has a fresh unit.")
 
 _NEXT = (
-    ("./ccu up", "a unit to try calls on, until Ctrl-C"),
-    ("./ccu up -- bash", "a shell inside a unit, for every command above: controllerctl status"),
+    (f"{PROGRAM} up", "a unit to try calls on, until Ctrl-C"),
+    (f"{PROGRAM} up -- bash", "a shell inside a unit, for every command above: controllerctl status"),
     ("docs/controllerctl.md", "the commands, their status and their JSON"),
     ("docs/interface.md", "every member, with its arguments, codes and texts"),
 )

@@ -6,7 +6,8 @@ import shlex
 import sys
 
 from .client import DbusFailure
-from .registry import NoUnit, choose, units
+from .program import NAME
+from .registry import NONE_RUNS, NoUnit, choose, units
 from .remote import Remote
 from .values import Typed
 from .verbs import WHOLE, nouns
@@ -17,7 +18,7 @@ _BUSY = "; the daemon has not dealt with it yet"
 def _complain(text, as_json=False):
     if as_json:
         print(json.dumps({"ok": False, "message": text}))
-    print(f"ccu: {text}", file=sys.stderr)
+    print(f"{NAME}: {text}", file=sys.stderr)
     return 1
 
 
@@ -111,7 +112,7 @@ def show_units(as_json=False):
         print(json.dumps([{"name": unit.name, "folder": unit.folder, "session": unit.session, "system": unit.system,
                            "pid": daemon["Pid"]} for unit, daemon in found]))
     elif not found:
-        print("no unit is running: start one with ./ccu up", file=sys.stderr)
+        print(NONE_RUNS, file=sys.stderr)
     else:
         width = max(len(unit.name) for unit, _ in found)
         for unit, daemon in found:

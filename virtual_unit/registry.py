@@ -7,12 +7,14 @@ import os
 import tempfile
 from dataclasses import asdict, dataclass
 
+from .program import PROGRAM
 from .unit import MEMORY, within_reach
 
 #: In the folder of a unit that is there for people; locked by its process for as long as it runs.
 _MARK = "up"
 #: Name of a unit whose user has not given it one.
 _USUAL = "unit"
+NONE_RUNS = f"no unit is running: start one with {PROGRAM} up"
 
 
 class NoUnit(Exception):
@@ -103,7 +105,7 @@ def choose(name=None):
         return found
     found = [unit for unit in running if wanted in (None, "", unit.name)]
     if not running:
-        raise NoUnit("no unit is running: start one with ./ccu up")
+        raise NoUnit(NONE_RUNS)
     names = ", ".join(unit.name for unit in running)
     if not found:
         raise NoUnit(f"no unit is named {wanted}; there are: {names}")

@@ -1,5 +1,5 @@
-# Completion of ./ccu in bash: eval "$(./ccu completion bash)"
-_ccu() {
+# Completion of @PROGRAM@ in bash: eval "$(@PROGRAM@ completion bash)"
+_@NAME@() {
     local words=() word line
     for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
         words+=("$word")
@@ -14,4 +14,4 @@ _ccu() {
         fi
     done < <("${COMP_WORDS[0]/#\~/$HOME}" complete -- "${words[@]}" 2>/dev/null)
 }
-complete -F _ccu ccu ./ccu
+complete -F _@NAME@ @NAME@ @PROGRAM@

@@ -1,5 +1,5 @@
-# Completion of ./ccu in zsh, after compinit: eval "$(./ccu completion zsh)"
-_ccu() {
+# Completion of @PROGRAM@ in zsh, after compinit: eval "$(@PROGRAM@ completion zsh)"
+_@NAME@() {
     local -a found
     found=("${(@f)$("${words[1]/#\~/$HOME}" complete -- "${(@)words[2,CURRENT]}" 2>/dev/null)}")
     found=("${(@)found:#}")
@@ -9,4 +9,4 @@ _ccu() {
     fi
     (( $#found )) && compadd -- "${(@)found}"
 }
-compdef _ccu ccu
+compdef _@NAME@ @NAME@

@@ -1,0 +1,2 @@
+# Completion of ccu-unit in bash.
+eval "$(ccu-unit completion bash)"

@@ -1,0 +1,3 @@
+#compdef ccu-unit
+eval "$(ccu-unit completion zsh)"
+_ccu-unit "$@"
