@@ -104,7 +104,7 @@ std::string Bare(const std::string& name) { return name.substr(name.rfind('/') +
 Answer SetTimezoneByName(const std::string& given)
 {
     std::vector<std::string> names;
-    const bool ascii = std::all_of(given.begin(), given.end(), [](char character) { return character >= 0; });
+    const bool ascii = std::all_of(given.begin(), given.end(), [](unsigned char byte) { return byte < 0x80; });
     if (ascii && Client::GetTimezoneList(names) < 0)
     {
         Answer failed = Failed();
