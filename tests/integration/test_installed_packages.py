@@ -4,7 +4,6 @@ They are installed in a throw-away root, by dpkg itself, as the root of a user n
 files are read-only.  What is run there finds the libraries that it needs, copied from the machine, and nothing else.
 """
 
-import glob
 import os
 import re
 import shutil
@@ -12,7 +11,7 @@ import tempfile
 
 import pytest
 
-from tests.integration.built_packages import LIBRARIES, UNIT_FILE, make_packages, run
+from tests.integration.built_packages import LIBRARIES, ROOT, UNIT_FILE, make_packages, run
 from virtual_unit import VirtualUnit, namespaces
 
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
@@ -92,7 +91,7 @@ class ThrowAwayRoot:
     def add_libraries(self):
         """Copies what the installed programs need from the machine."""
         own = {**os.environ, "LD_LIBRARY_PATH": self.at(LIBRARIES)}
-        for program in glob.glob(self.at("usr/bin/*")):
+        for program in run(os.path.join(ROOT, "packaging", "programs-in"), self.at("usr/bin")).splitlines():
             for library in set(re.findall(r"(/\S+) \(0x", run("ldd", program, env=own))):
                 if not library.startswith(self.folder) and not self.has(library[1:]):
                     os.makedirs(os.path.dirname(self.at(library[1:])), exist_ok=True)
@@ -280,6 +279,31 @@ def test_an_operators_choice_outlives_an_upgrade(packages, make_root):
 def test_no_package_has_configuration_files(installed):
     """What dpkg would ask the operator about at an upgrade."""
     assert "Conffiles:" not in "".join(":".join(line) for line in installed.lines("var/lib/dpkg/status"))
+
+
+#: Runs a command as an ordinary user of a machine on which the packages of the root $1 are installed, with the folder $2
+#: for temporary files; then tells which processes are left.
+_ON_A_MACHINE = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-e", "-c", """
+    mount -t overlay overlay -o "lowerdir=$1/usr:/usr" /usr
+    folder=$2; shift 2
+    exec unshare --user --map-user=1000 --map-group=1000 --pid --fork --mount --mount-proc env --ignore-environment \
+        PATH=/usr/bin:/bin TMPDIR="$folder" sh -c '"$@"; echo "status $?"; cat /proc/[0-9]*/comm' sh "$@" """, "sh"]
+
+
+@pytest.mark.parametrize("command, said", [
+    (["ccu-unit", "run", "card-pulled"], "1 of 1 scenarios came out as they should"),
+    (["ccu-unit", "up", "--", "sh", "-c", "controllerctl record start && ccu-unit do storage remove card"],
+     "card is pulled out"),
+    (["ccu-unit", "list"], "no unit is running: start one with ccu-unit up"),
+    (["ccu-unit", "completion", "bash"], "complete -F _ccu-unit ccu-unit ccu-unit"),
+    (["bash", "-c", "cd /; . /usr/share/bash-completion/completions/ccu-unit; "
+                    "COMP_WORDS=(ccu-unit snapshot l) COMP_CWORD=2; _ccu-unit; echo ${COMPREPLY[@]}"], "load")])
+def test_the_installed_unit_is_an_ordinary_users(installed, command, said):
+    """Found by its name, with nothing of the tree it was made in, and nothing of it stays."""
+    with tempfile.TemporaryDirectory(prefix="ccu-") as folder:
+        *lines, status, left = run(*_ON_A_MACHINE, installed.folder, folder, *command).splitlines()
+        assert (status, left) == ("status 0", "sh") and any(said in line for line in lines), lines
+        assert os.listdir(folder) == []
 
 
 @pytest.fixture(scope="module", name="running")

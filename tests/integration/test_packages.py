@@ -37,7 +37,20 @@ CONTENTS = {
     "controllerctl": ["usr/bin/controllerctl", "usr/share/man/man1/controllerctl.1.gz",
                       "usr/share/bash-completion/completions/controllerctl",
                       "usr/share/zsh/vendor-completions/_controllerctl"],
+    "controllerd-virtual-unit": [
+        "usr/bin/ccu-unit", "usr/share/man/man1/ccu-unit.1.gz", "usr/share/bash-completion/completions/ccu-unit",
+        "usr/share/zsh/vendor-completions/_ccu-unit", f"usr/share/ccu-unit/interfaces/{INTERFACE}.Control.xml",
+        "usr/share/ccu-unit/interfaces/introspection.py", "usr/share/ccu-unit/virtual_unit/*.*",
+        *(f"usr/share/ccu-unit/virtual_unit/{folder}/*.{kind}" for folder, kind in (
+            ("chapters", "py"), ("completion", "bash"), ("completion", "zsh"), ("interfaces", "xml"),
+            ("scenarios", "yaml"))),
+        *(f"usr/share/ccu-unit/virtual_unit/tools/{tool}" for tool in ("amixer", "aplay")),
+        *(f"{LIBRARIES}/ccu-unit/{file}" for file in (
+            "controllerctl/controllerctl", "daemon/controllerd", "virtual_unit/preload/lib*.so",
+            "virtual_unit/preload/gps_export", "zones/*", "zones/*/*"))],
 }
+#: Programs that are not in a folder "bin".
+ELSEWHERE = re.compile(r".*/(tools/\w+|gps_export)")
 
 #: Packages that a package asks for, sanitizers' runtimes aside, which only instrumented builds have.
 DEPENDENCIES = {
@@ -46,6 +59,8 @@ DEPENDENCIES = {
     "libcontroller-client1": {"libc6", "libgcc-s1", "libstdc++6", "libsystemd0"},
     "libcontroller-client-dev": {"libcontroller-client1"},
     "controllerctl": {"libc6", "libgcc-s1", "libsigc++-2.0-0v5", "libstdc++6", "libsystemd0", "libcontroller-client1"},
+    "controllerd-virtual-unit": {"libc6", "libgps28", "controllerctl", "controllerd", "dbus", "python3", "python3-dbus",
+                                 "python3-gi", "python3-yaml", "tzdata", "umockdev"},
 }
 SANITIZERS = re.compile(r"lib(asan|ubsan|lsan)\d+$")
 
@@ -108,7 +123,7 @@ def test_a_package_has_its_files(packages, name):
     for path, (mode, owner) in found.items():
         assert any(re.fullmatch(expression, path) for expression in expressions), path
         assert owner == "root/root"
-        assert mode == ("lrwxrwxrwx" if mode[0] == "l" else "-rwxr-xr-x" if "/bin/" in path else "-rw-r--r--"), path
+        assert mode == ("lrwxrwxrwx" if mode[0] == "l" else "-rwxr-xr-x" if "/bin/" in path or ELSEWHERE.fullmatch(path) else "-rw-r--r--"), path
 
 
 @pytest.mark.parametrize("name", DEPENDENCIES)
@@ -140,7 +155,10 @@ def test_the_library_lists_its_symbols(packages, tmp_path):
 def test_programs_are_stripped_and_look_for_libraries_where_they_should(packages, tmp_path):
     for name in set(packages) - {"libcontroller-client-dev"}:
         run("dpkg-deb", "--extract", packages[name], str(tmp_path))
-    for path in [*glob.glob(f"{tmp_path}/usr/bin/*"), f"{tmp_path}/{LIBRARIES}/libcontroller-client.so.1.1.0"]:
+    programs = [os.path.join(tmp_path, path) for name, package in packages.items() for path in contents(package)
+                if re.search(r"/bin/controller|\.so\.1\.1\.0$|/preload/", path)]
+    assert len(programs) > 10
+    for path in programs:
         sections = run("readelf", "--section-headers", "--wide", path)
         assert ".debug_" not in sections and ".symtab" not in sections, path
         assert "RUNPATH" not in run("readelf", "--dynamic", path)
@@ -167,6 +185,7 @@ install(PROGRAMS controllerd DESTINATION bin COMPONENT daemon)
 install(PROGRAMS controllerctl DESTINATION bin COMPONENT ctl)
 install(FILES libcontroller-client.so.1.1.0 DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client)
 install(FILES CMakeLists.txt DESTINATION include COMPONENT client_dev)
+install(FILES CMakeLists.txt DESTINATION share COMPONENT unit)
 """
 
 
@@ -196,7 +215,7 @@ def test_packages_are_for_what_was_built(tmp_path, architecture, triplet):
     status, said = packages_of(build, tmp_path / "packages")
     assert status == 0, said
     made = sorted((tmp_path / "packages").iterdir())
-    assert [path.name for path in made] == [f"{name}_1.1.0_{architecture}.deb" for name in sorted(CONTENTS)]
+    assert [path.name for path in made] == sorted(f"{name}_1.1.0_{architecture}.deb" for name in CONTENTS)
     assert {field(str(path), "Architecture") for path in made} == {architecture}
 
 
