@@ -282,12 +282,14 @@ def test_no_package_has_configuration_files(installed):
 
 
 #: Runs a command as an ordinary user of a machine on which the packages of the root $1 are installed, with the folder $2
-#: for temporary files; then tells which processes are left.
+#: for temporary files.
 _ON_A_MACHINE = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-e", "-c", """
     mount -t overlay overlay -o "lowerdir=$1/usr:/usr" /usr
     folder=$2; shift 2
     exec unshare --user --map-user=1000 --map-group=1000 --pid --fork --mount --mount-proc env --ignore-environment \
-        PATH=/usr/bin:/bin TMPDIR="$folder" sh -c '"$@"; echo "status $?"; cat /proc/[0-9]*/comm' sh "$@" """, "sh"]
+        PATH=/usr/bin:/bin TMPDIR="$folder" "$@" """, "sh"]
+#: Runs a command, then tells which processes are there.
+_AND_AFTER = ["sh", "-c", '"$@"; echo "status $?"; cat /proc/[0-9]*/comm', "sh"]
 
 
 @pytest.mark.parametrize("command, said", [
@@ -295,15 +297,20 @@ _ON_A_MACHINE = ["unshare", "--user", "--map-root-user", "--mount", "sh", "-e", 
     (["ccu-unit", "up", "--", "sh", "-c", "controllerctl record start && ccu-unit do storage remove card"],
      "card is pulled out"),
     (["ccu-unit", "list"], "no unit is running: start one with ccu-unit up"),
-    (["ccu-unit", "completion", "bash"], "complete -F _ccu-unit ccu-unit ccu-unit"),
-    (["bash", "-c", "cd /; . /usr/share/bash-completion/completions/ccu-unit; "
-                    "COMP_WORDS=(ccu-unit snapshot l) COMP_CWORD=2; _ccu-unit; echo ${COMPREPLY[@]}"], "load")])
+    (["ccu-unit", "completion", "bash"], "complete -F _ccu-unit ccu-unit ccu-unit")])
 def test_the_installed_unit_is_an_ordinary_users(installed, command, said):
     """Found by its name, with nothing of the tree it was made in, and nothing of it stays."""
     with tempfile.TemporaryDirectory(prefix="ccu-") as folder:
-        *lines, status, left = run(*_ON_A_MACHINE, installed.folder, folder, *command).splitlines()
+        *lines, status, left = run(*_ON_A_MACHINE, installed.folder, folder, *_AND_AFTER, *command).splitlines()
         assert (status, left) == ("status 0", "sh") and any(said in line for line in lines), lines
         assert os.listdir(folder) == []
+
+
+def test_the_installed_unit_is_completed(installed, tmp_path):
+    """By the file that bash looks for."""
+    assert run(*_ON_A_MACHINE, installed.folder, str(tmp_path), "bash", "-c",
+               "cd /; . /usr/share/bash-completion/completions/ccu-unit; COMP_WORDS=(ccu-unit snapshot l) COMP_CWORD=2; "
+               '_ccu-unit; echo "${COMPREPLY[@]}"') == "load\n"
 
 
 @pytest.fixture(scope="module", name="running")
