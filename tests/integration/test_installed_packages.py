@@ -10,6 +10,7 @@ import shutil
 import tempfile
 
 import pytest
+import yaml
 
 from tests.integration.built_packages import LIBRARIES, ROOT, UNIT_FILE, make_packages, run
 from virtual_unit import VirtualUnit, namespaces
@@ -304,6 +305,20 @@ def test_the_installed_unit_is_an_ordinary_users(installed, command, said):
         *lines, status, left = run(*_ON_A_MACHINE, installed.folder, folder, *_AND_AFTER, *command).splitlines()
         assert (status, left) == ("status 0", "sh") and any(said in line for line in lines), lines
         assert os.listdir(folder) == []
+
+
+def test_the_example_of_a_clients_tests_runs(installed, tmp_path):
+    """Each step of the workflow, as whoever copies it has it; its tests can fail."""
+    project = shutil.copytree(os.path.join(ROOT, "examples", "client-tests"), tmp_path / "project")
+    with open(project / "workflow.yaml", encoding="utf-8") as file:
+        steps = [step["run"] for step in yaml.safe_load(file)["jobs"]["test"]["steps"] if "run" in step]
+    inside = [*_ON_A_MACHINE, installed.folder, str(tmp_path), "env", f"--chdir={project}", "sh", "-e", "-c"]
+    for step in steps:
+        run(*inside, step)
+    assert 'tests="1" failures="0"' in (project / "report.xml").read_text(encoding="utf-8")
+    broken = (project / "test_client.py").read_text(encoding="utf-8").replace("-8,", "-9,")
+    (project / "test_client.py").write_text(broken, encoding="utf-8")
+    assert run(*inside, f"{steps[0]} || echo broken").splitlines()[-1] == "broken"
 
 
 def test_the_installed_unit_is_completed(installed, tmp_path):
