@@ -26,7 +26,9 @@ target_link_options(ccu_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>
 if(CCU_SANITIZE)
     target_compile_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
-    target_link_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE})
+    # What sanitizers add to a program is mostly addresses: at a fixed place they need no relocation at every start.
+    target_link_options(ccu_options INTERFACE -fsanitize=${CCU_SANITIZE}
+                                              $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-no-pie>)
 endif()
 
 if(CCU_COVERAGE)

@@ -24,11 +24,6 @@ def cached(name):
     return found.group(1) if found else ""
 
 
-def instrumentation():
-    """A program that loads an instrumented library is instrumented itself."""
-    return [f"-fsanitize={cached('CCU_SANITIZE')}"] if cached("CCU_SANITIZE") else []
-
-
 def install(folder, *components):
     """Installs components; returns the files, relative to the folder."""
     for component in components:

@@ -11,7 +11,7 @@ import pytest
 from interfaces.introspection import controller_text
 from tests.integration.client_driver import error
 from tests.integration.installed_client import (  # pylint: disable=unused-import
-    ROOT, cached, install, instrumentation, library_folder_fixture, prefix_fixture, run)
+    ROOT, cached, install, library_folder_fixture, prefix_fixture, run)
 from virtual_unit import VirtualUnit
 from virtual_unit.controller import stand_in_controller
 
@@ -64,8 +64,7 @@ def check_program(unit, program, library_folder):
 def test_a_program_is_built_by_the_cmake_package(unit, prefix, library_folder, example):
     """As the manual says."""
     build = str(example / "build")
-    flags = " ".join(instrumentation())
-    run("cmake", "-S", str(example), "-B", build, f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_CXX_FLAGS={flags}",
+    run("cmake", "-S", str(example), "-B", build, f"-DCMAKE_PREFIX_PATH={prefix}",
         f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}")
     run("cmake", "--build", build)
     check_program(unit, os.path.join(build, "snapshot"), library_folder)
@@ -73,7 +72,7 @@ def test_a_program_is_built_by_the_cmake_package(unit, prefix, library_folder, e
 
 def test_a_program_is_built_by_pkg_config(unit, library_folder, example):
     """As the manual says."""
-    script = (example / "build.sh").read_text().replace("c++", " ".join(['"$CXX"', *instrumentation()]), 1)
+    script = (example / "build.sh").read_text().replace("c++", '"$CXX"', 1)
     run("sh", "-e", "-c", script, cwd=example, env={**os.environ, "CXX": cached("CMAKE_CXX_COMPILER"),
                                                     "PKG_CONFIG_PATH": os.path.join(library_folder, "pkgconfig")})
     check_program(unit, str(example / "snapshot"), library_folder)

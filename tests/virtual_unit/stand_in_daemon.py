@@ -60,11 +60,11 @@ def main():
     if mode == "sanitizer report":
         with open("sanitizer.1", "w", encoding="utf-8") as file:
             file.write("ERROR: AddressSanitizer: something bad")
-    notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-    notify.sendto(b"READY=1", os.environ["NOTIFY_SOCKET"])
     loop = GLib.MainLoop()
     if mode != "ignores SIGTERM":
         GLib.unix_signal_add(GLib.PRIORITY_HIGH, signal.SIGTERM, loop.quit)
+    notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    notify.sendto(b"READY=1", os.environ["NOTIFY_SOCKET"])
     loop.run()
     del controller
 

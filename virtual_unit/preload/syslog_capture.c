@@ -2,7 +2,7 @@
 // names instead of going to the system's log.  One record a message, written with one write(2), so that the records of
 // several processes never mix: "LEVEL\tTEXT\n" with backslash, newline and tab of the text written as \\, \n and \t.
 // With CCU_SYSLOG_CALLERS in the environment further fields tell who has logged it, the innermost first:
-// "\tFILE+OFFSET" of each return address.
+// "\tFILE+OFFSET" of each return address, as the file's debug information counts.
 
 #undef _FORTIFY_SOURCE // its inline syslog would stand in the way of defining our own
 #define _GNU_SOURCE
@@ -11,6 +11,7 @@
 #include <errno.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <link.h>
 #include <pthread.h>
 #include <stdarg.h>
 #include <stdbool.h>
@@ -87,12 +88,13 @@ static char* Callers(void)
     const int count = backtrace(addresses, sizeof addresses / sizeof *addresses);
     Dl_info own;
     Dl_info place;
+    struct link_map* map = NULL;
     dladdr(&captureFile, &own);
     for (int index = 0; index < count; ++index)
     {
-        if (dladdr(addresses[index], &place) != 0 && place.dli_fbase != own.dli_fbase)
+        if (dladdr1(addresses[index], &place, (void**)&map, RTLD_DL_LINKMAP) != 0 && place.dli_fbase != own.dli_fbase)
         {
-            const uintptr_t offset = (uintptr_t)addresses[index] - (uintptr_t)place.dli_fbase;
+            const uintptr_t offset = (uintptr_t)addresses[index] - map->l_addr; // which is 0 where the place is fixed
             fprintf(out, "\t%s+%#zx", place.dli_fname, (size_t)offset);
         }
     }
