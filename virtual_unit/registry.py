@@ -7,8 +7,8 @@ import os
 import tempfile
 from dataclasses import asdict, dataclass
 
+from .folders import MEMORY, within_reach
 from .program import PROGRAM
-from .unit import MEMORY, within_reach
 
 #: In the folder of a unit that is there for people; locked by its process for as long as it runs.
 _MARK = "up"

@@ -17,6 +17,7 @@ from .client import Client
 from .clock import Clock
 from .daemon import Daemon, DaemonFailure
 from .faults import CallLog, Faults
+from .folders import LONGEST_FOLDER, folder_of_units
 from .framebuffers import Framebuffers
 from .gpio import Gpio
 from .gps import Gps
@@ -42,13 +43,6 @@ ALL_SIBLINGS = tuple(kind.name for kind in _SIBLINGS)
 #: See `bus_timeout`.
 AT_ONCE = 0
 
-#: Where Debian has a file system in memory, not by its other name: umockdev takes what is below /dev for devices.
-#: And what must be free there: several units at a time, with what tests record and draw in them, and their files.
-MEMORY, _ROOM, _FILES = "/run/shm", 2 * 1024 ** 3, 20_000
-
-#: The longest folder that leaves room for a socket's name in the 108 bytes of a Unix socket's address.
-_LONGEST_FOLDER = 80
-
 _running = []
 
 
@@ -69,28 +63,6 @@ def _end_with_process():
     in_main_thread = threading.current_thread() is threading.main_thread()
     if in_main_thread and signal.getsignal(signal.SIGTERM) is signal.SIG_DFL:
         signal.signal(signal.SIGTERM, _end_by_signal)
-
-
-def folder_of_units():
-    """Where units make their folders unless they are told: short enough for the sockets in them, in memory if there is
-    room, unless the user wants them elsewhere."""
-    if not any(map(os.environ.get, ("TMPDIR", "TEMP", "TMP"))) and _has_room(MEMORY):
-        return MEMORY
-    return within_reach(tempfile.gettempdir())
-
-
-def within_reach(folder):
-    """The folder, or another where the name of that one leaves no room for a unit's sockets."""
-    return folder if len(folder) < _LONGEST_FOLDER - len("/ccu-12345678") else "/tmp"
-
-
-def _has_room(folder):
-    try:
-        state = os.statvfs(folder)
-    except OSError:
-        return False
-    has_room = state.f_bavail * state.f_frsize >= _ROOM and state.f_favail >= _FILES
-    return has_room and os.access(folder, os.W_OK | os.X_OK)
 
 
 class VirtualUnit:
@@ -165,7 +137,7 @@ class VirtualUnit:
 
     def _start(self):
         self.directory = tempfile.mkdtemp(prefix="ccu-", dir=self._parent or folder_of_units())
-        if len(self.directory) > _LONGEST_FOLDER:
+        if len(self.directory) > LONGEST_FOLDER:
             raise ValueError(f"{self.directory} is too long for the sockets in it")
         for kind in (("session",) if self._with_bus else ()) + ("system",):
             self._buses[kind] = self._make_bus(kind)

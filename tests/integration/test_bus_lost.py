@@ -13,7 +13,7 @@ from tests.integration.playback_texts import PAUSE
 from tests.integration.recording_texts import KINDS, MESSAGES, Watch, debug, error, info, left_over
 from virtual_unit import PATIENCE, SILENT, DbusFailure, VirtualUnit
 from virtual_unit.bus import PrivateBus
-from virtual_unit.unit import folder_of_units
+from virtual_unit.folders import folder_of_units
 
 #: What the end of a lasting connection leaves in the log, and nothing else.
 LOST = [info("Failed to start main event loop"), info("Exiting..\n")]

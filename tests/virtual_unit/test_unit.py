@@ -11,7 +11,7 @@ import textwrap
 import pytest
 
 from virtual_unit import PATIENCE, DaemonFailure, DbusFailure, VirtualUnit
-from virtual_unit.unit import folder_of_units
+from virtual_unit.folders import folder_of_units
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -267,12 +267,12 @@ def test_units_are_in_memory_where_there_is_room(monkeypatch):
     """Unless the user says otherwise."""
     for name in ("TMPDIR", "TEMP", "TMP"):
         monkeypatch.delenv(name, raising=False)
-    monkeypatch.setattr("virtual_unit.unit.MEMORY", _ROOT)
-    monkeypatch.setattr("virtual_unit.unit._ROOM", 1)
-    monkeypatch.setattr("virtual_unit.unit._FILES", 0)
+    monkeypatch.setattr("virtual_unit.folders.MEMORY", _ROOT)
+    monkeypatch.setattr("virtual_unit.folders._ROOM", 1)
+    monkeypatch.setattr("virtual_unit.folders._FILES", 0)
     assert folder_of_units() == _ROOT
-    monkeypatch.setattr("virtual_unit.unit._ROOM", 2 ** 62)
+    monkeypatch.setattr("virtual_unit.folders._ROOM", 2 ** 62)
     assert folder_of_units() != _ROOT
-    monkeypatch.setattr("virtual_unit.unit._ROOM", 1)
+    monkeypatch.setattr("virtual_unit.folders._ROOM", 1)
     monkeypatch.setenv("TMPDIR", "/tmp")
     assert folder_of_units() != _ROOT
