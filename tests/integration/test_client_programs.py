@@ -38,7 +38,8 @@ using Controllerd::ControllerFailure;
 struct Answer { int result = 0; int code = 0; std::string message; };
 """
 
-#: Mistakes that the compiler tells: what the program says and the words of the warning or error.
+#: Mistakes that the compiler tells: what the program says and the words of the warning or error; of what it refuses in
+#: a header of ours, those that lead there.
 MISTAKES = {
     "a result ignored": ("int code = 0; std::string message; Controller::StopRecording(code, message);",
                          "warning: ignoring return value of .*StopRecording"),
@@ -52,7 +53,7 @@ MISTAKES = {
                        "return Controller::TakeScreenshot(nullptr, path, code, message);",
                        "error: use of deleted function .*TakeScreenshot"),
     "a call that tells nothing": ("Controllerd::ControllerAsync calls;"
-                                  "return calls.Start([] {}, [] {});", "error: "),
+                                  "return calls.Start([] {}, [] {});", "required from here"),
 }
 
 #: Programs that work, by what they print.
@@ -237,21 +238,37 @@ int main()
 }
 
 
+def functions(bodies):
+    """The bodies of main(), each as a function of its own, in a namespace of its own; what the compiler says of it
+    begins with its name."""
+    return "".join(f'namespace n{number}\n{{\n#line 1 "{name}"\n{body}}}\n'
+                   for number, (name, body) in enumerate(bodies.items()))
+
+
+def program():
+    """All programs in one, which runs that of the number that it is given."""
+    bodies = {name: re.sub(r"}\n$", "    return 0;\n}\n", text.replace("int main()", "int Main()"))
+              for name, (text, _) in PROGRAMS.items()}
+    calls = ", ".join(f"n{number}::Main" for number in range(len(bodies)))
+    return (f"{REST}{functions(bodies)}int main(int, char** arguments)\n{{\n"
+            f"    int (*const programs[])() = {{{calls}}};\n    return programs[std::stoi(arguments[1])]();\n}}\n")
+
+
 @pytest.fixture(scope="module", name="compile_program")
 def compile_program_fixture(prefix, library_folder, tmp_path_factory):
     """Compiles a program as the page says; returns what the compiler says and the program, if it has made one."""
     folder = tmp_path_factory.mktemp("programs")
 
-    def compiled(name, text, standard, program=True):
-        source = folder / f"{re.sub(r'[^a-z]', '-', name)}-{standard}.cpp"
+    def compiled(name, text, standard, whole=True):
+        source = folder / f"{name}-{standard}.cpp"
         source.write_text(HEAD + text)
         target = ["-o", str(source.with_suffix("")), f"-L{library_folder}", "-lcontroller-client", "-pthread"] \
-            if program else ["-fsyntax-only"]
+            if whole else ["-fsyntax-only"]
         done = subprocess.run([cached("CMAKE_CXX_COMPILER"), f"-std={standard}", "-Wall", "-Wextra", str(source),
                                "-I", os.path.join(prefix, "include"), "-I", os.path.join(ROOT, "examples"), *target],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False,
                               env={**os.environ, "LC_ALL": "C"})
-        return done.stdout, str(source.with_suffix("")) if program and done.returncode == 0 else None
+        return done.stdout, str(source.with_suffix("")) if whole and done.returncode == 0 else None
 
     return compiled
 
@@ -264,31 +281,53 @@ def unit_fixture():
         yield unit
 
 
+@pytest.fixture(scope="module", name="told_of")
+def told_of_fixture(compile_program):
+    """What the compiler says of each mistake, by its name and standard: of those that it warns of and of those that it
+    refuses apart, since it looks at less once it has refused something. What it warns of elsewhere stands beside."""
+    said = {}
+    for kinds in ("warning",), ("error", "required from here"):
+        bodies = {name: f"int Main()\n{{\n    {body}\n    return 0;\n}}\n"
+                  for name, (body, words) in MISTAKES.items() if words.startswith(kinds)}
+        for standard in STANDARDS:
+            told, _ = compile_program(kinds[0], functions(bodies), standard, whole=False)
+            for line in told.splitlines():
+                name = line.partition(":")[0]
+                if re.search(r"warning: |error: |required from", line) and (name in bodies or "warning: " in line):
+                    said.setdefault((name if name in bodies else "elsewhere", standard), []).append(line)
+    return said
+
+
 @pytest.mark.parametrize("name", MISTAKES)
-def test_a_mistake_is_told_by_the_compiler(compile_program, name):
+def test_a_mistake_is_told_by_the_compiler(told_of, name):
     """In every standard, and nothing else is told."""
-    body, words = MISTAKES[name]
-    text = f"int main()\n{{\n    {body}\n}}\n"
+    words = MISTAKES[name][1]
     for standard in STANDARDS:
-        told, _ = compile_program(name, text, standard, program=False)
-        assert re.search(words, told), told
-        assert len(re.findall(r"(?:warning|error): ", told)) == 1 or words == "error: ", told
+        told = told_of[name, standard]
+        assert all(re.search(words, line) for line in told), told
+        assert len(told) == 1 or words == "required from here", told
+        assert ("elsewhere", standard) not in told_of, told_of["elsewhere", standard]
 
 
-@pytest.mark.parametrize("name", PROGRAMS)
-def test_a_program_compiles_without_a_word(compile_program, name):
+@pytest.mark.parametrize("standard", STANDARDS[1:])
+def test_the_programs_compile_without_a_word(compile_program, standard):
     """In the later standards; the first is that of the programs that run."""
-    for standard in STANDARDS[1:]:
-        assert compile_program(name, REST + PROGRAMS[name][0], standard, program=False) == ("", None)
+    assert compile_program("syntax", program(), standard, whole=False) == ("", None)
+
+
+@pytest.fixture(scope="module", name="programs")
+def programs_fixture(compile_program):
+    """The command of all programs."""
+    told, path = compile_program("all", program(), STANDARDS[0])
+    assert told == "" and path
+    return path
 
 
 @pytest.mark.parametrize("name", PROGRAMS)
-def test_a_program_works(unit, compile_program, library_folder, name):
-    text, expected = PROGRAMS[name]
-    told, program = compile_program(name, REST + text, STANDARDS[0])
-    assert told == "" and program
+def test_a_program_works(unit, programs, library_folder, name):
+    expected = PROGRAMS[name][1]
     environment = {**os.environ, **unit.daemon.environment(), "LD_LIBRARY_PATH": library_folder}
-    with subprocess.Popen([program], env=environment, stdout=subprocess.PIPE,
+    with subprocess.Popen([programs, str(list(PROGRAMS).index(name))], env=environment, stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, text=True) as process:
         first = process.stdout.readline()
         if first == "open\n":

@@ -21,7 +21,7 @@ PLANTED = {
 }
 #: Those that are seen by what does not come: the less is waited for it the sooner, and it never comes.
 WAITED_FOR = {"leak": {"grace": PATIENCE / 120}, "silent": {"patience": PATIENCE / 120}}
-SEED = 1
+SEED = 3  # with which most are met soon
 #: Steps of their own for what a short search does not meet.
 RECORD = ["call", "VideoRecordStart", "uuu", [1920, 1080, 90]]
 RARE = {

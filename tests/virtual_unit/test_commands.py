@@ -1,7 +1,6 @@
 """The commands that work on units that run, as a user types them, and their completion in the shells."""
 
 import contextlib
-import io
 import json
 import os
 import re
@@ -12,8 +11,8 @@ import tempfile
 
 import pytest
 
+from tests.virtual_unit.in_process import command
 from virtual_unit import DIE_AFTER, PATIENCE, VirtualUnit
-from virtual_unit.__main__ import main
 from virtual_unit.complete import FILES, complete
 from virtual_unit.registry import NoUnit, announce, choose, units
 from virtual_unit.verbs import nouns
@@ -45,17 +44,6 @@ def _ccu(*words, cwd=None, **environment):
     return done.returncode, done.stdout, done.stderr
 
 
-def _here(*words):
-    """The same by a call of what ./ccu runs, without its process: each command has a test with that, too."""
-    out, errors = io.StringIO(), io.StringIO()
-    with contextlib.redirect_stdout(out), contextlib.redirect_stderr(errors):
-        try:
-            status = main(list(words))
-        except SystemExit as ended:  # by the parser
-            status = ended.code
-    return status, out.getvalue(), errors.getvalue()
-
-
 # Doing ----------------------------------------------------------------------------------------------------------------
 
 
@@ -64,14 +52,14 @@ def test_what_is_done_and_what_comes_of_it_in_one_line(home):
     with _running(home) as unit:
         assert _ccu("do", "storage", "remove", "card") == (0, "card is pulled out\n", "")
         assert unit.storage.devices() == ["internal"]
-        assert _here("do", "fault", "video", "StartRecording", "refuse", "--times", "1") == (
+        assert command("do", "fault", "video", "StartRecording", "refuse", "--times", "1") == (
             0, "fault 1: video StartRecording meets refuse\n", "")
         assert [(rule.member, rule.left) for rule in unit.faults.rules()] == [("StartRecording", 1)]
-        assert _here("do", "camera", "roll", "-30")[:2] == (0, "the head is turned to -30 degrees\n")
-        assert _here("do", "storage", "low", "internal")[1] == "internal runs low\n"
-        assert _here("do", "storage", "low", "internal", "off")[1] == "internal has space again\n"
+        assert command("do", "camera", "roll", "-30")[:2] == (0, "the head is turned to -30 degrees\n")
+        assert command("do", "storage", "low", "internal")[1] == "internal runs low\n"
+        assert command("do", "storage", "low", "internal", "off")[1] == "internal has space again\n"
         for words in (("do", "--json", "reel", "distance", "12.34"), ("do", "reel", "distance", "12.34", "--json")):
-            status, told, _ = _here(*words)
+            status, told, _ = command(*words)
             assert status == 0 and json.loads(told) == {
                 "ok": True, "noun": "reel", "verb": "distance", "arguments": {"metres": 12.34}, "results": {},
                 "effect": "the counter shows 12.34 m", "settled": True}
@@ -81,30 +69,30 @@ def test_what_is_refused_is_said(home):
     """By the unit with status 1, by the command's own parser with 2."""
     with _running(home):
         assert _ccu("do", "storage", "remove", "disk") == (1, "", "ccu: no device 'disk'; there are: card, internal\n")
-        status, told, _ = _here("do", "storage", "remove", "disk", "--json")
+        status, told, _ = command("do", "storage", "remove", "disk", "--json")
         assert (status, json.loads(told)) == (
             1, {"ok": False, "message": "no device 'disk'; there are: card, internal"})
         for words, text in ((("do", "reel", "distance", "far"), "'far' is no number"),
                             (("do", "storage", "pull", "card"), "invalid choice: 'pull'"),
                             (("do", "cooling", "fan", "300"), "300 is not between 0 and 255"),
                             (("do", "reel", "mode", "odd"), "'odd' is none of absolute, relative")):
-            status, _, errors = _here(*words)
+            status, _, errors = command(*words)
             assert status == 2 and text in errors
 
 
 def test_the_state_of_a_noun(home):
     """One property a line, or all as JSON."""
     with _running(home):
-        status, told, _ = _here("do", "reel", "state")
+        status, told, _ = command("do", "reel", "state")
         assert status == 0 and told.splitlines() == [
             "Absolute   1234", "Connected  true", "Distance   2.34", "Mode       relative", "Relative   234"]
-        assert json.loads(_here("do", "reel", "state", "--json")[1])["state"]["Distance"] == 2.34
+        assert json.loads(command("do", "reel", "state", "--json")[1])["state"]["Distance"] == 2.34
 
 
 def test_every_noun_and_verb_has_help():
     """With what the declaration says of it."""
     for noun in nouns().values():
-        status, told, _ = _here("do", noun.name, "--help")
+        status, told, _ = command("do", noun.name, "--help")
         assert status == 0
         for verb in noun.verbs.values():
             assert re.search(rf"^    {verb.name}(?: |$)", told, re.MULTILINE)
@@ -116,7 +104,7 @@ def test_a_sibling_dies_behind_a_command(home):
     """What a unit does not survive is no success: nobody listens, and that is said."""
     with _running(home) as unit:
         unit.simulation.die()
-        status, _, errors = _here("do", "reel", "zero")
+        status, _, errors = command("do", "reel", "zero")
         assert status == 1 and errors.startswith("ccu: ")
 
 
@@ -125,22 +113,22 @@ def test_a_sibling_dies_behind_a_command(home):
 
 def test_several_side_by_side(home):
     """Each has a name, its own or one that is free; ended ones are none."""
-    assert _here("list") == (0, "", "no unit is running: start one with ./ccu up\n")
+    assert command("list") == (0, "", "no unit is running: start one with ./ccu up\n")
     with _running(home, "") as first, _running(home, "") as second, _running(home, "mine") as third:
         assert [unit.name for unit in (first, second, third)] == ["unit", "unit2", "mine"]
         assert [line.split()[0] for line in _ccu("list")[1].splitlines()] == ["mine", "unit", "unit2"]
-        told = json.loads(_here("list", "--json")[1])
+        told = json.loads(command("list", "--json")[1])
         assert [(unit["name"], unit["folder"], unit["pid"]) for unit in told] == [
             ("mine", third.directory, 0), ("unit", first.directory, 0), ("unit2", second.directory, 0)]
         with pytest.raises(NoUnit, match="there is a unit named mine already"):
             announce(first, "mine")
-        assert _here("do", "reel", "zero")[2] == (
+        assert command("do", "reel", "zero")[2] == (
             "ccu: several units are running: choose with --unit, or CCU_UNIT, one of mine, unit, unit2\n")
-        assert _here("do", "--unit", "unit2", "reel", "zero")[0] == 0
+        assert command("do", "--unit", "unit2", "reel", "zero")[0] == 0
         assert _ccu("do", "reel", "connect", "off", CCU_UNIT=third.directory)[0] == 0
         assert [unit.hardware.reel["Relative"] for unit in (first, second, third)] == [234, 0, 234]
         assert [unit.hardware.reel["Connected"] for unit in (first, second, third)] == [True, True, False]
-        assert _here("env", "--unit", "other")[2] == "ccu: no unit is named other; there are: mine, unit, unit2\n"
+        assert command("env", "--unit", "other")[2] == "ccu: no unit is named other; there are: mine, unit, unit2\n"
     assert units() == []
     with pytest.raises(NoUnit, match="no unit runs in"):
         choose(first.directory)
@@ -166,8 +154,8 @@ def test_a_command_in_a_unit_that_runs(home, tmp_path):
         assert path.startswith(os.path.join(os.path.abspath(unit.build_dir), "controllerctl") + ":")
         assert _ccu("exec", "--", "/nonexistent/command")[0] == 127
         assert _ccu("exec", "--", _ROOT)[0] == 126
-        assert _here("exec")[0] == 2
-    assert _here("exec", "--", "true")[0] == 1
+        assert command("exec")[0] == 2
+    assert command("exec", "--", "true")[0] == 1
 
 
 def test_a_shell_in_a_unit_that_runs(home):
@@ -176,7 +164,7 @@ def test_a_shell_in_a_unit_that_runs(home):
         script = f'eval "$({_CCU} env)"; first=$PATH; eval "$({_CCU} env)"; echo "$CCU_UNIT"; [ "$first" = "$PATH" ]'
         done = subprocess.run(["sh", "-c", script], text=True, capture_output=True, check=True, env=os.environ)
         assert done.stdout == f"{unit.directory}\n"
-    assert _here("env") == (1, "", "ccu: no unit is running: start one with ./ccu up\n")
+    assert command("env") == (1, "", "ccu: no unit is running: start one with ./ccu up\n")
 
 
 def test_a_snapshot_by_command(home, tmp_path):
@@ -198,11 +186,11 @@ def test_up_gives_its_unit_a_name_and_lives_on_without_its_daemon(home, build_di
         try:
             for _ in range(3):
                 process.stdout.readline()
-            assert _here("do", "daemon", "restart")[0] == 0
-            assert _here("do", "daemon", "kill", "--unit", "mine")[:2] == (0, "the daemon was killed: status -9\n")
-            assert _here("list")[1].split()[:3] == ["mine", "no", "daemon"]
-            assert _here("do", "daemon", "start")[0] == 0 and process.poll() is None
-            pid = json.loads(_here("list", "--json")[1])[0]["pid"]
+            assert command("do", "daemon", "restart")[0] == 0
+            assert command("do", "daemon", "kill", "--unit", "mine")[:2] == (0, "the daemon was killed: status -9\n")
+            assert command("list")[1].split()[:3] == ["mine", "no", "daemon"]
+            assert command("do", "daemon", "start")[0] == 0 and process.poll() is None
+            pid = json.loads(command("list", "--json")[1])[0]["pid"]
             os.kill(pid, 9)
             assert process.wait(PATIENCE) == 1
         finally:
@@ -217,7 +205,7 @@ def test_up_gives_its_unit_a_name_and_lives_on_without_its_daemon(home, build_di
     (("99",), 2, "no chapter '99'"), (("recording",), 2, "'recording' is in several titles: ")])
 def test_the_chapters_of_the_demo_are_listed_and_chosen(words, status, text):
     """A chapter that is not meant clearly is not played."""
-    ended, told, errors = _here("demo", *words)
+    ended, told, errors = command("demo", *words)
     assert ended == status and text in told + errors
 
 

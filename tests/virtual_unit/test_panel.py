@@ -12,6 +12,7 @@ import threading
 
 import pytest
 
+from tests.virtual_unit.in_process import command
 from virtual_unit import PATIENCE, VirtualUnit
 from virtual_unit.panel import Panel, Screen
 from virtual_unit.registry import announce
@@ -90,9 +91,11 @@ def test_the_screen_of_a_terminal():
 # Keys -----------------------------------------------------------------------------------------------------------------
 
 @pytest.fixture
-def home():
+def home(monkeypatch):
     """A folder for units that no other test has any in."""
     folder = tempfile.mkdtemp(prefix="k-", dir="/tmp")
+    monkeypatch.setenv("TMPDIR", folder)
+    monkeypatch.delenv("CCU_UNIT", raising=False)
     yield folder
     shutil.rmtree(folder)
 
@@ -118,13 +121,6 @@ def _listened_to(home, name=None):
         yield unit, keys
 
 
-def _key(home, *arguments, unit=None):
-    environment = {name: value for name, value in os.environ.items() if name != "CCU_UNIT"}
-    environment.update({"TMPDIR": home, **({"CCU_UNIT": unit} if unit else {})})
-    return subprocess.run([sys.executable, "-m", "virtual_unit", "key", *arguments], cwd=_ROOT, env=environment,
-                          text=True, capture_output=True, check=False)
-
-
 @pytest.mark.parametrize("arguments, keys", [
     (("30",), [(30, 1), (30, 0)]), (("30", "press"), [(30, 1)]), (("30", "release"), [(30, 0)]),
     (("248", "repeat"), [(248, 2)]), (("Enter", "press"), [(28, 1)]), (("KEY_ENTER", "press"), [(28, 1)]),
@@ -133,29 +129,31 @@ def _key(home, *arguments, unit=None):
 def test_a_key_of_the_one_unit(home, arguments, keys):
     """The only unit that is there for people is found."""
     with _listened_to(home, "mine") as (_, typed), _listened_to(home) as (_, others):
-        done = _key(home, *arguments)
-        assert done.returncode == 0, done.stderr
+        status, _, errors = command("key", *arguments)
+        assert status == 0, errors
         assert typed() == keys and others() == []
 
 
-def test_a_key_of_one_of_several_units(home):
+def test_a_key_of_one_of_several_units(home, monkeypatch):
     """Of several units one has to be named."""
     with _listened_to(home, "one") as (unit, typed), _listened_to(home, "other") as (_, others):
-        done = _key(home, "30")
-        assert done.returncode == 1
-        assert done.stderr == ("ccu: several units are running: choose with --unit, or CCU_UNIT, one of one, other\n")
-        assert _key(home, "30", "press", unit=unit.directory).returncode == 0
-        assert _key(home, "31", "press", unit="one").returncode == 0
-        assert _key(home, "32", "press", "--unit", "one", unit="other").returncode == 0
+        assert command("key", "30")[::2] == (
+            1, "ccu: several units are running: choose with --unit, or CCU_UNIT, one of one, other\n")
+        monkeypatch.setenv("CCU_UNIT", unit.directory)
+        assert command("key", "30", "press")[0] == 0
+        monkeypatch.setenv("CCU_UNIT", "one")
+        assert command("key", "31", "press")[0] == 0
+        words = [sys.executable, "-m", "virtual_unit", "key", "32", "press", "--unit", "one"]
+        subprocess.run(words, cwd=_ROOT, env={**os.environ, "CCU_UNIT": "other"}, check=True)
         assert typed() == [(30, 1), (31, 1), (32, 1)] and others() == []
 
 
 def test_a_key_of_no_unit(home):
     """A key that nobody would hear of is told."""
-    assert "no unit is running" in _key(home, "30").stderr
+    assert "no unit is running" in command("key", "30")[2]
     with VirtualUnit(daemon=False, directory=home, siblings=()) as unit, announce(unit):
-        done = _key(home, "30")
-        assert done.returncode == 1 and "nobody listens to the keypad" in done.stderr
+        status, _, errors = command("key", "30")
+        assert status == 1 and "nobody listens to the keypad" in errors
 
 
 @pytest.mark.parametrize("arguments, status, told", [
@@ -164,6 +162,6 @@ def test_a_key_of_no_unit(home):
 def test_keys_that_make_no_sense(home, arguments, status, told):
     """A command that is not understood says why."""
     with _listened_to(home, "mine") as (_, typed):
-        done = _key(home, *arguments)
-        assert done.returncode == status and told in done.stderr
+        ended, _, errors = command("key", *arguments)
+        assert ended == status and told in errors
         assert typed() == []
