@@ -25,7 +25,8 @@ def packages_fixture(tmp_path_factory):
 #: What a package has besides the two files that all have.
 CONTENTS = {
     "controllerd": [UNIT_FILE, f"{UNIT_FILE}.d/10-user.conf", "lib/udev/rules.d/60-controllerd.rules",
-                    "usr/bin/controllerd", "usr/lib/sysusers.d/controllerd.conf", "usr/share/man/man8/controllerd.8.gz",
+                    "usr/bin/controllerd", "usr/lib/controllerd/wait-for-siblings",
+                    "usr/lib/sysusers.d/controllerd.conf", "usr/share/man/man8/controllerd.8.gz",
                     "usr/share/polkit-1/rules.d/60-controllerd.rules"],
     "libcontroller-client1": [f"{LIBRARIES}/libcontroller-client.so.1", f"{LIBRARIES}/libcontroller-client.so.1.1.0"],
     "libcontroller-client-dev": [
