@@ -120,9 +120,9 @@ def test_one_that_comes_late_is_waited_for(unit, make_wait, late):
     unit.siblings[late].die()
     wait = make_wait(unit).start()
     for _ in range(3):
-        assert wait.pause() == 0.5
+        assert wait.pause() == 1
         wait.go_on()
-    assert wait.pause() == 0.5
+    assert wait.pause() == 1
     unit.siblings[late].revive()
     wait.go_on()
     assert wait.ended() == (0, "")
@@ -138,9 +138,9 @@ def test_a_bus_that_comes_late_is_waited_for(unit, make_wait):
 
 
 def pauses_until_the_end(wait, seconds):
-    """Sees that it makes two pauses for each second and then ends; what it says."""
+    """Sees that it makes a pause for each second and then ends; what it says."""
     wait.start(seconds)
-    for _ in range(2 * seconds):
+    for _ in range(seconds):
         wait.pause()
         wait.go_on()
     return wait.ended()
