@@ -102,6 +102,7 @@ def _wanted(info):
 
 def save(unit, path):
     """Keeps the unit in a file, which appears complete, in place of what is there."""
+    unit.framebuffers.disown()
     state = json.dumps(_state_of(unit)).encode()
     part = path + ".part"
     try:
@@ -161,6 +162,7 @@ class _Snapshot:
                 (shutil.rmtree if os.path.isdir(place) and not os.path.islink(place) else os.unlink)(place)
             source = os.path.join(self._folder, name)
             shutil.copytree(source, target, dirs_exist_ok=True)
+        self._unit.framebuffers.adopt()
 
     @on_loop
     def put_siblings(self):

@@ -49,6 +49,16 @@ class Hardware(Sibling):
         return self.get_property(_ROOT, "VideoStatus")
 
     @property
+    def has_camera_power(self):
+        """Whether the output that supplies the camera is on."""
+        return self.power_states[0]
+
+    @property
+    def lamps(self):
+        """Brightness of the lamps in the camera head, 0 to 100."""
+        return self.get_property(CAMERA, "Brightness")
+
+    @property
     def sonde(self):
         """Whether the sonde in the camera head is on."""
         return self.get_property(CAMERA, "Sonde")

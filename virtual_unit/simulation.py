@@ -611,6 +611,7 @@ class Sync(Noun):
 _NOUNS = {"": Whole, "daemon": Daemon, "storage": Storage, "recording": Recording, "playback": Playback,
           "camera": Camera, "reel": Reel, "power": Power, "cooling": Cooling, "gps": Gps, "clock": Clock, "key": Key,
           "front": Front, "sibling": Siblings, "fault": Fault, "settings": Settings, "job": Job, "sync": Sync}
+_FRONT = f"{ROOT}/front"
 #: Words that a method cannot be named, or that are two.
 _METHODS = {"Break": "break_", "Return": "return_"}
 #: What a plain value is in a variant.
@@ -654,7 +655,7 @@ class Simulation(Sibling):
         self._life = 0  # counts the connections
         self._stirred = False
         self._work = queue.SimpleQueue()
-        self._worker = self._watch = self._log = self._process = None
+        self._worker = self._watch = self._log = self._process = self._alarm = None
         self._follows_controller = -1
 
     # Calls ------------------------------------------------------------------------------------------------------------
@@ -692,6 +693,9 @@ class Simulation(Sibling):
             self.objects[path].values.update(self.nouns[path].state())
 
     def _carry_out(self, message):
+        if message.get_interface() == PROPERTIES and message.get_path() == _FRONT and (
+                message.get_member() == "GetAll" or "Screens" in message.get_args_list()):
+            self.unit.framebuffers.draw()
         try:
             return super()._carry_out(message)
         except (OSError, OverflowError, archive.Unreadable) as error:
@@ -710,6 +714,7 @@ class Simulation(Sibling):
         if self._watch is not None:
             self._watch.close()
         self._watch = self._process = None
+        self._set_alarm(None)
         if self._worker is not None:
             self._work.put(None)
             self._worker = None
@@ -732,6 +737,7 @@ class Simulation(Sibling):
         if not (self._subscribers and self.alive):
             return
         self._follow_process()
+        self._follow_pictures()
         for path in self.nouns:
             changed = self._news_of(path)
             if changed:
@@ -792,7 +798,7 @@ class Simulation(Sibling):
             self._tell_log()
             return
         for device in (0, 1):
-            if path == self.unit.framebuffers.path(device):
+            if path == self.unit.framebuffers.path(device) and not self.unit.framebuffers.was_drawn(device):
                 self.frames[device] += 1
         self.stir()
 
@@ -801,6 +807,22 @@ class Simulation(Sibling):
             for line in self._log.lines():
                 self.emit(ROOT, SERVICE, "Logged", line.priority, line.text)
             self._log.clear()
+
+    def _follow_pictures(self):
+        """Has those who have looked at the display be told, once, when there is something else to be seen."""
+        for device in self.unit.framebuffers.outdated():
+            self.frames[device] += 1
+        self._set_alarm(self.unit.framebuffers.seconds_left())
+
+    def _set_alarm(self, seconds):
+        if self._alarm is not None:
+            GLib.source_remove(self._alarm)
+        self._alarm = None if seconds is None else GLib.timeout_add(int(seconds * 1000) + 1, self._ring)
+
+    def _ring(self):
+        self._alarm = None
+        self.look()
+        return GLib.SOURCE_REMOVE
 
     def _follow_process(self):
         """Has the daemon's end be noticed."""

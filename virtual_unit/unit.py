@@ -26,6 +26,7 @@ from .jobs import Jobs
 from .keypad import InputDevices
 from .loop import shared_loop
 from .patience import PATIENCE
+from .picture import Painter
 from .settings import Settings
 from .simulation import Simulation
 from .storage import Storage
@@ -105,6 +106,7 @@ class VirtualUnit:
         self.faults.changed = self.stir
         self.clock = self.simulation = None
         self.errors = []
+        self.painter = Painter(self)
         self.client = self.log = self.daemon = self.framebuffers = self.gps = None
         self.gpio = self.audio = self.input = None
         self.video = self.storage = self.jobs = self.settings = self.hardware = self.sync = self.timedate = None
@@ -143,7 +145,8 @@ class VirtualUnit:
             self._buses[kind] = self._make_bus(kind)
         for bus in self._buses.values():
             bus.wait_ready()
-        self.framebuffers = Framebuffers(self.directory)
+        self.framebuffers = Framebuffers(self.directory, self.painter)
+        self.framebuffers.changed = self.stir
         self.gps = Gps(self.build_dir, self.directory)
         self.clock = Clock(self.directory)
         self.clock.changed = self.stir
@@ -240,7 +243,7 @@ class VirtualUnit:
         finally:
             if self.gps is not None:
                 self.gps.stop()
-            for device in (self.audio, self.gpio):
+            for device in (self.audio, self.gpio, self.framebuffers):
                 if device is not None:
                     device.close()
             for bus in self._buses.values():

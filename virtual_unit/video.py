@@ -1,9 +1,9 @@
 """The video daemon: three recordings, snapshots and the player."""
 
 import os
+import time
 from dataclasses import dataclass
 
-from .jpeg import picture
 from .loop import on_loop
 from .sibling import Sibling
 
@@ -77,6 +77,8 @@ class Video(Sibling):
     def __init__(self, unit, address):
         #: The last Order of each kind that was started.
         self.orders = {}
+        #: How long each kind of recording had run when it last paused, and since when it runs, None when it does not.
+        self.recorded = {}
         self.motion_detection_period = None
         super().__init__(unit, address)
 
@@ -95,6 +97,11 @@ class Video(Sibling):
         """State of a recording: OFF, RECORDING or PAUSED."""
         return self.get(KINDS[kind].state)
 
+    def recorded_seconds(self, kind="video"):
+        """How long a recording has run."""
+        seconds, since = self.recorded.get(kind, (0.0, None))
+        return seconds if since is None else seconds + max(time.monotonic() - since, 0)
+
     @on_loop
     def grow(self, kind="video", size=4096, approaching_limit=False):
         """The recording's file grows by that many bytes, which is announced."""
@@ -108,6 +115,8 @@ class Video(Sibling):
     def change(self, kind, state, **others):
         """Puts a recording into a state, with the capture lists and other properties that go with it, in one change."""
         states = {name: self.get(item.state) for name, item in KINDS.items()}
+        seconds = self.recorded_seconds(kind) if states[kind] != OFF else 0.0
+        self.recorded[kind] = (seconds, time.monotonic() if state == RECORDING else None)
         states[kind] = state
         lists = {wanted: [name for name, value in states.items() if value == number]
                  for wanted, number in (("InactiveCaptures", OFF), ("ActiveCaptures", RECORDING),
@@ -165,12 +174,12 @@ class Video(Sibling):
     # Behaviours; those of the three recordings are made below --------------------------------------------------------
 
     def on_Snapshot(self, _path, path, width, height, quality):
-        """Writes a picture of that size."""
+        """Writes what the display shows as a picture of that size."""
         fits = 0 < width <= LARGEST_PICTURE[0] and 0 < height <= LARGEST_PICTURE[1] and 0 < quality <= 100
         if not fits or not os.path.isdir(os.path.dirname(path)) or not self._has_room(path):
             return _REFUSED
         with open(path, "wb") as file:
-            file.write(picture(width, height))
+            file.write(self.unit.painter.snapshot(width, height, quality))
         return _DONE
 
     def on_SetMotionDetectionPeriod(self, _path, period):
