@@ -27,7 +27,8 @@ def _serve(unit, ending):
     stop = threading.Event()
     screen = Screen(sys.stderr)
     followers = [threading.Thread(target=unit.log.follow, args=(lambda line: screen.line(_format(line)), stop)),
-                 threading.Thread(target=Panel(unit).follow, args=(screen.status, stop))]
+                 threading.Thread(target=Panel(unit).follow, args=(screen.status, stop),
+                                  kwargs={"meanwhile": screen.refit})]
     for follower in followers:
         follower.daemon = True
         follower.start()

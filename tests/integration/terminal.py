@@ -42,9 +42,15 @@ class Terminal:
         """Types it; keys have tmux's names, as in "Tab"."""
         self._tmux("send-keys", *text)
 
-    def screen(self, codes=False):
-        """The lines, also those that the terminal itself had to break; with their codes of colour if wanted."""
-        lines = self._tmux("capture-pane", "-p", "-J", *(["-e"] if codes else [])).rstrip("\n").split("\n")
+    def resize(self, width):
+        """Gives it another width; what does not fit any more is broken, and what was is put together again."""
+        self._tmux("resize-window", "-x", str(width))
+
+    def screen(self, codes=False, joined=True):
+        """The lines, those that the terminal itself had to break put together if wanted; with their codes of colour if
+        wanted."""
+        options = [*(["-J"] if joined else []), *(["-e"] if codes else [])]
+        lines = self._tmux("capture-pane", "-p", *options).rstrip("\n").split("\n")
         return [line.rstrip() for line in lines]
 
     def wait_for(self, condition):
