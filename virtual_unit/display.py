@@ -3,8 +3,8 @@
     screens = front.Get("Screens")            # of the control object; the unit draws before it answers
     page.show(picture(screens, (640, 360)))   # the bytes of a JPEG
 
-After that the control object's `Frames` tells each time, once, when there is another picture; read `Screens` again to get
-it.  Who does not read it costs the unit nothing.
+After that the control object's `Frames` tells each time, once, when there is another picture; read `Screens` again to
+get it.  Who does not read it costs the unit nothing.
 """
 
 import io
@@ -22,7 +22,8 @@ def _layer(screens, device, mode, order):
         if path.endswith(f"fb{device}") and screen is not None and screen.bits == 8 * len(mode):
             try:
                 with open(path, "rb") as file:
-                    return Image.frombytes(mode, (screen.width, screen.height), screen.window(file.read()), "raw", order)
+                    pixels = screen.window(file.read())
+                return Image.frombytes(mode, (screen.width, screen.height), pixels, "raw", order)
             except (OSError, ValueError):
                 return None
     return None

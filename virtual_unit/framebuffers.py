@@ -83,7 +83,7 @@ class Framebuffers:
     def __init__(self, directory, painter):
         self.directory = self._directory = os.path.join(directory, "framebuffers")
         self._painter = painter
-        #: What each device shows of a scene, None from when that is known to be another; and whether it was drawn at all.
+        #: What each device shows of a scene, None once that is known to be another; and whether it was drawn at all.
         self._shown, self._drawn = [None, None], [False, False]
         #: Called after something has been drawn.
         self.changed = lambda: None
@@ -119,8 +119,9 @@ class Framebuffers:
             pixels=None):
         """Gives a device its screen.  `pixels` are those of the visible window, row after row without padding; the unit
         draws them when None.  The virtual screen is as large as it must be unless it is told to be larger."""
-        screen = Screen(width, height, xres_virtual or xoffset + width, yres_virtual or yoffset + height, xoffset, yoffset,
-                        bits or _DEFAULT_BITS[device], pixels is None and bits in (None, _DEFAULT_BITS[device]))
+        usual = _DEFAULT_BITS[device]
+        screen = Screen(width, height, xres_virtual or xoffset + width, yres_virtual or yoffset + height, xoffset,
+                        yoffset, bits or usual, pixels is None and bits in (None, usual))
         with open(self.path(device), "wb") as file:
             if pixels is None:
                 file.truncate(screen.size)

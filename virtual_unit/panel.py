@@ -125,8 +125,8 @@ class Screen:
             return _USUAL_WIDTH
 
     def _status(self):
-        """The status, with the cursor at its beginning: a terminal that becomes narrower and breaks it leaves the cursor
-        there, above all that is to be cleared."""
+        """The status, with the cursor at its beginning: a terminal that becomes narrower and breaks it leaves the
+        cursor there, above all that is to be cleared."""
         self._width = self._columns()
         return f"{self._NO_WRAP}{fitted(self._texts, self._width)}{self._WRAP}\r" if self._texts else ""
 

@@ -1,11 +1,10 @@
 """What there is to be seen on the unit: the camera's picture of the pipe that it is in, and the overlay on it.
 
-`Painter.scene` says what that is now, as values; `camera` and `overlay` draw it for whom it may concern: the
-framebuffers (and so the display and the daemon's screenshots) and the video daemon's snapshots.  Nothing is drawn before
-somebody asks.
+`Painter.scene` says what that is now, as values; `camera` and `overlay` draw it, for the framebuffers (and so the
+display and the daemon's screenshots) and for the video daemon's snapshots.  Nothing is drawn before somebody asks.
 
-The camera is at the reel's absolute distance, turned and tilted by its angles, with the lamps as bright as the hardware
-daemon says.  The video daemon turns its picture back where "RotationEnabled" is set, in steps of "RotationSteps" degrees
+The camera is at the reel's absolute distance, turned and tilted by its angles, with the lamps as bright as the
+hardware daemon says.  The video daemon turns its picture back where "RotationEnabled" is set, in steps of "RotationSteps" degrees
 or by "RotationOverrideAngle", and magnifies it by "CaptureZoom".  A camera that is lost, or has no power, gives a blue
 picture; a film that is played back shows a pipe from its beginning on, as far as it has been played; there is a black
 picture without live video or a video daemon.
@@ -210,7 +209,15 @@ def _pipe(library):
     return draw
 
 
-@functools.lru_cache(maxsize=4)
+@functools.lru_cache(maxsize=2)
+def _sensed(library, view, width, height):
+    pixels = ctypes.create_string_buffer(width * height * 3)
+    _pipe(library)(pixels, width, height, view.distance, math.radians(view.roll),
+                   math.radians(max(min(view.pitch, 60), -60)), max(view.zoom, 0.1), max(view.light, 0))
+    return pixels.raw
+
+
+@functools.lru_cache(maxsize=2)
 def camera(library, view, width, height):
     """The camera's picture in RGB; `library` is the file of the one that is made of `pipe.c`."""
     from PIL import Image  # pylint: disable=import-outside-toplevel
@@ -218,10 +225,8 @@ def camera(library, view, width, height):
         return Image.new("RGB", (width, height), view.source)
     part = min(1, _SENSOR[0] / width, _SENSOR[1] / height)
     size = max(round(width * part), 1), max(round(height * part), 1)
-    pixels = ctypes.create_string_buffer(size[0] * size[1] * 3)
-    _pipe(library)(pixels, *size, view.distance, math.radians(view.roll), math.radians(max(min(view.pitch, 60), -60)),
-                   max(view.zoom, 0.1), max(view.light, 0))
-    return Image.frombytes("RGB", size, pixels.raw).resize((width, height), Image.Resampling.BICUBIC)
+    sensed = Image.frombytes("RGB", size, _sensed(library, view, *size))
+    return sensed.resize((width, height), Image.Resampling.BICUBIC)
 
 
 @functools.lru_cache(maxsize=16)
@@ -250,7 +255,8 @@ class _Sheet:
 
     def band(self, top, bottom):
         """Darkens what is behind a line of text."""
-        self._draw.rectangle([0, round(top * self._scale), self.image.width, round(bottom * self._scale) - 1], fill=_BAND)
+        top, bottom = self._measured(top, bottom)
+        self._draw.rectangle([0, top, self.image.width, bottom - 1], fill=_BAND)
 
     def text(self, x, y, text, size, colour, anchor):
         """Writes a text; returns where it begins and ends."""
@@ -269,7 +275,7 @@ class _Sheet:
             self._draw.ellipse(self._measured(x - 25, y - 12, x - 1, y + 12), fill=_RED)
 
 
-@functools.lru_cache(maxsize=4)
+@functools.lru_cache(maxsize=2)
 def overlay(texts, width, height):
     """The overlay in RGBA."""
     sheet = _Sheet(width, height)

@@ -19,9 +19,9 @@ def build_dir(tmp_path_factory):
     root = tmp_path_factory.mktemp("build")
     preload = root / "virtual_unit" / "preload"
     preload.mkdir(parents=True)
-    for source in (_ROOT / "virtual_unit" / "preload").glob("*.c"):
+    for source in [*(_ROOT / "virtual_unit" / "preload").glob("*.c"), _ROOT / "virtual_unit" / "pipe.c"]:
         subprocess.run(["cc", "-std=c11", "-shared", "-fPIC", "-O2", "-D_FORTIFY_SOURCE=2", "-Wall", "-Wextra",
-                        "-Werror", source, "-o", preload / f"lib{source.stem}.so", "-ldl"], check=True)
+                        "-Werror", source, "-o", preload / f"lib{source.stem}.so", "-ldl", "-lm"], check=True)
     (root / "daemon").mkdir()
     shutil.copy(_HERE / "stand_in_daemon.py", root / "daemon" / "controllerd")
     (root / "daemon" / "controllerd").chmod(0o755)
