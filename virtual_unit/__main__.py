@@ -9,7 +9,13 @@ from .program import NAME, PROGRAM
 
 def _up(arguments):
     from .up import up  # pylint: disable=import-outside-toplevel
-    return up(arguments.command, arguments.build_dir, arguments.unit or "")
+    port = arguments.port if arguments.panel else None
+    return up(arguments.command, arguments.build_dir, arguments.unit or "", port)
+
+
+def _panel(arguments):
+    from .web.server import panel  # pylint: disable=import-outside-toplevel
+    return panel(arguments.unit, arguments.port)
 
 
 def _demo(arguments):
@@ -76,7 +82,11 @@ class Commands:
         self._commands = self.parser.add_subparsers(dest="name", metavar="COMMAND", required=True)
         command = self._add("up", _up, "run a unit until Ctrl-C, or run a command inside one (after --)")
         command.add_argument("--unit", metavar="NAME", help="name by which other commands choose the unit")
+        command.add_argument("--panel", action="store_true", help="serve the unit's panel, a page for a browser; its "
+                                                                  "address is printed")
+        self._add_port(command)
         self._add_build_dir(command)
+        self._add_port(self._add("panel", _panel, "serve the panel of a unit that runs, a page for a browser", _UNIT))
         command = self._add("demo", _demo, "show one inspection on a unit, step by step")
         command.add_argument("chapter", nargs="?", metavar="CHAPTER", help="one chapter, by its number or words of its "
                                                                            "title (default: all)")
@@ -115,6 +125,11 @@ class Commands:
                                             parents=parents)
         command.set_defaults(run=run)
         return command
+
+    @staticmethod
+    def _add_port(command):
+        command.add_argument("--port", type=int, default=0, metavar="PORT",
+                             help="port of the panel on 127.0.0.1 (default: one that is free)")
 
     @staticmethod
     def _add_build_dir(command):

@@ -85,6 +85,10 @@ def on_loop(method):
     return wrapper
 
 
+#: Before a command: the kernel ends the child when the thread that has started it ends.
+DIES_WITH_US = ("setpriv", "--pdeathsig", "KILL", "--")
+
+
 @on_loop
 def spawn(command, process_group=0, **options):
     """Starts a child that cannot outlive this process, not even when this process is killed.
@@ -94,5 +98,4 @@ def spawn(command, process_group=0, **options):
     process.  A process group of its own, or that of another child, keeps the terminal's Ctrl-C from the children: the
     unit ends them in order.
     """
-    death_signal = ["setpriv", "--pdeathsig", "KILL", "--"]
-    return subprocess.Popen(death_signal + list(command), process_group=process_group, **options)
+    return subprocess.Popen([*DIES_WITH_US, *command], process_group=process_group, **options)

@@ -58,12 +58,7 @@ _CHILD = """
         os.set_blocking(waker, False)
         signal.set_wakeup_fd(waker)
         print(unit.directory, unit.pid, *[bus.pid for bus in unit._buses.values()], flush=True)
-<<<<<<< HEAD
         select.select([woken], [], [])
-=======
-        while not select.select([sys.stdin], [], [], 0.1)[0]:  # a signal just before a longer wait would not end it
-            pass
->>>>>>> f7c0f40 (Let the child of a signal's test hear it at any time)
 """
 
 
