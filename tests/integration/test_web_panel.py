@@ -1,0 +1,770 @@
+"""The panel's server, asked as a page asks it: who is let in, what orders do, and what is told of the unit."""
+
+import asyncio
+import base64
+import contextlib
+import html.parser
+import json
+import os
+import re
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+
+import aiohttp
+import pytest
+
+from virtual_unit import PATIENCE, REFUSE, VirtualUnit
+from virtual_unit.registry import announce, choose
+from virtual_unit.verbs import nouns
+from virtual_unit.web.child import beside
+from virtual_unit.web.outbox import MOST_LINES, Outbox
+
+_ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+_PAGE = os.path.join(_ROOT, "virtual_unit", "web", "page")
+
+
+#: What a new daemon sets the devices to, which are not renewed.
+_DEVICES = (("MicEnabled", "b", True), ("SpkrEnabled", "b", False), ("SpkrVolume", "i", 50),
+            ("KeypadBeepEnabled", "b", False))
+
+
+#: Of the display, which is made small: every page gets it whole.
+_SIZE = (320, 180)
+
+
+class Panel:
+    """A unit with its panel, which all tests share, and one event loop for their clients."""
+
+    def __init__(self, unit, address):
+        self.unit, self.address = unit, address
+        self.host, self.token = address.split("/")[2:4]
+        self.loop = asyncio.new_event_loop()
+        threading.Thread(target=self.loop.run_forever, daemon=True).start()
+
+    def run(self, work):
+        """Runs a coroutine to its end."""
+        return asyncio.run_coroutine_threadsafe(asyncio.wait_for(work, 2 * PATIENCE), self.loop).result()
+
+    def get(self, path="", **headers):
+        """Status, headers and body of the answer to a request."""
+        async def ask():
+            async with aiohttp.ClientSession() as session:
+                address = path if path.startswith("http") else self.address + path
+                async with session.get(address, headers=headers) as answer:
+                    return answer.status, answer.headers, await answer.read()
+        return self.run(ask())
+
+
+class Page:
+    """What a browser's page does: keeps the state and the lines that it is told, and gives orders."""
+
+    def __init__(self, panel, acknowledges=True):
+        self.panel = panel
+        self.state, self.lines, self.answers, self.pictures = {}, [], {}, []
+        self.hello = None
+        self._acknowledges = acknowledges
+        self._numbers = iter(range(1, 10 ** 9))
+        self._changed = None
+        self._session = self.link = self._reader = None
+        self.closed_with = None
+
+    def __enter__(self):
+        self.panel.run(self._open())
+        self.wait(lambda: self.hello)
+        return self
+
+    def __exit__(self, *_):
+        self.panel.run(self._close())
+
+    async def _open(self):
+        self._changed = asyncio.Condition()
+        self._session = aiohttp.ClientSession()
+        origin = f"http://{self.panel.host}"
+        self.link = await self._session.ws_connect(self.panel.address + "socket", headers={"Origin": origin},
+                                                   max_msg_size=0)
+        self._reader = asyncio.ensure_future(self._read())
+
+    async def _close(self):
+        await self.link.close()
+        await self._reader
+        await self._session.close()
+
+    async def _read(self):
+        async for message in self.link:
+            async with self._changed:
+                if message.type == aiohttp.WSMsgType.BINARY:
+                    self.pictures.append(message.data)
+                    if self._acknowledges:
+                        await self.link.send_json({"shown": struct.unpack_from(">I", message.data)[0]})
+                else:
+                    self._take(json.loads(message.data))
+                self._changed.notify_all()
+        async with self._changed:
+            self.closed_with = self.link.close_code
+            self._changed.notify_all()
+
+    def _take(self, message):
+        self.hello = message.get("hello", self.hello)
+        for noun, values in message.get("state", {}).items():
+            self.state.setdefault(noun, {}).update(values)
+        self.lines += message.get("lines", [])
+        for answer in message.get("answers", []):
+            self.answers[answer["answer"]] = answer
+
+    def wait(self, condition):
+        """Waits until the condition holds; returns what it returned."""
+        async def wait():
+            async with self._changed:
+                await self._changed.wait_for(condition)
+                return condition()
+        return self.panel.run(wait())
+
+    def send(self, message):
+        """Sends a message, as JSON unless it is a text or bytes."""
+        send = self.link.send_bytes if isinstance(message, bytes) else self.link.send_str
+        self.panel.run(send(message if isinstance(message, (str, bytes)) else json.dumps(message)))
+
+    def answer(self, number):
+        """What an order was answered: whether it was carried out, and the text."""
+        answer = self.wait(lambda: self.answers.get(number))
+        return answer["ok"], answer["text"]
+
+    def give(self, *words):
+        """Gives an order and waits for its answer."""
+        number = next(self._numbers)
+        self.send({"id": number, "order": list(words)})
+        return self.answer(number)
+
+    def at(self, path):
+        """The value at a path of the state."""
+        value = self.state
+        for part in path.split("."):
+            value = value[int(part)] if isinstance(value, list) else (value or {}).get(part)
+        return value
+
+
+@pytest.fixture(name="shared", scope="module")
+def shared_fixture():
+    """One unit and one panel."""
+    with VirtualUnit() as unit, announce(unit), beside(unit) as address:
+        unit.remember()
+        for layer in (0, 1):
+            unit.framebuffers.set(layer, *_SIZE)
+        shared = Panel(unit, address)
+        yield shared
+        shared.loop.call_soon_threadsafe(shared.loop.stop)
+
+
+@pytest.fixture(name="panel")
+def panel_fixture(shared):
+    """The panel of a unit that is as new."""
+    yield shared
+    unit = shared.unit
+    unit.renew()
+    if not unit.keypad.plugged:
+        unit.keypad.plug()
+    unit.gps.stop()
+    for name, kind, value in _DEVICES:
+        if unit.client.get(name) != value:
+            unit.client.set(name, kind, value)
+
+
+@pytest.fixture(name="page")
+def page_fixture(panel):
+    """An open page."""
+    with Page(panel) as page:
+        yield page
+
+
+# Who is let in --------------------------------------------------------------------------------------------------------
+
+
+def test_the_page_and_its_files_come_from_here_alone(panel):
+    """With a policy that lets nothing else be loaded, and no file of the folder is missing."""
+    named = {"", "style.css", "main.js", "icon.svg", *os.listdir(_PAGE)}
+    for name in named:
+        status, headers, body = panel.get(name)
+        assert status == 200 and body
+        policy = headers["Content-Security-Policy"]
+        assert policy.startswith("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; ")
+        assert "unsafe" not in policy and "frame-ancestors 'none'" in policy
+        assert headers["X-Content-Type-Options"] == "nosniff" and headers["Referrer-Policy"] == "no-referrer"
+        if name != "icon.svg":
+            assert b"http" not in body.replace(b"http://www.w3.org/2000/svg", b"")
+    assert panel.get("main.js")[1]["Content-Type"].startswith("text/javascript")
+    assert panel.get("none.js")[0] == 404
+
+
+def test_without_the_token_nothing_is_told(panel):
+    """Neither by the page nor by anything below it."""
+    base = f"http://{panel.host}"
+    wrong = panel.token[:-1] + ("a" if panel.token[-1] != "a" else "b")
+    for path in ("", "/", f"/{wrong}", f"/{wrong}/", f"/{wrong}/main.js", f"/{wrong}/socket", f"/{panel.token[:-1]}/",
+                 f"/{panel.token}x/", "/%ff/", "/main.js", f"/x/{panel.token}/"):
+        status, headers, body = panel.get(base + path)
+        assert status in (403, 404) and b"<" not in body and panel.token.encode() not in body, path
+        assert status == 403 or path.startswith("/x/")
+        assert headers["Content-Security-Policy"].startswith("default-src 'none'")
+
+
+@pytest.mark.parametrize("host", ["evil.example", "127.0.0.1", "127.0.0.1:1", "evil.example:{port}", "127.0.0.1.evil:{port}"])
+def test_another_host_is_refused(panel, host):
+    """A name of somebody else's that leads here."""
+    status, _, body = panel.get(Host=host.format(port=panel.host.split(":")[1]))
+    assert (status, body) == (403, b"This is not the panel's host.\n")
+
+
+def test_localhost_is_no_other_host(panel):
+    """It is what people type."""
+    assert panel.get(Host="localhost:" + panel.host.split(":")[1])[0] == 200
+
+
+@pytest.mark.parametrize("origin", ["http://evil.example", "null", "https://{host}", "http://localhost:{port}", None])
+def test_another_origin_is_refused_a_socket(panel, origin):
+    """So is none, since a browser always names one."""
+    async def connect():
+        async with aiohttp.ClientSession() as session:
+            headers = {} if origin is None else {"Origin": origin.format(host=panel.host, port=panel.host.split(":")[1])}
+            await session.ws_connect(panel.address + "socket", headers=headers)
+
+    with pytest.raises(aiohttp.WSServerHandshakeError) as refused:
+        panel.run(connect())
+    assert refused.value.status == 403
+    if origin is not None:
+        assert panel.get(Origin=origin.format(host=panel.host, port=1))[0] == 403
+
+
+def test_a_page_gets_no_other_files(panel):
+    """Nothing outside the page's own, the job's pictures and the sounds."""
+    for path in ("..%2fserver.py", "%2e%2e/server.py", "sound/..%2f..%2fmain.py", "sound/..%2fup", "media/..%2f..%2fup",
+                 "media/media1", "sound/none.wav"):
+        assert panel.get(path)[0] in (403, 404), path
+    assert panel.get("sound/beep.wav")[2].startswith(b"RIFF")
+
+
+# The table of controls ------------------------------------------------------------------------------------------------
+
+
+class _Controls(html.parser.HTMLParser):
+    """Collects what the page's attributes order and show."""
+
+    def __init__(self):
+        super().__init__()
+        self.orders, self.shown = [], []
+        with open(os.path.join(_PAGE, "index.html"), encoding="utf-8") as file:
+            self.feed(file.read())
+
+    def handle_starttag(self, tag, attrs):
+        named = dict(attrs)
+        self.orders += [named[key] for key in ("data-order", "data-on", "data-off") if key in named]
+        self.orders += [f"do key press {named['data-key']}"] if "data-key" in named else []
+        self.shown += [named[key] for key in ("data-value", "data-text", "data-show", "data-lit") if key in named]
+
+
+_START = ("call", "VideoRecordStart", "1920", "1080", "90")
+
+
+def _film(page):
+    page.give(*_START)
+    path = page.wait(lambda: page.at("recording.Recordings.video.File"))
+    assert page.give("call", "VideoRecordStop") == (True, "VideoRecordStop: Ran successfully")
+    return path
+
+
+def _recording(_page, kind="Video"):
+    return [("call", f"{kind}RecordStart", "1920", "1080", "90")]
+
+
+def _playing(page):
+    return [("call", "VideoPlaybackStart", _film(page), "1.0")]
+
+
+#: Each order of the page as its attributes have it, with {} and the names filled in as in the second column; what is
+#: ordered before; and the place in the page's state, with its value behind the order.
+_ORDERS = [
+    ("keep", (), [], "panel.Kept", True),
+    ("back", (), [("keep",), ("do", "reel", "zero")], "reel.Relative", 234),
+    ("set MicEnabled {}", ("off",), [], "front.Microphone", False),
+    ("set SpkrEnabled {}", ("on",), [], "front.Speaker", True),
+    ("set SpkrVolume {}", ("80",), [], "front.Volume", 80),
+    ("set KeypadBeepEnabled {}", ("on",), [], "controller.KeypadBeepEnabled", True),
+    ("set Sonde {}", ("on",), [], "camera.Sonde", True),
+    ("call PlayAudio {sound}", ("warning.wav",), [], "front.Played.count", lambda count: count > 0),
+    ("do key plug", (), [("do", "key", "unplug")], "key.Plugged", True),
+    ("do key unplug", (), [], "key.Plugged", False),
+    ("do key type {key}", ("Enter",), [("set", "KeypadBeepEnabled", "on")], "front.Beeps.count", lambda n: n > 0),
+    ("do key press Up", (), [], "key.Down", ["UP"]),
+    ("call Snapshot 1280 720 80", (), [], "job.Media", lambda media: media and media[0]["Type"] == "snapshot"),
+    ("call Screenshot ", (), [], None, "Screenshot: Ran successfully"),
+    ("call {member}RecordStart 1920 1080 90", ("AutoLog",), [], "recording.Recordings.autolog.State", "recording"),
+    ("call {member}RecordPause", ("Video",), _recording, "recording.Recordings.video.State", "paused"),
+    ("call {member}RecordResume", ("Video",), lambda page: [*_recording(page), ("call", "VideoRecordPause")],
+     "recording.Recordings.video.State", "recording"),
+    ("call {member}RecordStop", ("PhotoTalk",), lambda page: _recording(page, "PhotoTalk"),
+     "recording.Recordings.photoTalk.State", "off"),
+    ("do recording grow 1000000 --kind {kind}", ("video",), _recording, "recording.Recordings.video.Size",
+     lambda size: size >= 1000000),
+    ("do recording limit --kind {kind}", ("video",), _recording, "recording.Recordings.video.State", "off"),
+    ("do recording end --kind {kind}", ("video",), _recording, "recording.Recordings.video.State", "off"),
+    ("call VideoPlaybackSeek {}", ("3000",), _playing, "playback.Position", 3000),
+    ("call VideoPlaybackPause", (), _playing, "playback.State", "paused"),
+    ("call VideoPlaybackResume", (), lambda page: [*_playing(page), ("call", "VideoPlaybackPause")], "playback.State",
+     "playing"),
+    ("call VideoPlaybackStop true", (), _playing, "playback.State", "stopped"),
+    ("set VideoPlaybackRate {}", ("2",), _playing, "playback.Rate", 2.0),
+    ("do playback break", (), _playing, "playback.State", lambda state: state != "playing"),
+    ("do job open {device} {job}", ("internal", "job7"), [], "job.Current", ["internal", "job7"]),
+    ("do job close", (), [], "job.Current", ["", ""]),
+    ("do storage add {device}", ("card",), [("do", "storage", "remove", "card")], "storage.Devices.card.IsMounted", True),
+    ("do storage remove {device}", ("card",), [], "storage.Devices.card", None),
+    ("do storage mount {device}", ("card",), [("do", "storage", "unmount", "card")], "storage.Devices.card.IsMounted",
+     True),
+    ("do storage unmount {device}", ("card",), [], "storage.Devices.card.IsMounted", False),
+    ("do storage low {device} {}", ("card", "on"), [], "storage.Devices.card.StorageIsBelowMinimumLevel", True),
+    ("do storage read-only {device} {}", ("card", "on"), [], "storage.Devices.card.ReadOnly", True),
+    ("do storage fill {device} {}", ("card", "on"), [], "storage.Devices.card.Full", True),
+    ("do reel connect {}", ("off",), [], "reel.Connected", False),
+    ("do reel distance {}", ("12.34",), [], "reel.Distance", 12.34),
+    ("do reel mode {}", ("absolute",), [], "reel.Mode", "absolute"),
+    ("do reel zero", (), [], "reel.Relative", 0),
+    ("do camera connect {}", ("off",), [], "camera.Connected", False),
+    ("do camera roll {}", ("-45",), [], "camera.Roll", -45),
+    ("do camera pitch {}", ("30",), [], "camera.Pitch", 30),
+    ("do camera sonde on", (), [], "camera.Sonde", True),
+    ("do power low on", (), [], "power.Sufficient", False),
+    ("do power low off", (), [("do", "power", "low", "on")], "power.Sufficient", True),
+    ("do power charge {} {power.Charge.1}", ("7", "80"), [], "power.Charge", [7, 80]),
+    ("do power charge {power.Charge.0} {}", ("85", "9"), [], "power.Charge", [85, 9]),
+    ("do power source {}", ("2",), [], "power.Source", 2),
+    ("do cooling temperature {}", ("-5",), [], "cooling.Temperature", -5),
+    ("do cooling fan {}", ("100",), [], "cooling.FanSpeed", 100),
+    ("do clock set {time}", ("2026-07-14 09:30:00",), [], "clock.Offset", lambda offset: offset != 0),
+    ("do clock advance 3600", (), [], "clock.Offset", lambda offset: 3_599_000_000 < offset < 3_700_000_000),
+    ("do clock advance -3600", (), [], "clock.Offset", lambda offset: -3_700_000_000 < offset < -3_500_000_000),
+    ("do clock follow", (), [("do", "clock", "advance", "60")], "clock.Offset", 0),
+    ("do clock zone {}", ("DST/Paris",), [], "clock.Zone", "CCU/DST/Paris"),
+    ("do clock ntp {}", ("on",), [], "clock.Ntp", True),
+    ("do gps fix {latitude} {longitude}", ("52.5", "13.4"), [], "gps.Latitude", 52.5),
+    ("do gps lose", (), [("do", "gps", "fix", "1", "2")], "gps.Fix", "none"),
+    ("do gps stop", (), [("do", "gps", "fix", "1", "2")], "gps.Running", False),
+    ("call SetTimeGPS", (), [("do", "gps", "fix", "1", "2", "--time", "2026-07-14 09:30:00")], "clock.Offset",
+     lambda offset: offset != 0),
+    ("do settings set {section} {key} {value}", ("audio", "speakerVolume", "30"), [],
+     "settings.Sections.audio.speakerVolume", 30),
+    ("do sync active {}", ("on",), [], "sync.Active", True),
+    ("do sync finish", (), [("do", "sync", "active", "on")], "sync.Active", False),
+    ("do fault add {sibling} {member} {kind} --times {times} --value {value}",
+     ("video", "StartRecording", "code", "1", "-2"), [], "fault.Faults",
+     lambda faults: faults and faults[0][1:5] == ["video", "StartRecording", "code", 1]),
+    ("do fault remove {id}", ("FAULT",), [("do", "fault", "video", "any", "refuse")], "fault.Faults", []),
+    ("do fault clear", (), [("do", "fault", "video", "any", "refuse")], "fault.Faults", []),
+    ("do daemon start", (), [("do", "daemon", "stop")], "daemon.Running", True),
+    ("do daemon stop", (), [], "daemon.Running", False),
+    ("do daemon restart", (), [], "daemon.Running", True),
+    ("do daemon kill", (), [], "daemon.Running", False),
+    ("do sibling die {name}", ("sync",), [], "sibling.States.sync", "dead"),
+    ("do sibling hang {name}", ("sync",), [], "sibling.States.sync", "hanging"),
+    ("do sibling return {name}", ("sync",), [("do", "sibling", "die", "sync")], "sibling.States.sync", "alive"),
+    ("run {name}", ("reel-lost",), [], "scenario.State", "passed"),
+    ("stop", (), [("run", "day")], "scenario.State", "stopped"),
+]
+
+
+def test_the_table_has_every_control_of_the_page():
+    """A control that no test knows cannot come in."""
+    keys = re.compile(r"do key press \w+")
+    orders = {"do key press Up" if keys.fullmatch(order) else order for order in _Controls().orders}
+    assert sorted(orders) == sorted({order for order, *_ in _ORDERS})
+
+
+def test_what_the_page_shows_is_there(page):
+    """Every place of the state that an attribute names, but for those of lists, which may be empty."""
+    film = _film(page)
+    page.give("keep")
+    assert page.give("run", "reel-lost")[0]
+    page.wait(lambda: page.at("scenario.State") == "passed")
+    filled = {"{kind}": "video", "{device}": "card", "{name}": "video"}
+    for shown in _Controls().shown:
+        path = re.sub(r"{\w+}", lambda found: filled.get(found[0], found[0]), shown)
+        path = re.split("!?=", path.lstrip("!"))[0]
+        if path in ("fault.Faults.0",) or "{number}" in path:
+            continue
+        assert page.at(path) is not None, shown
+    assert page.at("job.Media.0.Path") == film
+
+
+@pytest.mark.parametrize("order, filling, before, place, expected", _ORDERS, ids=[row[0] for row in _ORDERS])
+def test_every_control_changes_the_unit_and_shows_it(page, order, filling, before, place, expected):
+    """The change is told to the page by an event."""
+    for words in before(page) if callable(before) else before:
+        assert page.give(*words)[0], words
+    filling = [str(page.at("fault.Faults.0.0")) if text == "FAULT" else text for text in filling]
+    texts = iter(filling)
+    words = [re.sub(r"{[\w.]*}", lambda _: next(texts), word) for word in order.split(" ")]
+    answer = page.give(*words)
+    assert answer[0], answer
+    if place is None:
+        assert answer[1] == expected
+        return
+    page.wait(lambda: expected(page.at(place)) if callable(expected) else page.at(place) == expected)
+
+
+def test_the_unit_itself_is_what_was_changed(page):
+    """Not only what is told of it."""
+    page.give("do", "reel", "distance", "7.5")
+    page.give("do", "storage", "remove", "card")
+    page.give("set", "SpkrVolume", "80")
+    unit = page.panel.unit
+    assert (unit.hardware.reel["Relative"], unit.storage.devices(), unit.audio.volume) == (750, ["internal"], 80)
+    assert unit.client.get("SpkrVolume") == 80
+
+
+# What is told ---------------------------------------------------------------------------------------------------------
+
+
+def test_a_page_is_greeted_with_the_whole_state(page):
+    """And with what forms can be filled with."""
+    assert set(nouns()) <= set(page.state)
+    for noun in nouns().values():
+        assert set(page.state[noun.name]) == {name for name, *_ in noun.properties}
+    assert page.hello["unit"] == page.panel.unit.name
+    assert "StartRecording" in page.hello["siblings"]["video"] and "refuse" in page.hello["faults"]
+    assert "Enter" in page.hello["keys"] and "DST/Paris" in page.hello["zones"]
+    assert len(page.hello["scenarios"]) == 10
+    assert any(line["kind"] == "log" for line in page.lines) and any(line["kind"] == "call" for line in page.lines)
+
+
+def test_what_happens_comes_by_events_whoever_does_it(page):
+    """The unit's own objects, the daemon for other clients, its tools and its files."""
+    unit = page.panel.unit
+    page.wait(lambda: page.at("controller.AudioFiles"))
+    unit.hardware.set_reel(relative=4711)
+    page.wait(lambda: page.at("reel.Relative") == 4711)
+    unit.client.call("VideoRecordStart", "uuu", 1920, 1080, 90)
+    page.wait(lambda: page.at("recording.Recordings.video.State") == "recording")
+    page.wait(lambda: page.at("times.video")[1])
+    unit.client.call("VideoRecordStop")
+    page.wait(lambda: not page.at("times.video")[1] and page.at("times.video")[0] > 0)
+    unit.audio.set_control("HP DAC", 127)
+    page.wait(lambda: page.at("front.Volume") == 100)
+    unit.client.set("KeypadBeepEnabled", "b", True)
+    page.wait(lambda: page.at("controller.KeypadBeepEnabled"))
+    unit.gpio.mic.value = 0
+    page.wait(lambda: page.at("front.Microphone") is False)
+    unit.faults.on("video", "StartRecording", kind=REFUSE)
+    page.wait(lambda: page.at("fault.Faults"))
+    unit.client.call("VideoRecordStart", "uuu", 1920, 1080, 90)
+    page.wait(lambda: any(line["kind"] == "call" and line["fault"] == "refuse" for line in page.lines))
+    page.wait(lambda: any(line["kind"] == "log" and line["level"] == 3 for line in page.lines))
+    page.wait(lambda: any(line["kind"] == "signal" and line["who"] == "controller" for line in page.lines))
+
+
+def test_the_local_time_of_a_zone(page):
+    """Comes with the next change of summer and winter."""
+    page.give("do", "clock", "set", "2026-07-14 09:30:00")
+    page.give("do", "clock", "zone", "DST/Paris")
+    page.wait(lambda: page.at("clock.Zone") == "CCU/DST/Paris")
+    offsets = page.wait(lambda: len(page.at("local.Offsets")) == 3 and page.at("local.Offsets"))
+    assert offsets[0][1] == 7200 and offsets[1] == [1792890000, 3600]  # 2026-10-25 01:00 UTC
+    assert offsets[2] == [1806195600, 7200]
+
+
+def test_a_day_without_a_clock_that_python_knows_costs_nothing(page):
+    """Such a clock leads to UTC, and the rest goes on."""
+    assert page.give("do", "clock", "set", "@-99999999999")[0] in (True, False)
+    assert page.give("do", "reel", "zero")[0]
+
+
+def test_pictures_of_the_job_are_served(page):
+    """Those alone that the job has."""
+    assert page.give("call", "Snapshot", "640", "480", "80")[0]
+    item = page.wait(lambda: page.at("job.Media"))[0]
+    status, headers, body = page.panel.get(f"media/{item['Id']}")
+    assert (status, headers["Content-Type"]) == (200, "image/jpeg") and body.startswith(b"\xff\xd8")
+    page.panel.unit.jobs.close()
+    page.panel.unit.jobs.items.clear()
+    page.give("do", "reel", "zero")
+    page.wait(lambda: not page.at("job.Media"))
+    assert page.panel.get(f"media/{item['Id']}")[0] == 404
+
+
+def _heads(page):
+    return [struct.unpack_from(">IHHHHH", picture) for picture in page.pictures]
+
+
+def test_the_display_is_sent_when_it_changes(page):
+    """Of what has changed, the part that has; nothing when what is written is what was there."""
+    screens = page.panel.unit.framebuffers
+    page.wait(lambda: {head[1] for head in _heads(page)} == {0, 1})
+    assert all(head[2:] == (*_SIZE, 0, 0) for head in _heads(page))
+    assert {picture[16:18] for picture in page.pictures} == {b"\xff\xd8", b"\x89P"}
+    seen = len(page.pictures)
+    for box in ((100, 50), (200, 90)):
+        with open(screens.path(0), "r+b") as file:
+            file.seek(3 * (box[1] * _SIZE[0] + box[0]))
+            file.write(b"\x01\x02\x03" * 20)
+        page.wait(lambda: len(page.pictures) > seen)
+        assert _heads(page)[seen][1:] == (0, *_SIZE, *box)
+        seen += 1
+    with open(screens.path(0), "r+b") as file:
+        unchanged = file.read(3000)
+        file.seek(0)
+        file.write(unchanged)
+    page.give("do", "reel", "zero")
+    screens.set(1, 64, 36)
+    page.wait(lambda: _heads(page)[-1][1:] == (1, 64, 36, 0, 0))
+    assert len(page.pictures) == seen + 1
+    screens.set(1, *_SIZE)
+    page.wait(lambda: _heads(page)[-1][2:4] == _SIZE)
+
+
+def test_the_display_waits_for_the_page(panel):
+    """A page that has not shown a picture gets no other one, and then only the newest."""
+    screens = panel.unit.framebuffers
+    with Page(panel, acknowledges=False) as page:
+        page.wait(lambda: page.pictures)
+        page.send({"shown": _heads(page)[0][0]})
+        page.wait(lambda: len(page.pictures) == 2)
+        for level in range(10):
+            before = page.at("front.Frames")[0]
+            with open(screens.path(0), "r+b") as file:
+                file.write(bytes([level]) * 3)
+            page.wait(lambda: page.at("front.Frames")[0] != before)  # pylint: disable=cell-var-from-loop
+        page.give("do", "reel", "zero")
+        assert len(page.pictures) == 2
+        page.send({"shown": _heads(page)[1][0]})
+        page.wait(lambda: len(page.pictures) == 3)
+        page.send({"shown": _heads(page)[2][0]})
+        page.give("do", "reel", "zero")
+        assert len(page.pictures) == 3
+    screens.set(0, *_SIZE)
+
+
+# Pages that come, go, and do not listen -------------------------------------------------------------------------------
+
+
+def test_a_lost_page_comes_back_to_the_whole_state(panel):
+    """Also to what has happened meanwhile, and to a recording's time."""
+    with Page(panel) as page:
+        page.give(*_START)
+        page.link._response.connection.transport.abort()  # pylint: disable=protected-access
+        page.wait(lambda: page.closed_with)
+    panel.unit.hardware.set_reel(relative=99)
+    panel.unit.client.call("VideoPlaybackPause")
+    with Page(panel) as again:
+        assert again.at("reel.Relative") == 99 or again.wait(lambda: again.at("reel.Relative") == 99)
+        assert again.at("recording.Recordings.video.State") == "recording"
+        assert again.at("times.video")[0] > 0 and again.at("times.video")[1]
+        assert any(line.get("what") == "StartRecording" for line in again.lines)
+
+
+def test_an_outbox_is_bounded_and_keeps_the_newest():
+    """Of lines, and of a state only what holds."""
+    async def fill():
+        outbox = Outbox()
+        for number in range(3 * MOST_LINES):
+            outbox.add_line({"number": number})
+            outbox.add_state("reel", {"Distance": number})
+            outbox.add_state("reel", {"Mode": "relative"})
+        return await outbox.take()
+
+    message = asyncio.run(fill())
+    assert message["dropped"] == 2 * MOST_LINES and len(message["lines"]) == MOST_LINES
+    assert message["lines"][-1] == {"number": 3 * MOST_LINES - 1}
+    assert message["state"] == {"reel": {"Distance": 3 * MOST_LINES - 1, "Mode": "relative"}}
+
+
+def _shake_hands(panel):
+    """A page that does not read, down to its socket."""
+    link = socket.socket()
+    link.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    host, port = panel.host.split(":")
+    link.connect((host, int(port)))
+    key = base64.b64encode(os.urandom(16)).decode()
+    link.sendall((f"GET /{panel.token}/socket HTTP/1.1\r\nHost: {panel.host}\r\nOrigin: http://{panel.host}\r\n"
+                  f"Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: {key}\r\n"
+                  "Sec-WebSocket-Version: 13\r\n\r\n").encode())
+    assert link.recv(64, socket.MSG_PEEK).startswith(b"HTTP/1.1 101")
+    return link
+
+
+def _messages(link, last):
+    """The text messages of a socket, up to the first for which `last` holds; pictures are passed over."""
+    link.settimeout(PATIENCE)
+    with link.makefile("rb") as file:
+        while file.readline() != b"\r\n":
+            pass
+        while True:
+            kind, length = file.read(2)
+            if length >= 126:
+                length = int.from_bytes(file.read(2 if length == 126 else 8), "big")
+            body = file.read(length)
+            if kind & 15 == 1:
+                message = json.loads(body)
+                yield len(body), message
+                if last(message):
+                    return
+
+
+def test_a_slow_reader_is_not_flooded(panel):
+    """It gets the newest state and the newest lines, is told how many it has missed, and holds nobody up."""
+    text = "x" * 500
+    with Page(panel) as quick, contextlib.closing(_shake_hands(panel)) as slow:
+        quick.wait(lambda: quick.pictures)
+        told = sum(1 for line in quick.lines if line["kind"] == "signal")
+        rounds = 8
+        for number in range(rounds):
+            for _ in range(MOST_LINES // 2):
+                panel.unit.tell_signal("video", "/flood", "flood", "Flood", [text])
+            panel.unit.hardware.set_reel(relative=number)
+            quick.wait(lambda: quick.at("reel.Relative") == number)  # pylint: disable=cell-var-from-loop
+        most = rounds * MOST_LINES // 2
+        assert sum(1 for line in quick.lines if line["kind"] == "signal") - told >= most
+        sizes, dropped, lines = [], 0, 0
+        for size, message in _messages(slow, lambda one: one.get("state", {}).get("reel", {}).get("Relative") == 7):
+            sizes.append(size)
+            dropped += message.get("dropped", 0)
+            lines += 0 if "hello" in message else len(message.get("lines", ()))
+        assert dropped > most / 4 and lines + dropped >= most
+        assert sum(sizes) < most * len(text)
+
+
+def test_more_pages_than_a_desk_has_are_refused(panel):
+    """And there is room again when some have gone."""
+    with contextlib.ExitStack() as stack:
+        for _ in range(16):
+            stack.enter_context(Page(panel))
+        with pytest.raises(aiohttp.WSServerHandshakeError) as refused, Page(panel):
+            pass
+        assert refused.value.status == 503
+    with Page(panel) as page:
+        assert page.give("do", "reel", "zero")[0]
+
+
+# Orders that make no sense --------------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("message, number, text", [
+    ("no JSON", None, "a message is JSON"), ("[1]", None, "a message is an object"), (b"bytes", None, "a message is a text"),
+    ({}, None, "an order needs a number, its 'id'"), ({"id": "1", "order": ["keep"]}, None, "an order needs a number"),
+    ({"id": 7}, 7, "an 'order' is a list of 1 to 20 words"), ({"id": 7, "order": []}, 7, "an 'order' is a list"),
+    ({"id": 7, "order": "keep"}, 7, "an 'order' is a list"), ({"id": 7, "order": [1]}, 7, "an 'order' is a list"),
+    ({"id": 7, "order": ["x"] * 21}, 7, "an 'order' is a list of 1 to 20 words"),
+    ({"id": 7, "order": ["sudo", "reboot"]}, 7, "no order 'sudo'; there are: do, set, call, run, stop, keep, back"),
+    ({"id": 7, "order": ["do"]}, 7, "no noun ''; there are: daemon"),
+    ({"id": 7, "order": ["do", "reel", "distance"]}, 7, "reel distance lacks metres"),
+    ({"id": 7, "order": ["do", "reel", "distance", "far"]}, 7, "metres: 'far' is no number"),
+    ({"id": 7, "order": ["do", "reel", "distance", "$far"]}, 7, ""),
+    ({"id": 7, "order": ["do", "storage", "remove", "disk"]}, 7, "no device 'disk'; there are: card, internal"),
+    ({"id": 7, "order": ["do", "key", "type", "Entre"]}, 7, "no key 'Entre'; meant is perhaps Enter"),
+    ({"id": 7, "order": ["call"]}, 7, ""),
+    ({"id": 7, "order": ["call", "VideoRecordStar"]}, 7, "no method of the controller 'VideoRecordStar', perhaps"),
+    ({"id": 7, "order": ["call", "VideoRecordStart", "1"]}, 7, "VideoRecordStart takes 3 arguments (width, height"),
+    ({"id": 7, "order": ["call", "VideoRecordStop"]}, 7, "VideoRecordStop: Unknown error (-1)"),
+    ({"id": 7, "order": ["call", "PlayAudio", "none"]}, 7, "Could not play file"),
+    ({"id": 7, "order": ["set", "SpkrVolume", "loud"]}, 7, "SpkrVolume: 'loud' is no whole number"),
+    ({"id": 7, "order": ["set", "AudioFiles", "1"]}, 7, "AudioFiles cannot be set"),
+    ({"id": 7, "order": ["run", "../../etc/passwd"]}, 7, "no scenario '../../etc/passwd'; there are: card-pulled"),
+    ({"id": 7, "order": ["stop"]}, 7, "no scenario is being played"),
+])
+def test_what_makes_no_sense_is_answered_with_the_reason(page, message, number, text):
+    """And the page goes on."""
+    page.send(message)
+    good, told = page.answer(number) if number else page.wait(
+        lambda: None in page.answers and (page.answers[None]["ok"], page.answers[None]["text"]))
+    assert good is False and told and text in told
+    assert page.give("do", "reel", "zero") == (True, "the relative distance is zero here")
+    assert page.panel.unit.errors == []
+
+
+def test_a_message_without_end_ends_the_page(page):
+    """The server does not keep it."""
+    page.send("x" * 100_000)
+    page.wait(lambda: page.closed_with == 1009)
+
+
+def test_orders_do_not_wait_for_each_other(page):
+    """One that waits for a daemon that is stopped holds up no other; their number is bounded."""
+    unit = page.panel.unit
+    os.kill(unit.pid, signal.SIGSTOP)
+    try:
+        for number in range(1001, 1018):
+            page.send({"id": number, "order": ["call", "GetTime", "true"]})
+        assert page.answer(1017) == (False, "16 orders are being carried out already")
+        with Page(page.panel) as other:
+            assert other.give("do", "reel", "zero")[0]
+        assert 1001 not in page.answers
+    finally:
+        os.kill(unit.pid, signal.SIGCONT)
+    assert page.answer(1001)[0]
+
+
+def test_one_scenario_at_a_time(page):
+    """Its steps are told as they are played, to everybody."""
+    assert page.give("run", "day")[0]
+    assert page.give("run", "reel-lost") == (False, "a scenario is being played; wait for its end, or stop it")
+    with Page(page.panel) as other:
+        assert other.at("scenario.Name") == "day"
+        page.give("stop")
+        other.wait(lambda: other.at("scenario.State") in ("stopped", "passed"))
+    page.give("do", "fault", "video", "StartRecording", "refuse")
+    assert page.give("run", "card-pulled")[0]
+    page.wait(lambda: page.at("scenario.State") == "failed")
+    assert any("NO" in line for line in page.at("scenario.Lines"))
+
+
+# Its life -------------------------------------------------------------------------------------------------------------
+
+
+@pytest.fixture(name="home")
+def home_fixture(monkeypatch):
+    """A folder for units that no other test has any in."""
+    with tempfile.TemporaryDirectory(prefix="w-", dir="/tmp") as folder:
+        monkeypatch.setenv("TMPDIR", folder)
+        monkeypatch.delenv("CCU_UNIT", raising=False)
+        yield folder
+
+
+def test_the_panel_ends_with_the_unit(home):
+    """Pages are told, nothing is left, and the address that was printed is the one that served."""
+    with subprocess.Popen([sys.executable, "-m", "virtual_unit", "up", "--panel"], cwd=_ROOT, stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True) as process:
+        lines = [process.stdout.readline() for _ in range(4)]
+        assert lines[3].startswith("export CCU_PANEL=http://127.0.0.1:")
+        panel = Panel(None, lines[3].partition("=")[2].strip())
+        with Page(panel) as page:
+            process.send_signal(signal.SIGINT)
+            assert page.wait(lambda: page.closed_with) == 1001
+            assert process.wait(PATIENCE) == 0
+        panel.loop.call_soon_threadsafe(panel.loop.stop)
+    assert os.listdir(home) == []
+
+
+def test_a_panel_for_a_unit_that_runs(home, panel):
+    """From a process of its own, which ends with the unit's bus; without a unit there is none."""
+    del panel
+    command = [sys.executable, "-m", "virtual_unit", "panel"]
+    none = subprocess.run(command, cwd=_ROOT, capture_output=True, text=True, check=False)
+    assert (none.returncode, none.stdout) == (1, "") and "no unit is running" in none.stderr
+    with VirtualUnit(daemon=False, directory=home) as unit, announce(unit, "mine"):
+        assert choose("mine").folder == unit.directory
+        with subprocess.Popen([*command, "--unit", "mine"], cwd=_ROOT, stdout=subprocess.PIPE, text=True) as process:
+            address = process.stdout.readline().strip()
+            assert address.startswith("http://127.0.0.1:")
+            unit.stop_bus()
+            assert process.wait(PATIENCE) == 0
+        unit.renew_bus()
+    assert os.listdir(home) == []
+
+
+def test_a_command_in_a_unit_knows_its_panel(home):
+    """By its environment; standard output is the command's own."""
+    del home
+    done = subprocess.run([sys.executable, "-m", "virtual_unit", "up", "--panel", "--", "sh", "-c", "echo $CCU_PANEL"],
+                          cwd=_ROOT, capture_output=True, text=True, check=True)
+    assert done.stdout.startswith("http://127.0.0.1:") and f"the panel is at {done.stdout}" in done.stderr
