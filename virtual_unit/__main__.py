@@ -29,6 +29,21 @@ def _run(arguments):
                                                        arguments.build_dir)
 
 
+def _record(arguments):
+    from .traces import commands  # pylint: disable=import-outside-toplevel
+    return commands.record(arguments.file, arguments.command, arguments.unit)
+
+
+def _replay(arguments):
+    from .traces import commands  # pylint: disable=import-outside-toplevel
+    return commands.replay(arguments.file, arguments.keep_going, arguments.json, arguments.build_dir)
+
+
+def _trace(arguments):
+    from .traces import commands  # pylint: disable=import-outside-toplevel
+    return commands.trace(arguments.file, arguments.svg)
+
+
 def _completion(arguments):
     from .complete import script  # pylint: disable=import-outside-toplevel
     print(script(arguments.shell), end="")
@@ -112,6 +127,17 @@ class Commands:
                             _UNIT, _JSON)
         command.add_argument("word", choices=("save", "load"), help="keep, or go back")
         command.add_argument("file", metavar="FILE")
+        command = self._add("record", _record, "record what passes on the buses of a unit that runs, and the daemon's log, "
+                                               "until Ctrl-C or while a command (after --) runs", _UNIT)
+        command.add_argument("file", metavar="FILE", help="the trace, which replaces what is there")
+        command = self._add("replay", _replay, "give the daemon what a trace gave it, and tell where it does something "
+                                               "else", _JSON)
+        command.add_argument("file", metavar="FILE", help="a trace, or a folder of captures and a journal")
+        command.add_argument("--keep-going", action="store_true", help="tell all differences, not the first alone")
+        self._add_build_dir(command)
+        command = self._add("trace", _trace, "show who called whom in a trace, and how long it took")
+        command.add_argument("file", metavar="FILE", help="a trace, or a folder of captures and a journal")
+        command.add_argument("--svg", metavar="OUT", help="draw it in a file instead")
 
     def with_do(self):
         """This, with the nouns and verbs too."""

@@ -89,6 +89,8 @@ class Gps:
         self._unread = b""
         #: The kind of the last fix and its place; None before the first.
         self.said = None
+        #: Called with what the receiver is about to say.
+        self.tell = lambda *_said: None
 
     @property
     def environment(self):
@@ -191,10 +193,10 @@ class Gps:
         """A receiver that looks for satellites."""
         self._fix(_NO_FIX, _NONE, None, None, None)
 
-    def say_again(self, kind, latitude, longitude):
-        """A fix as `said` had it, at the machine's time."""
+    def say_again(self, kind, latitude, longitude, when=None):
+        """A fix as `said` had it."""
         mode, status = next(key for key, name in _NAMES.items() if name == kind)
-        self._fix(mode, status, latitude, longitude, None)
+        self._fix(mode, status, latitude, longitude, when)
 
     def say(self, *lines):
         """Has the receiver send lines; see `sentence`.  Does not wait."""
@@ -204,6 +206,7 @@ class Gps:
     def _fix(self, mode, status, latitude, longitude, when, timeout=PATIENCE):
         seconds = _seconds(time.time() if when is None else when)
         self.said = (_NAMES[mode, status], latitude, longitude)
+        self.tell(*self.said, seconds)
         deadline = time.monotonic() + timeout
         wanted = (mode, status, seconds, latitude, longitude)
         while not _shows(self.exported(), wanted):

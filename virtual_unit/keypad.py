@@ -82,6 +82,8 @@ class InputDevice:
         self.plugged = False
         #: The codes of the keys that are down.
         self.down = set()
+        #: Called with the name and arguments of what is about to happen.
+        self.tell = lambda *_happening: None
         self._root = root
         self._input = f"/devices/platform/input{number}/input/input{number}"
         self._path = f"{self._input}/event{number}"
@@ -106,6 +108,7 @@ class InputDevice:
 
     def plug(self):
         """The device is there from now on."""
+        self.tell("plug")
         root, system, minor = self._root, f"{self._root}/sys", _FIRST_MINOR + self.number
         lines = "".join(f"{line}\n" for line in self._properties)
         _write(f"{system}{self._input}/uevent", lines)
@@ -129,6 +132,7 @@ class InputDevice:
 
     def unplug(self):
         """The device is pulled out."""
+        self.tell("unplug")
         for path in self._files():
             if os.path.isdir(path) and not os.path.islink(path):
                 shutil.rmtree(path)
@@ -216,6 +220,7 @@ class Keypad(InputDevice):
 
     def key(self, code, value):
         """One event of a key."""
+        self.tell("key", code, value)
         (self.down.add if value else self.down.discard)(code)
         self.emit((_EV_KEY, code, value), (_EV_SYN, 0, 0))
 
@@ -233,6 +238,7 @@ class Keypad(InputDevice):
 
     def type(self, codes):
         """Keys are pressed and released, one after the other, as fast as they are read."""
+        self.tell("type", list(codes))
         self.down.difference_update(codes)
         self.emit(*(event for code in codes for value in (_PRESSED, _RELEASED)
                     for event in ((_EV_KEY, code, value), (_EV_SYN, 0, 0))))

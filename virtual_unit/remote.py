@@ -40,6 +40,14 @@ class Remote:
         """Waits until the daemon has dealt with everything; returns whether it has."""
         return self._client.call("Settle", "d", float(seconds), timeout=2 * PATIENCE)[0]
 
+    def record(self, on):
+        """From now on, or no more, what happens beside the buses is told on them."""
+        self._client.call("Record", "b", on)
+
+    def save(self, path):
+        """Keeps the unit in a file."""
+        self._client.call("Save", "s", path, timeout=2 * PATIENCE)
+
     def subscribe(self):
         """From now on what happens is told, lines of the log with those before."""
         self._client.call("Subscribe")

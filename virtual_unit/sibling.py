@@ -187,6 +187,7 @@ class Sibling:
         if signature is None:
             signature = next(item.signals[interface, member] for item in self._declared.values()
                              if (interface, member) in item.signals)
+        self.unit.happenings.flush()
         message = append(dbus.lowlevel.SignalMessage(path, interface, member), signature, arguments)
         if destination is not None:
             message.set_destination(destination)
@@ -222,6 +223,8 @@ class Sibling:
             self._send(connection, message, self._answer(message))
             return
         call = self._record(message)
+        if self.unit.happenings.is_new(f"{self._address} {message.get_sender()}"):
+            self._ask_process_of(connection, message.get_sender(), lambda _reply: None)
         fault = self.unit.faults.take(call)
         self.unit.tell_call(call, fault)
         if fault is None:
@@ -250,13 +253,19 @@ class Sibling:
     def _end_patience_of(self, connection, caller):
         """Lets a caller that waits in vain give up at once, where the unit is to do so."""
         if self.unit.gives_up_at_once:
-            message = dbus.lowlevel.MethodCallMessage("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                      "org.freedesktop.DBus", "GetConnectionUnixProcessID")
-            message.append(caller, signature="s")
-            connection.send_message_with_reply(
-                message, lambda reply: self.unit.give_up(int(reply.get_args_list()[0])), PATIENCE)
+            self._ask_process_of(connection, caller,
+                                 lambda reply: self.unit.give_up(int(reply.get_args_list()[0])))
+
+    @staticmethod
+    def _ask_process_of(connection, caller, answered):
+        """Asks the bus whose a connection is; while its call is not answered it is there."""
+        message = dbus.lowlevel.MethodCallMessage("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                  "org.freedesktop.DBus", "GetConnectionUnixProcessID")
+        message.append(caller, signature="s")
+        connection.send_message_with_reply(message, answered, PATIENCE)
 
     def _send(self, connection, message, reply):
+        self.unit.happenings.flush()
         if connection is self._connection and not message.get_no_reply():
             connection.send_message(reply)
 

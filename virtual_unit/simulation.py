@@ -15,6 +15,7 @@ import os
 import queue
 import threading
 
+import dbus
 import dbus.lowlevel
 from gi.repository import GLib
 
@@ -108,6 +109,10 @@ class Whole(Noun):
     def load(self, path):
         """Goes back to what a file keeps."""
         archive.load(self.unit, path)
+
+    def record(self, on):
+        """Whoever records the buses learns of what happens beside them."""
+        (self.unit.happenings.start if on else self.unit.happenings.stop)()
 
 
 class Daemon(Noun):
@@ -841,6 +846,15 @@ class Simulation(Sibling):
         return GLib.SOURCE_REMOVE
 
     # What happens -----------------------------------------------------------------------------------------------------
+
+    @on_loop
+    def tell_happening(self, what, details, content):
+        """Tells of something that happens beside the bus."""
+        if self.alive:
+            message = dbus.lowlevel.SignalMessage(ROOT, SERVICE, "Happened")
+            message.append(what, details, dbus.ByteArray(content), signature="ssay")
+            self._connection.send_message(message)
+            self._connection.flush()
 
     def tell_call(self, call, fault):
         """Tells of a call to a sibling."""

@@ -2,6 +2,7 @@
 
 import atexit
 import contextlib
+import functools
 import os
 import shutil
 import signal
@@ -21,6 +22,7 @@ from .folders import LONGEST_FOLDER, folder_of_units
 from .framebuffers import Framebuffers
 from .gpio import Gpio
 from .gps import Gps
+from .happenings import Teller
 from .hardware import Hardware
 from .jobs import Jobs
 from .keypad import InputDevices
@@ -40,6 +42,8 @@ _SIBLINGS = (Storage, Video, Jobs, Settings, Hardware, Sync) + _SYSTEM_BUS_SIBLI
 
 #: Names of everything that a unit simulates.
 ALL_SIBLINGS = tuple(kind.name for kind in _SIBLINGS)
+#: Their names by those that they own on the bus.
+SERVICES = {kind.service: kind.name for kind in _SIBLINGS}
 
 #: See `bus_timeout`.
 AT_ONCE = 0
@@ -104,6 +108,7 @@ class VirtualUnit:
         self.calls = CallLog()
         self.faults = Faults(self.calls)
         self.faults.changed = self.stir
+        self.happenings = Teller(self)
         self.clock = self.simulation = None
         self.errors = []
         self.painter = Painter(self)
@@ -149,10 +154,12 @@ class VirtualUnit:
         self.framebuffers.changed = self.stir
         self.gps = Gps(self.build_dir, self.directory)
         self.clock = Clock(self.directory)
-        self.clock.changed = self.stir
+        self.clock.changed = self._note_clock
         self.gpio = Gpio(self.directory)
         self.audio = Audio(self.directory)
         self.input = InputDevices(self.directory)
+        self.gps.tell = functools.partial(self.happenings.tell, "gps")
+        self.keypad.tell = functools.partial(self.happenings.tell, "keypad")
         os.mkdir(self.logs_folder)
         self.point_local_time(zone_files.INITIAL)
         self.daemon = Daemon(self.build_dir, self.directory, {
@@ -232,6 +239,7 @@ class VirtualUnit:
 
     def discard(self):
         """Ends everything and removes every trace; returns what went wrong with the daemon.  Can be called again."""
+        self.happenings.stop()
         self.faults.clear()
         problems = []
         try:
@@ -266,6 +274,7 @@ class VirtualUnit:
     def start_daemon(self, wait=True, timeout=PATIENCE):
         """Starts the daemon and waits until it is ready."""
         self.daemon.start(wait, timeout)
+        self.happenings.tell_process()
         self.stir()
 
     def stop_daemon(self, number=signal.SIGTERM, timeout=PATIENCE):
@@ -306,6 +315,10 @@ class VirtualUnit:
         """Something has happened that those who watch the unit may want to know."""
         if self.simulation is not None:
             self.simulation.stir()
+
+    def _note_clock(self):
+        self.happenings.tell("clock", self.clock.offset_usec)
+        self.stir()
 
     def tell_call(self, call, fault):
         """A sibling has got a call, which has met a fault or None."""
@@ -409,6 +422,7 @@ class VirtualUnit:
         daemon's work causes further signals.  What was typed before is dealt with too: the daemon answers pings only
         when it is done with what it has read.
         """
+        self.happenings.flush()
         self.input.wait_read(timeout)
         done = False
         while not done:
