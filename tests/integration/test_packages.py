@@ -44,7 +44,7 @@ CONTENTS = {
         "usr/share/ccu-unit/interfaces/introspection.py", "usr/share/ccu-unit/virtual_unit/*.*",
         *(f"usr/share/ccu-unit/virtual_unit/{folder}/*.{kind}" for folder, kind in (
             ("chapters", "py"), ("completion", "bash"), ("completion", "zsh"), ("interfaces", "xml"),
-            ("scenarios", "yaml"))),
+            ("scenarios", "yaml"), ("traces", "py"), ("web", "py"), ("web/page", "*"))),
         *(f"usr/share/ccu-unit/virtual_unit/tools/{tool}" for tool in ("amixer", "aplay")),
         *(f"{LIBRARIES}/ccu-unit/{file}" for file in (
             "controllerctl/controllerctl", "daemon/controllerd", "virtual_unit/preload/lib*.so",
@@ -60,8 +60,9 @@ DEPENDENCIES = {
     "libcontroller-client1": {"libc6", "libgcc-s1", "libstdc++6", "libsystemd0"},
     "libcontroller-client-dev": {"libcontroller-client1"},
     "controllerctl": {"libc6", "libgcc-s1", "libsigc++-2.0-0v5", "libstdc++6", "libsystemd0", "libcontroller-client1"},
-    "controllerd-virtual-unit": {"libc6", "libgps28", "controllerctl", "controllerd", "dbus", "python3", "python3-dbus",
-                                 "python3-gi", "python3-yaml", "tzdata", "umockdev"},
+    "controllerd-virtual-unit": {"libc6", "libgps28", "controllerctl", "controllerd", "dbus", "fonts-dejavu-core",
+                                 "python3", "python3-dbus", "python3-gi", "python3-pil", "python3-yaml", "tzdata",
+                                 "umockdev"},
 }
 
 
