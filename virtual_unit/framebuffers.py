@@ -236,5 +236,5 @@ def upside_down(image):
     too low, so that its top row is not seen and that of the display is black."""
     from PIL import Image  # pylint: disable=import-outside-toplevel
     turned = Image.new(image.mode, image.size)
-    turned.paste(image.crop((0, 1, *image.size)).transpose(Image.Transpose.FLIP_TOP_BOTTOM), (0, 1))
+    turned.paste(image.transpose(Image.Transpose.FLIP_TOP_BOTTOM), (0, 1))
     return turned
