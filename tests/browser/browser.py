@@ -75,21 +75,22 @@ class Browser:
         ActionChains(self.driver).send_keys(*keys).perform()
 
     def work(self, element, texts):
-        """Does to a control what a person does: clicks it, or gives it the texts."""
+        """Does to a control what a person does: clicks it, or gives it the texts, by the names of
+        their places."""
         kind = element.get_attribute("type")
         if element.tag_name == "form":
-            for field, text in zip(element.find_elements(By.CSS_SELECTOR, "[name]"), texts):
-                self.enter(field, text)
+            for name, text in texts.items():
+                self.enter(element.find_element(By.NAME, name), text)
             element.find_element(By.CSS_SELECTOR, "button:not([type=button])").click()
         elif element.tag_name == "button" or kind == "checkbox":
             element.click()
         else:
-            self.enter(element, texts[-1], leave=True)
+            self.enter(element, texts[""], leave=True)
 
     def enter(self, field, text, leave=False):
         """Puts a text into a field, as far as it can be typed; `leave` goes on from it."""
         if field.tag_name == "select":
-            Select(field).select_by_value(text)
+            next(one for one in Select(field).options if one.get_attribute("value") == text).click()
         elif field.get_attribute("type") == "range":
             self.script("arguments[0].value = arguments[1];"
                         "arguments[0].dispatchEvent(new Event('input', {bubbles: true}))", field, text)

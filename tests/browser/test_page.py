@@ -24,14 +24,14 @@ _TEMPLATE_NAMES = ("device", "kind", "member", "name", "id")
 # Every control --------------------------------------------------------------------------------------------------------
 
 
-def _selector(row, texts):
-    """Where the control of a row is, and the texts that remain for a person to enter."""
-    order, remaining = row.order, list(texts)
-    if not order.startswith("do fault add"):
-        for name in re.findall(r"{([\w.]*)}", order):
-            if name in _TEMPLATE_NAMES:
-                order = order.replace("{" + name + "}", remaining.pop(0), 1)
-    return ", ".join(f'[{attribute}="{order}"]' for attribute in ("data-order", "data-on", "data-off")), remaining
+def _selector(browser, row, texts):
+    """Where the control of a row is, and the texts that are left for a person to enter, by the names of their places."""
+    order, left = row.order, dict(zip(re.findall(r"{([\w.]*)}", row.order), texts))
+    if not browser.all(f'form[data-order="{order}"]'):
+        for name in _TEMPLATE_NAMES:
+            if name in left:
+                order = order.replace("{" + name + "}", left.pop(name))
+    return ", ".join(f'[{attribute}="{order}"]' for attribute in ("data-order", "data-on", "data-off")), left
 
 
 @pytest.mark.parametrize("row", ORDERS, ids=[row.order for row in ORDERS])
@@ -47,7 +47,7 @@ def test_every_control_changes_the_unit(browser, observer, row):
         ActionChains(browser.driver).release().perform()
         observer.wait(lambda: not row.holds(observer))
         return
-    selector, remaining = _selector(row, texts)
+    selector, left = _selector(browser, row, texts)
     ways = len(browser.wait(lambda: [one for one in browser.all(selector) if one.is_displayed()]))
     for way in range(ways):
         if way:
@@ -55,7 +55,7 @@ def test_every_control_changes_the_unit(browser, observer, row):
             observer.wait(lambda: not row.holds(observer))
         control = [one for one in browser.all(selector) if one.is_displayed()][way]
         browser.script("arguments[0].scrollIntoView({block: 'center'})", control)
-        browser.work(control, remaining)
+        browser.work(control, left)
         observer.wait(lambda: row.holds(observer))
     browser.wait(lambda: browser.text("#status"))
     assert browser.text("#alerts") == ""
@@ -107,6 +107,7 @@ _CHANGES = [
     (_change("set", "SpkrVolume", "100"), "[data-value='front.Volume']", "100"),
     (_change("do", "power", "charge", "7", "9"), ".strip [data-text='power.Charge.1']", "9 %"),
     (_change("do", "power", "low"), "[data-value='power.Sufficient']", False),
+    (_change("do", "power", "low", "off"), "[data-value='power.Sufficient']", True),
     (_change("do", "cooling", "temperature", "-5"), "[data-text='cooling.Temperature']", "-5 °C"),
     (_change("do", "clock", "zone", "DST/Paris"), "[data-text='clock.Zone']", "DST/Paris"),
     (_change("do", "clock", "ntp"), "[data-value='clock.Ntp']", True),
@@ -149,7 +150,7 @@ def test_every_change_of_the_unit_shows(browser, observer):
 def test_a_recording_shows_its_time_and_a_beep_is_told(browser, observer):
     """The time goes on by itself."""
     observer.give(*START)
-    time = f".time[data-kind=video]"
+    time = ".time[data-kind=video]"
     browser.wait(lambda: browser.text(f".strip {time}") == "00:01")
     browser.wait(lambda: browser.text(f"#recordings {time}") == "00:02")
     observer.give("set", "KeypadBeepEnabled", "on")

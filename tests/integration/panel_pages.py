@@ -282,7 +282,7 @@ ORDERS = [Control(*row) for row in (
     ("do storage read-only {device} {}", ("card", "on"), [], "storage.Devices.card.ReadOnly", True),
     ("do storage fill {device} {}", ("card", "on"), [], "storage.Devices.card.Full", True),
     ("do reel connect {}", ("off",), [], "reel.Connected", False),
-    ("do reel distance {}", ("12.34",), [], "reel.Distance", 12.34),
+    ("do reel distance {}", ("12.35",), [], "reel.Distance", 12.35),
     ("do reel mode {}", ("absolute",), [], "reel.Mode", "absolute"),
     ("do reel zero", (), [], "reel.Relative", 0),
     ("do camera connect {}", ("off",), [], "camera.Connected", False),

@@ -38,7 +38,7 @@ export class Feed {
     this.missed = 0;
     this.held = false;
     for (const id of ["kind-call", "kind-signal", "kind-log", "level", "words"]) {
-      byId(id).addEventListener("input", () => this.filter());
+      for (const event of ["input", "change"]) byId(id).addEventListener(event, () => this.filter());
     }
     byId("clear").addEventListener("click", () => { this.list.replaceChildren(); this.missed = 0; this.count(); });
     byId("hold").addEventListener("click", (event) => {

@@ -9,6 +9,7 @@ export class Link {
     this.waiting = new Map();
     this.number = 0;
     this.wait = FIRST_WAIT;
+    this.isLost = false;
     this.open();
   }
 
@@ -29,6 +30,7 @@ export class Link {
     const message = JSON.parse(data);
     if (message.hello) {
       this.wait = FIRST_WAIT;
+      this.isLost = false;
       this.on.hello(message);
       this.on.up();
     } else {
@@ -46,7 +48,8 @@ export class Link {
   lost(reason) {
     for (const done of this.waiting.values()) done({ ok: false, text: "the connection was lost before the answer came" });
     this.waiting.clear();
-    this.on.down(reason);
+    if (!this.isLost) this.on.down(reason); // later ones have no reason to tell
+    this.isLost = true;
     setTimeout(() => this.open(), this.wait);
     this.wait = Math.min(2 * this.wait, LONGEST_WAIT);
   }

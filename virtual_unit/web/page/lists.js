@@ -16,7 +16,7 @@ function list(id, items, make, keep = 0) {
   const place = byId(id), focused = document.activeElement?.dataset?.order;
   place.replaceChildren(...[...place.children].slice(0, keep), ...items.map(make));
   render(place);
-  if (focused && !document.contains(document.activeElement)) place.querySelector(`[data-order="${CSS.escape(focused)}"]`)?.focus();
+  if (focused && document.activeElement === document.body) place.querySelector(`[data-order="${CSS.escape(focused)}"]`)?.focus();
 }
 
 function media(item) {
