@@ -399,7 +399,7 @@ def test_the_picture_of_the_panel(browser, observer, panel, request):
     assert len(picture.getcolors(picture.width * picture.height)) > 1000  # the display is in it
     kept = os.path.join(_ROOT, "docs", "panel.png")
     if request.config.getoption("--docs"):
-        picture.quantize(255, dither=Image.Dither.FLOYDSTEINBERG).save(kept, optimize=True)
+        picture.save(kept, optimize=True)
     with Image.open(kept) as there:
         assert there.size == picture.size
     del panel
