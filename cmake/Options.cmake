@@ -3,6 +3,14 @@ add_library(ccu_options INTERFACE)
 target_include_directories(ccu_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(ccu_options INTERFACE -Wall -Wextra -Wpedantic $<$<BOOL:${CCU_WERROR}>:-Werror>)
 
+# Where the C library's moments and file sizes have 32 bits by themselves, they would end in 2038 and at 2 GiB. What
+# shares memory with a library that knows nothing of this is a target of its own with the property CCU_TIME_OF_LIBRARIES:
+# it has moments as the toolchain makes them, which is how the libraries beside it are built.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(ccu_options INTERFACE
+        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:CCU_TIME_OF_LIBRARIES>>>:_TIME_BITS=64;_FILE_OFFSET_BITS=64>)
+endif()
+
 # What is shipped is hardened as the distribution's own programs are, and against stack clashes besides. Nothing else:
 # _FORTIFY_SOURCE needs optimisation and blinds sanitizers.
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT CCU_SANITIZE)

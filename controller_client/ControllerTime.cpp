@@ -132,3 +132,29 @@ int Handler::GetTimezoneFromUTC(std::string& timezone, int offsetSeconds, bool d
 }
 
 } // namespace Controllerd
+
+#if __SIZEOF_LONG__ == 4
+
+// Where time_t has two lengths, programs may have been built with the other one: they ask for functions of these names.
+// Nothing is lost, since seconds travel in 32 bits.
+static_assert(sizeof(time_t) > sizeof(long));
+
+CONTROLLER_CLIENT_API int SetShortTime(long seconds,
+                                       bool local) __asm__("_ZN11Controllerd27ControllerDaemonDbusHandler7SetTimeElb");
+int SetShortTime(long seconds, bool local)
+{
+    return Controllerd::ControllerDaemonDbusHandler::SetTime(time_t{seconds}, local);
+}
+
+CONTROLLER_CLIENT_API int
+GetShortTime(long& seconds, bool& dst,
+             bool local) __asm__("_ZN11Controllerd27ControllerDaemonDbusHandler7GetTimeERlRbb");
+int GetShortTime(long& seconds, bool& dst, bool local)
+{
+    time_t answer = seconds;
+    const int result = Controllerd::ControllerDaemonDbusHandler::GetTime(answer, dst, local);
+    seconds = static_cast<long>(answer);
+    return result;
+}
+
+#endif

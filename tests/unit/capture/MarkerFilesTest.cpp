@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h> // says by what name programs call it
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
@@ -76,7 +77,11 @@ extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
 
 extern "C" int statfs64(const char* path, struct statfs64* status) noexcept
 {
+#ifdef SYS_statfs64
+    const int result = static_cast<int>(syscall(SYS_statfs64, path, sizeof *status, status));
+#else
     const int result = static_cast<int>(syscall(SYS_statfs, path, status));
+#endif
     if (result == 0 && filesystemType.has_value())
     {
         status->f_type = *filesystemType;
