@@ -127,6 +127,17 @@ def test_a_package_has_its_files(packages, name):
         assert mode == ("lrwxrwxrwx" if mode[0] == "l" else "-rwxr-xr-x" if "/bin/" in path or ELSEWHERE.fullmatch(path) else "-rw-r--r--"), path
 
 
+def test_an_installation_has_what_the_packages_have(packages, tmp_path):
+    """Whoever makes images of another kind has the rules of the build for that, and needs no list."""
+    run("cmake", "--install", BUILD, "--prefix", f"{tmp_path}/usr")
+    installed = {os.path.relpath(os.path.join(folder, name), tmp_path)
+                 for folder, _, names in os.walk(tmp_path) for name in names}
+    packed = {path for package in packages.values() for path in contents(package)
+              if not re.fullmatch(r"usr/share/doc/[^/]+/(changelog\.gz|copyright)", path)}
+    assert {re.sub(r"^usr/(lib/(systemd|udev)/)", r"\1", path) for path in installed} == {
+        re.sub(r"^(usr/share/man/.*)\.gz$", r"\1", path) for path in packed}
+
+
 @pytest.mark.parametrize("name", DEPENDENCIES)
 def test_a_package_asks_for_what_it_needs(packages, name):
     """With the versions that its symbols call for."""
