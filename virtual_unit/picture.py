@@ -4,10 +4,10 @@
 display and the daemon's screenshots) and for the video daemon's snapshots.  Nothing is drawn before somebody asks.
 
 The camera is at the reel's absolute distance, turned and tilted by its angles, with the lamps as bright as the
-hardware daemon says.  The video daemon turns its picture back where "RotationEnabled" is set, in steps of "RotationSteps" degrees
-or by "RotationOverrideAngle", and magnifies it by "CaptureZoom".  A camera that is lost, or has no power, gives a blue
-picture; a film that is played back shows a pipe from its beginning on, as far as it has been played; there is a black
-picture without live video or a video daemon.
+hardware daemon says.  The video daemon turns its picture back where "RotationEnabled" is set, in steps of
+"RotationSteps" degrees or by "RotationOverrideAngle", and magnifies it by "CaptureZoom".  A camera that is lost, or has
+no power, gives a blue picture; a film that is played back shows a pipe from its beginning on, as far as it has been
+played; there is a black picture without live video or a video daemon.
 """
 
 import ctypes
@@ -32,6 +32,7 @@ _FONT = "/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf"
 _BAND, _WHITE, _GREY, _AMBER, _RED = (0, 0, 0, 130), (255, 255, 255), (190, 200, 205), (255, 214, 92), (255, 59, 48)
 _SIGNS = {"video": "REC", "photoTalk": "PHOTO TALK", "autolog": "AUTO LOG"}
 _OFF, _RECORDING, _PAUSED = 0, 1, 2
+_LONGEST_LINE = 60
 
 
 @dataclass(frozen=True)
@@ -80,9 +81,14 @@ def _zone(path):
 
 def _angle(text):
     try:
-        return float(text)
+        return float(text) if math.isfinite(float(text)) else 0.0
     except ValueError:
         return 0.0
+
+
+def _line(text):
+    """What there is room for, of a text from anywhere."""
+    return text.partition("\n")[0][:_LONGEST_LINE]
 
 
 def _shown_roll(video):
@@ -129,10 +135,14 @@ class Painter:
                     pitch=float(video.get("CameraPitchAngle")), zoom=video.get("CaptureZoom"),
                     light=hardware.lamps / _HALF_LIGHT if hardware is not None else 1.0), ""
 
+    def _setting(self, section, key, usual):
+        """A setting, or the usual one where there is none."""
+        settings = self._unit.settings
+        return usual if settings is None or section not in settings.sections() else settings.value(section, key)
+
     def _distance(self):
         """The counter's text, and what it counts."""
-        reel, settings = self._reel(), self._unit.settings
-        feet = settings is not None and settings.value("reel", "units") == "feet"
+        reel, feet = self._reel(), self._setting("reel", "units", "metres") == "feet"
         if reel is None or not reel["Connected"]:
             return "--.-- " + ("ft" if feet else "m"), ""
         relative = reel["Mode"] == "relative"
@@ -157,8 +167,8 @@ class Painter:
     def scene(self):
         """What is to be seen now."""
         view, notice = self._view()
-        settings, video = self._unit.settings, self._video()
-        if settings is not None and not settings.value("overlay", "enabled"):
+        video = self._video()
+        if not self._setting("overlay", "enabled", True):
             return Scene(view, Overlay(shown=False))
         distance, counter = self._distance()
         overlay = {"moment": self._now(), "distance": distance, "counter": counter, "notice": notice}
@@ -166,9 +176,9 @@ class Painter:
             playing = video.get("DisplayContent") == "playback" and video.get("PlaybackState") > 0
             position, duration = (_minutes(video.get(f"Playback{name}") / 1000) for name in ("Position", "Duration"))
             state = "PLAY" if video.get("PlaybackState") == 1 else "PAUSE"
-            film = os.path.basename(video.get("PlaybackFilename"))
+            film = _line(os.path.basename(video.get("PlaybackFilename")))
             overlay.update(
-                signs=self._signs(video), remark=video.get("OverlayUserText")[2],
+                signs=self._signs(video), remark=_line(video.get("OverlayUserText")[2]),
                 angles=f"{state}  {film}  {position} / {duration}" if playing else
                 f"ROLL {video.get('CameraRollAngleRaw')}°   TILT {video.get('CameraPitchAngle')}°")
         return Scene(view, Overlay(**overlay))
@@ -209,11 +219,16 @@ def _pipe(library):
     return draw
 
 
+def _within(least, most, value):
+    """The value, or the nearest that makes sense."""
+    return max(least, min(most, value))
+
+
 @functools.lru_cache(maxsize=2)
 def _sensed(library, view, width, height):
     pixels = ctypes.create_string_buffer(width * height * 3)
-    _pipe(library)(pixels, width, height, view.distance, math.radians(view.roll),
-                   math.radians(max(min(view.pitch, 60), -60)), max(view.zoom, 0.1), max(view.light, 0))
+    _pipe(library)(pixels, width, height, _within(-1e5, 1e5, view.distance), math.radians(view.roll),
+                   math.radians(_within(-60, 60, view.pitch)), _within(0.1, 100, view.zoom), _within(0, 10, view.light))
     return pixels.raw
 
 
@@ -293,7 +308,7 @@ def overlay(texts, width, height):
     _, end = sheet.text(32, bottom - 42, texts.distance, 52, _AMBER, "lm")
     sheet.text(end + 20, bottom - 34, texts.counter, 24, _GREY, "lm")
     sheet.text(right, bottom - 42, texts.angles, 26, _GREY, "rm")
-    sheet.text(sheet.width / 2, bottom - 120, texts.remark.partition("\n")[0], 30, _WHITE, "mm")
+    sheet.text(sheet.width / 2, bottom - 120, texts.remark, 30, _WHITE, "mm")
     sheet.text(sheet.width / 2, bottom / 2, texts.notice, 56, _WHITE, "mm")
     return sheet.image
 

@@ -120,6 +120,13 @@ def test_the_end_moves_with_the_tilt_and_zoom_magnifies(look):
 # What is to be seen ---------------------------------------------------------------------------------------------------
 
 
+@pytest.mark.parametrize("view", [{"zoom": float("nan")}, {"zoom": float("inf")}, {"distance": float("inf")},
+                                  {"distance": 2e7}, {"distance": -3.3}, {"light": -5.0}, {"pitch": 1e9}])
+def test_a_view_from_nowhere_harms_nobody(look, view):
+    """Whatever a client has set."""
+    assert look(**view).size == _SIZE
+
+
 def test_the_view_is_that_of_the_unit(unit):
     """Reel, angles, zoom and lamps."""
     unit.hardware.set_reel(absolute=4321, relative=1)
@@ -129,7 +136,8 @@ def test_the_view_is_that_of_the_unit(unit):
     assert unit.painter.scene().view == View(distance=43.21, roll=33.0, pitch=5.0, zoom=2.0, light=2.0)
 
 
-@pytest.mark.parametrize("steps, override, roll", [("90", "0", 10), ("0", "0", 0), ("90", "30", 70), ("", "", 0)])
+@pytest.mark.parametrize("steps, override, roll", [("90", "0", 10), ("0", "0", 0), ("90", "30", 70), ("", "", 0),
+                                                   ("nan", "inf", 0)])
 def test_the_video_daemon_turns_the_picture_upright(unit, steps, override, roll):
     """In its steps, exactly, or by the angle that it was told."""
     unit.video.turn(roll=100)
@@ -261,8 +269,13 @@ def test_the_overlay_can_be_switched_off_and_has_the_users_text(unit):
     """By the settings; the text by the video daemon's property."""
     unit.video.set("OverlayUserText", (1, 2, "Manhole 7", 3, "font"))
     assert unit.painter.scene().overlay.remark == "Manhole 7"
+    unit.video.set("OverlayUserText", (1, 2, "M" * 100_000 + "\n", 3, "font"))
+    assert unit.painter.scene().overlay.remark == "M" * 60
     unit.settings.change("overlay", {"enabled": False})
     assert overlay(unit.painter.scene().overlay, 320, 180).getcolors() == [(320 * 180, (0, 0, 0, 0))]
+    for section in ("overlay", "reel"):
+        unit.settings.remove_section(section)
+    assert unit.painter.scene().overlay.distance == "2.34 m"
     assert len(overlay(Overlay("now"), 320, 180).getcolors()) > 1
     assert overlay(Overlay("now"), 100, 50).getcolors() == [(5000, (0, 0, 0, 0))], "where nobody could read it"
 
