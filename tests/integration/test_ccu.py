@@ -123,6 +123,26 @@ def test_those_that_are_named(tree):
     assert orders(tree) == [["--tests-regex", r"\.(sound|recording_faults_.*)$"]]
 
 
+def test_the_browser_is_for_its_own_tests_alone(tree):
+    """They are run, and what they need is installed, when they are asked for and never else."""
+    with open(tree.at("packaging", "packages.txt"), "w", encoding="utf-8") as file:
+        file.write("# The list\ncommon\n\n# Only for browser\nbrowsers\n")
+    tree.stand_in("dpkg-query", "true")
+    tree.stand_in("apt-get", f'echo "recommends $*" >> {tree.orders}')
+    tree.stand_in("sudo", 'exec "$@"')
+    os.makedirs(tree.at("tests", "browser"))
+    for name, verdict in (("good", True), ("bad", False)):
+        with open(tree.at("tests", "browser", f"test_{name}.py"), "w", encoding="utf-8") as file:
+            file.write(f"def test_{name}():\n    assert {verdict}\n")
+    status, lines = tree.run("ccu", "test", "browser")
+    assert status == 1 and "1 failed, 1 passed" in lines[-1]
+    assert tree.run("ccu", "test", "browser", "-k", "good")[0] == 0
+    assert tree.run("ccu", "test", "quick")[0] == 0
+    with open(tree.orders, encoding="utf-8") as file:
+        installed = [line.split()[-1] for line in file if "install" in line]
+    assert installed == ["browsers", "browsers", "common"]
+
+
 def test_a_trial_that_cannot_be_made_is_no_refusal(tree):
     """The tests would fail, and so does the command."""
     os.unlink(tree.at("virtual_unit"))

@@ -3,6 +3,7 @@
 import asyncio
 import base64
 import contextlib
+import io
 import json
 import os
 import re
@@ -16,6 +17,7 @@ import time
 
 import aiohttp
 import pytest
+from PIL import Image
 
 from tests.integration.panel_pages import ORDERS, PAGE, START, Controls, Page, Panel, film, running_panel
 from virtual_unit import PATIENCE, REFUSE, VirtualUnit
@@ -224,11 +226,15 @@ def test_a_day_without_a_clock_that_python_knows_costs_nothing(page):
 
 def test_pictures_of_the_job_are_served(page):
     """Those alone that the job has."""
-    assert page.give("call", "Snapshot", "640", "480", "80")[0]
-    item = page.wait(lambda: page.at("job.Media"))[0]
-    status, headers, body = page.panel.get(f"media/{item['Id']}")
-    assert (status, headers["Content-Type"]) == (200, "image/jpeg") and body.startswith(b"\xff\xd8")
-    page.panel.unit.jobs.close()
+    film(page)
+    for size in ((640, 480), (320, 200)):
+        assert page.give("call", "Snapshot", *map(str, size), "80")[0]
+    recorded, *pictures = page.wait(lambda: len(page.at("job.Media")) == 3 and page.at("job.Media"))
+    assert page.panel.get(f"media/{recorded['Id']}")[0] == 404
+    for item, size in zip(pictures, ((640, 480), (320, 200))):
+        status, headers, body = page.panel.get(f"media/{item['Id']}")
+        assert (status, headers["Content-Type"]) == (200, "image/jpeg")
+        assert Image.open(io.BytesIO(body)).size == size
     page.panel.unit.jobs.items.clear()
     page.give("do", "reel", "zero")
     page.wait(lambda: not page.at("job.Media"))
