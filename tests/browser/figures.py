@@ -1,4 +1,5 @@
-"""What the panel costs and how fast it is; `./ccu bench panel` prints it.  Nothing is asserted: a busy machine is no defect."""
+"""What the panel costs and how fast it is; `./ccu bench panel` prints it.  Nothing is asserted: a busy machine is no
+defect."""
 
 import argparse
 import os

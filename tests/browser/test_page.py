@@ -25,7 +25,7 @@ _TEMPLATE_NAMES = ("device", "kind", "member", "name", "id")
 
 
 def _selector(browser, row, texts):
-    """Where the control of a row is, and the texts that are left for a person to enter, by the names of their places."""
+    """Where the control of a row is, and the texts that are left for a person to enter, by their names."""
     order, left = row.order, dict(zip(re.findall(r"{([\w.]*)}", row.order), texts))
     if not browser.all(f'form[data-order="{order}"]'):
         for name in _TEMPLATE_NAMES:
@@ -67,7 +67,8 @@ def test_what_lists_make_orders_too(browser, observer):
     browser.one("#media .play").click()
     observer.wait(lambda: observer.at("playback.File") == path and observer.at("playback.State") == "playing")
     observer.give("do", "settings", "set", "audio", "speakerVolume", "33")
-    browser.wait(lambda: browser.value("#settings [name=value]") and browser.value("#settings [name=section]") == "audio")
+    browser.wait(lambda: browser.value("#settings [name=value]") and
+                 browser.value("#settings [name=section]") == "audio")
     browser.one("#reset-section").click()
     observer.wait(lambda: observer.at("settings.Sections.audio.speakerVolume") == 50)
 
@@ -227,7 +228,8 @@ def test_what_happens_is_listed_and_filtered(browser, observer, panel):
     browser.one("#words").clear()
     browser.one("#words").send_keys(" ")
     browser.enter(browser.one("#level"), "3")
-    kinds = browser.script("return [...document.querySelectorAll('#feed li:not([hidden]) .kind')].map(e => e.textContent)")
+    kinds = browser.script("return [...document.querySelectorAll('#feed li:not([hidden]) .kind')]"
+                           ".map(e => e.textContent)")
     assert set(kinds) <= {"signal", "error", "critical"} and "error" in kinds
     browser.one("#hold").click()
     before = len(_rows(browser))
@@ -255,9 +257,11 @@ def test_a_flood_leaves_a_bounded_list(browser, observer, panel):
 def test_all_can_be_done_with_the_keyboard(browser, observer):
     """Every control is reached by the tab key, has a name and shows that it has the focus."""
     names = browser.script("""
-        const controls = [...document.querySelectorAll('button, input, select, a[href]')].filter(e => e.checkVisibility());
-        return controls.map(e => [e.outerHTML.slice(0, 90), (e.getAttribute('aria-label') || e.labels?.[0]?.textContent ||
-                                  e.textContent || e.querySelector('img')?.alt || '').trim(), e.tabIndex])""")
+        const controls = [...document.querySelectorAll('button, input, select, a[href]')];
+        const name = (e) => e.getAttribute('aria-label') || e.labels?.[0]?.textContent || e.textContent ||
+            e.querySelector('img')?.alt || '';
+        return controls.filter(e => e.checkVisibility()).map(e => [e.outerHTML.slice(0, 90), name(e).trim(), e.tabIndex])
+        """)
     assert len(names) > 120
     for html, name, order in names:
         assert name and order == 0, html

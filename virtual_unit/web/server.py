@@ -50,14 +50,14 @@ def _refuse(text):
 
 
 class Server:
-    """Serves the panel of a unit that runs, at `address`, until `ended` is set."""
+    """Serves the panel of a unit that runs, at `address`; sets `ended` when the unit has ended."""
 
-    def __init__(self, running, port, token):
+    def __init__(self, running, port, token, ended):
         self._running, self._port, self._token = running, port, token
-        self.ended = asyncio.Event()
+        self.ended = ended
         self._pages = set()
         self._sockets = set()
-        self._kept = tempfile.TemporaryDirectory(prefix="ccu-panel-")  # pylint: disable=consider-using-with
+        self._kept = None
         zones_folder = os.path.join(running.build_dir, "zones")
         self._mirror = Mirror(running.session, zones_folder, self, self.ended.set)
         self._scenes = Scenes(running.folder, self._mirror.change)
@@ -92,7 +92,8 @@ class Server:
         await self._scenes.close()
         await self._runner.cleanup()
         self._mirror.close()
-        self._kept.cleanup()
+        if self._kept is not None:
+            self._kept.cleanup()
 
     # Who may ask ------------------------------------------------------------------------------------------------------
 
@@ -280,25 +281,31 @@ class Server:
         text, good = result if isinstance(result, tuple) else (result, True)
         self._answer(page, number, good, text)
 
+    @property
+    def _kept_file(self):
+        return os.path.join(self._kept.name, "kept.unit")
+
     async def _keep(self, _words):
-        path = os.path.join(self._kept.name, "kept.unit")
-        await self._mirror.do(["unit", "save", path])
+        if self._kept is None:
+            self._kept = tempfile.TemporaryDirectory(prefix="ccu-panel-")  # pylint: disable=consider-using-with
+        await self._mirror.do(["unit", "save", self._kept_file])
         self._mirror.change("panel", {"Kept": True})
         return "the unit's state is kept"
 
     async def _back(self, _words):
         if not self._mirror.state.get("panel", {}).get("Kept"):
             raise ValueError("no state has been kept")
-        await self._mirror.do(["unit", "load", os.path.join(self._kept.name, "kept.unit")])
+        await self._mirror.do(["unit", "load", self._kept_file])
         return "the unit is back at the state that was kept"
 
 
 async def _serve(running, port, token):
-    async with Server(running, port, token) as server:
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            asyncio.get_running_loop().add_signal_handler(number, server.ended.set)
+    ended = asyncio.Event()
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        asyncio.get_running_loop().add_signal_handler(number, ended.set)
+    async with Server(running, port, token, ended) as server:
         print(server.address, flush=True)
-        await server.ended.wait()
+        await ended.wait()
 
 
 def panel(unit=None, port=0):
