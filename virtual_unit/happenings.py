@@ -7,6 +7,8 @@ import sys
 import threading
 import zlib
 
+from .loop import shared_loop
+
 _WRITING = os.O_WRONLY | os.O_RDWR | os.O_CREAT | os.O_TRUNC
 #: Operations on files, by what Python's audit calls them.
 _OPERATIONS = {"os.mkdir": "mkdir", "os.remove": "remove", "os.rmdir": "rmdir", "os.rename": "rename",
@@ -25,12 +27,16 @@ def _hook(event, arguments):
 
 
 class Teller:
-    """Tells of one unit, from `start` on; before it does nothing."""
+    """Tells of one unit, from `start` on; before it does nothing.
+
+    What the siblings' loop brings about is told over the connection of the sibling that sends something next, so that it
+    stands before that on the bus.
+    """
 
     def __init__(self, unit):
         self._unit = unit
-        self._lock = threading.RLock()
-        self._written = {}
+        self._lock = threading.Lock()
+        self._pending = []  # what, arguments, and the content or the path of the file that has it
         self._asked = set()
 
     @property
@@ -53,17 +59,20 @@ class Teller:
     def stop(self):
         """Nothing is told any more.  Can be called again."""
         self._asked.clear()
-        self._written.clear()
+        self._pending.clear()
         if self.active:
             _tellers.remove(self)
 
     # Telling ----------------------------------------------------------------------------------------------------------
 
-    def tell(self, what, *details, content=b""):
+    def tell(self, what, *details):
         """Tells of one happening, behind those before."""
         if self.active:
-            self.flush()
-            self._unit.simulation.tell_happening(what, json.dumps(details), content)
+            with self._lock:
+                self._read_files()
+                self._pending.append((what, json.dumps(details), b""))
+            if not shared_loop().is_current:
+                self.flush()
 
     def tell_process(self):
         """Which process the daemon is."""
@@ -77,18 +86,23 @@ class Teller:
             self._asked.add(connection)
         return new
 
-    def flush(self):
-        """Tells of the files that were written; to be called before anything else is sent."""
-        while self._written:
+    def flush(self, connection=None):
+        """Tells what has happened; to be called before anything else is sent, with the connection that sends it."""
+        if self._pending:
             with self._lock:
-                path = next(iter(self._written), None)
-                if path is None:
-                    return
-                del self._written[path]
-            if os.path.isfile(path):
-                with open(path, "rb") as file:
-                    content = zlib.compress(file.read(), 1)
-                self._unit.simulation.tell_happening("write", json.dumps([self._within(path)]), content)
+                self._read_files()
+                happened, self._pending = self._pending, []
+            self._unit.simulation.tell_happenings(happened, connection)
+
+    def _read_files(self):
+        """Takes over what is in the files that were written."""
+        for place, (what, path, content) in enumerate(self._pending):
+            if content is None:
+                content = b""
+                if os.path.isfile(path):
+                    with open(path, "rb") as file:
+                        content = zlib.compress(file.read(), 1)
+                self._pending[place] = (what, json.dumps([self._within(path)]), content)
 
     # Files ------------------------------------------------------------------------------------------------------------
 
@@ -110,7 +124,8 @@ class Teller:
             path, _mode, flags = arguments
             if isinstance(flags, int) and flags & _WRITING and self._within(path) is not None:
                 with self._lock:
-                    self._written[os.fsdecode(path)] = True
+                    entry = ("write", os.fsdecode(path), None)
+                    self._pending = [one for one in self._pending if one != entry] + [entry]
         else:
             paths = [self._within(path) for path in arguments[:2 if event == "os.rename" else 1]]
             if None not in paths:

@@ -187,7 +187,7 @@ class Sibling:
         if signature is None:
             signature = next(item.signals[interface, member] for item in self._declared.values()
                              if (interface, member) in item.signals)
-        self.unit.happenings.flush()
+        self.unit.happenings.flush(self._connection)
         message = append(dbus.lowlevel.SignalMessage(path, interface, member), signature, arguments)
         if destination is not None:
             message.set_destination(destination)
@@ -265,7 +265,7 @@ class Sibling:
         connection.send_message_with_reply(message, answered, PATIENCE)
 
     def _send(self, connection, message, reply):
-        self.unit.happenings.flush()
+        self.unit.happenings.flush(connection)
         if connection is self._connection and not message.get_no_reply():
             connection.send_message(reply)
 

@@ -848,13 +848,14 @@ class Simulation(Sibling):
     # What happens -----------------------------------------------------------------------------------------------------
 
     @on_loop
-    def tell_happening(self, what, details, content):
-        """Tells of something that happens beside the bus."""
-        if self.alive:
+    def tell_happenings(self, happened, connection=None):
+        """Tells of what has happened beside the bus, over the connection of another sibling if one is given."""
+        connection = connection or self._connection
+        for what, arguments, content in happened if connection else ():
             message = dbus.lowlevel.SignalMessage(ROOT, SERVICE, "Happened")
-            message.append(what, details, dbus.ByteArray(content), signature="ssay")
-            self._connection.send_message(message)
-            self._connection.flush()
+            message.append(what, arguments, dbus.ByteArray(content), signature="ssay")
+            connection.send_message(message)
+            connection.flush()
 
     def tell_call(self, call, fault):
         """Tells of a call to a sibling."""

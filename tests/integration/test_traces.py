@@ -28,8 +28,8 @@ from virtual_unit.traces.story import OF_DAEMON, Kind, Story
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.environ["CCU_BUILD_DIR"]
 TITLES = [chapter.title for chapter in CHAPTERS]
-RECORDING, KINDS, CLOCK = "A recording, from its start to its end", "Three kinds of recording", "Clock and time zone"
-PLAYBACK = "Playback of a recording"
+RECORDING, PLAYBACK = "A recording, from its start to its end", "Playback of a recording"
+CLOCK = "Clock and time zone"
 #: Seconds after which a daemon that does nothing hangs: it never does anything again, so the less the sooner.
 SOON = PATIENCE / 120
 
@@ -112,7 +112,7 @@ def test_a_chapter_of_the_demo_is_replayed_without_a_difference(recorded, title)
     assert Kind.REQUEST in kinds and Kind.CALL in kinds and story.log
 
 
-@pytest.mark.parametrize("title", [RECORDING, KINDS, PLAYBACK, "A snapshot into the job"])
+@pytest.mark.parametrize("title", [RECORDING, PLAYBACK, "A snapshot into the job"])
 def test_captures_and_journal_of_a_real_unit_are_replayed(recorded, title, tmp_path):
     """Where nobody tells of files, nor whose the connections are."""
     trace = file.read(recorded(title))
@@ -133,7 +133,7 @@ def test_captures_and_journal_of_a_real_unit_are_replayed(recorded, title, tmp_p
 
 
 @pytest.mark.parametrize("planted, title, kind, step, was, became", [
-    ("message", KINDS, "other", "VideoRecordStop", '(-1, "Unknown error")', '(-1, "Ran successfully")'),
+    ("message", PLAYBACK, "other", "VideoPlaybackStart", '(-2, "Playback file doesn\'t exist")', '(-2, "Ran successfully")'),
     ("types", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "ENOMSG"),
     ("refusal", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "for no reason"),
     ("two answers", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "another one"),

@@ -20,6 +20,8 @@ from jeepney.low_level import calc_msg_size
 
 SESSION, SYSTEM = "session", "system"
 LOG, UNIT = "log.jsonl", "unit.tar.gz"
+#: By what the journal knows the daemon.
+_IDENTIFIER = "controllerd"
 
 
 class Unreadable(Exception):
@@ -124,10 +126,11 @@ def _log(name, data):
     lines = []
     for number, line in enumerate(data.decode("utf-8", "replace").splitlines(), 1):
         try:
-            entry = json.loads(line)
-            lines.append(Logged(int(entry["__REALTIME_TIMESTAMP"]) / 1e6, int(entry.get("PRIORITY", 6)),
-                                _text(entry["MESSAGE"])))
-        except (ValueError, KeyError, TypeError) as error:
+            found = json.loads(line)
+            if found.get("SYSLOG_IDENTIFIER", _IDENTIFIER) == _IDENTIFIER:
+                lines.append(Logged(int(found["__REALTIME_TIMESTAMP"]) / 1e6, int(found.get("PRIORITY", 6)),
+                                    _text(found["MESSAGE"])))
+        except (ValueError, KeyError, TypeError, AttributeError) as error:
             raise Unreadable(f"line {number} of {name} is none of `journalctl -o json`: {error}") from error
     return lines
 
@@ -190,4 +193,4 @@ def write(path, folder):
 def entry(time, level, text):
     """A line of the log as the journal has it."""
     return json.dumps({"__REALTIME_TIMESTAMP": str(int(time * 1e6)), "PRIORITY": str(level),
-                       "SYSLOG_IDENTIFIER": "controllerd", "MESSAGE": text}) + "\n"
+                       "SYSLOG_IDENTIFIER": _IDENTIFIER, "MESSAGE": text}) + "\n"

@@ -41,6 +41,8 @@ _MASKS = ((re.compile(r":1\.\d+"), ":1.*"), (re.compile(r"screenshot_[^/]*\.png"
 _TIMES = ("GetTime", "GetTimeSecs", "TimeChanged")
 _SECONDS = 3
 _QUIET_SECONDS = 0.05
+#: What is compared besides messages.
+_LINES = "log line"
 #: Differences, after which a daemon is another one.
 _MOST = 200
 
@@ -160,16 +162,16 @@ class Replay:
     def __init__(self, story, keep_going=False, make_unit=VirtualUnit, patience=PATIENCE):
         self._story, self._keep_going = story, keep_going
         self._unit = make_unit(daemon=not story.has_start, bus_timeout=AT_ONCE)
-        self._outcome = Outcome({kind.value: 0 for kind in OF_DAEMON} | {"log line": 0})
+        self._outcome = Outcome({kind.value: 0 for kind in OF_DAEMON} | {_LINES: 0})
         self._buses = {}
         self._places = []
         self._guess = None  # of a real unit, of which no more is known
         self._log = None
-        self._lines = []
-        self._log_differs = False
+        self._recorded, self._logged = [], []  # lines as they are compared
         self._clock_offset = 0
         self._patience = patience
         self._hangs = False
+        self._done = 0  # steps
 
     def run(self):
         """Returns the Outcome."""
@@ -212,6 +214,7 @@ class Replay:
         else:
             self._guess = Guess(story, unit.directory)
             self._places = self._guess.places
+        self._recorded = [f"<{line.level}> {self._plain(line.text)}" for line in story.log]
         self._log = SyslogReader(unit.daemon.log_path)
         self._log.clear()
 
@@ -259,15 +262,19 @@ class Replay:
         self._pump(lambda: not missing(), _QUIET_SECONDS)
         if settled or missing():
             self._settle()
+        self._compare_log()
         for one in missing():
             self._buses[one.bus].expected.remove(one)
             self._differs("missing", one, recorded=self._text(one))
-        self._compare_log()
 
     def _settle(self):
-        """Lets the daemon deal with all that it was sent."""
-        if not self._unit.daemon_alive:
-            return
+        """Lets the daemon deal with all that it was sent; what its calls bring about is sent behind the pings."""
+        done = None
+        while done != self._done and self._unit.daemon_alive:
+            done = self._done
+            self._ping()
+
+    def _ping(self):
         self._unit.input.wait_read()
         bus = self._buses[SESSION]
         for connection in self._unit.client.connections_of(self._unit.pid):
@@ -407,6 +414,7 @@ class Replay:
     # What happens to it -----------------------------------------------------------------------------------------------
 
     def _do(self, step):
+        self._done += 1
         self._unit.clock.set_usec(int(step.captured.time * 1e6) + self._clock_offset)
         if self._guess:
             self._guess.before(step)
@@ -461,27 +469,29 @@ class Replay:
 
     # The log ----------------------------------------------------------------------------------------------------------
 
-    def _texts(self):
-        return [f"<{line.priority}> {self._plain(line.text)}" for line in self._log.lines()]
+    def _read_log(self):
+        """Takes the lines that the daemon has logged since the last time."""
+        new = self._log.since(len(self._logged))
+        self._logged.extend(f"<{line.priority}> {self._plain(line.text)}" for line in new)
 
     def _compare_log(self, whole=False):
         """Compares what the daemon has logged so far, at the end the lines that are still missing too, and tells the first
         difference; all of them at the end, if they are wanted."""
-        recorded = [f"<{line.level}> {self._plain(line.text)}" for line in self._story.log]
-        if not recorded or self._log_differs and not whole:
+        recorded, logged = self._recorded, self._logged
+        if not recorded:
             return
-        texts = self._texts()
-        place = next((place for place, pair in enumerate(zip(recorded, texts)) if pair[0] != pair[1]),
-                     min(len(recorded), len(texts)))
-        self._outcome.compared["log line"] = place
-        self._log_differs = place < len(texts)
-        if self._log_differs and not self._keep_going:
+        self._read_log()
+        place = self._outcome.compared[_LINES]
+        while place < min(len(recorded), len(logged)) and recorded[place] == logged[place]:
+            place += 1
+        self._outcome.compared[_LINES] = place
+        if place < len(logged) and not self._keep_going:
             step = next((one for bus in self._buses.values() for one in bus.expected), self._story.steps[-1])
-            self._differs_in_log(recorded[place:place + 1], texts[place:place + 1], place, step)
+            self._differs_in_log(recorded[place:place + 1], logged[place:place + 1], place, step)
         if whole:
-            for kind, *ends in difflib.SequenceMatcher(None, recorded, texts, False).get_opcodes():
+            for kind, *ends in difflib.SequenceMatcher(None, recorded, logged, False).get_opcodes():
                 if kind != "equal":
-                    self._differs_in_log(recorded[ends[0]:ends[1]], texts[ends[2]:ends[3]], ends[0],
+                    self._differs_in_log(recorded[ends[0]:ends[1]], logged[ends[2]:ends[3]], ends[0],
                                          self._step_of_line(ends[0]))
 
     def _step_of_line(self, place):
