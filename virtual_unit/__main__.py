@@ -127,8 +127,8 @@ class Commands:
                             _UNIT, _JSON)
         command.add_argument("word", choices=("save", "load"), help="keep, or go back")
         command.add_argument("file", metavar="FILE")
-        command = self._add("record", _record, "record what passes on the buses of a unit that runs, and the daemon's log, "
-                                               "until Ctrl-C or while a command (after --) runs", _UNIT)
+        command = self._add("record", _record, "record the buses of a unit that runs, and the daemon's log, until Ctrl-C "
+                                               "or while a command (after --) runs", _UNIT)
         command.add_argument("file", metavar="FILE", help="the trace, which replaces what is there")
         command = self._add("replay", _replay, "give the daemon what a trace gave it, and tell where it does something "
                                                "else", _JSON)

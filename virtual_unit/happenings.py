@@ -1,5 +1,5 @@
-"""What changes in a unit beside its buses, told on the bus for those who record it, so that it has its place among calls
-and signals: files that this process makes, changes and takes away (media, devices, faults), keys, GPS and clock."""
+"""What changes in a unit beside its buses, told on them for those who record it, so that it has its place among calls and
+signals: files that this process makes, changes and takes away (media, devices, faults), keys, GPS and clock."""
 
 import json
 import os
@@ -29,7 +29,7 @@ def _hook(event, arguments):
 class Teller:
     """Tells of one unit, from `start` on; before it does nothing.
 
-    What the siblings' loop brings about is told over the connection of the sibling that sends something next, so that it
+    What the siblings' loop brings about is told over the connection of the sibling that sends something next: so it
     stands before that on the bus.
     """
 

@@ -1,4 +1,4 @@
-"""Traces: what is recorded of a unit is replayed without a difference, and a daemon that does something else is found."""
+"""Traces: what is recorded of a unit is replayed without a difference; a daemon that does something else is found."""
 
 import functools
 import io
@@ -43,7 +43,8 @@ class RecordedUnit(VirtualUnit):
 
     def start(self):
         super().start()
-        self._recorder = Recorder({"session": self.session_address, "system": self.system_address}, self.daemon.log_path,
+        buses = {file.SESSION: self.session_address, file.SYSTEM: self.system_address}
+        self._recorder = Recorder(buses, self.daemon.log_path,
                                   lambda on: (self.happenings.start if on else self.happenings.stop)())
         return self
 
@@ -75,7 +76,8 @@ def recorded(tmp_path_factory):
         output = io.StringIO()
         with pytest.MonkeyPatch.context() as patch:
             patch.delenv("CCU_BUILD_DIR")  # where the demo leaves its screenshot
-            assert Inspection(output, functools.partial(RecordedUnit, path)).run([CHAPTERS[number]]) == 0, output.getvalue()
+            status = Inspection(output, functools.partial(RecordedUnit, path)).run([CHAPTERS[number]])
+        assert status == 0, output.getvalue()
         return path
 
     return record
@@ -133,11 +135,13 @@ def test_captures_and_journal_of_a_real_unit_are_replayed(recorded, title, tmp_p
 
 
 @pytest.mark.parametrize("planted, title, kind, step, was, became", [
-    ("message", PLAYBACK, "other", "VideoPlaybackStart", '(-2, "Playback file doesn\'t exist")', '(-2, "Ran successfully")'),
+    ("message", PLAYBACK, "other", "VideoPlaybackStart", "(-2, \"Playback file doesn't exist\")",
+     '(-2, "Ran successfully")'),
     ("types", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "ENOMSG"),
     ("refusal", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "for no reason"),
     ("two answers", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "another one"),
-    ("no answer", RECORDING, "missing", "VideoRecordStop", '(0, "Ran successfully")', "call of video: Get RecordingState"),
+    ("no answer", RECORDING, "missing", "VideoRecordStop", '(0, "Ran successfully")',
+     "call of video: Get RecordingState"),
     ("hang", RECORDING, "missing", "VideoRecordStop", '(0, "Ran successfully")', "the daemon hangs"),
     ("crash", RECORDING, "other", "VideoRecordStop", '(0, "Ran successfully")', "disconnected from message bus"),
     ("signal", CLOCK, "other", "TimeChanged", "TimeChanged (2026, 1, 31, 12, 30, 0, false)", 'TimeChanged ("changed")'),
@@ -167,8 +171,8 @@ def other_body(one, body):
 
 
 def test_a_trace_of_another_version_shows_all_that_has_changed(recorded, tmp_path):
-    """Of a daemon that asked less at its start, for another action's power, answered in other words and logged at another
-    level."""
+    """Of a daemon that asked less at its start, for another action's power, answered in other words and logged at
+    another level."""
     trace = file.read(recorded(RECORDING))
     steps = Story(trace).steps
     remote = next(step for step in steps if step.name == "Get RemoteIP")

@@ -1,11 +1,11 @@
-"""What a trace of a real unit tells of its files, which are on no bus: the folders that the daemon works in, and whether a
-file is there."""
+"""What a trace of a real unit tells of its files, which are on no bus: the folders that the daemon works in, and whether
+a file is there."""
 
 import os
 
 from .story import Kind
 
-#: Members that make a file, which is their first argument, when they answer 0; recordings with the recovery file behind.
+#: Members that make a file, their first argument, when they answer 0; those of recordings have the recovery file next.
 _MAKE = ("StartRecording", "StartPhotoTalk", "StartAutoLog", "Snapshot")
 _START, _STOP = "Start", "Stop"
 _NO_FILE = -2
@@ -87,7 +87,7 @@ class Guess:
             os.unlink(place)
 
     def before(self, step):
-        """Something is about to happen to the daemon: a file is played that was there or not, a storage goes with it."""
+        """Something is about to happen: a file is played that was there or not, a storage goes with it."""
         if step.kind is Kind.REQUEST and step.name == "VideoPlaybackStart" and step.answer is not None:
             self._playing = step.captured.body[0]
             gone = step.answer.captured.body[:1] == (_NO_FILE,)

@@ -348,8 +348,8 @@ class Replay:
             self._answer(bus, one, known, is_expected=found is not None)
 
     def _find(self, bus, content):
-        """The step that it is: the next one.  What comes over a connection of its own, as TimeChanged does, may be a place
-        before or behind what comes over another at the same time."""
+        """The step that it is: the next one.  What comes over a connection of its own, as TimeChanged does, may be a
+        place before or behind what comes over another at the same time."""
         for place, step in enumerate(bus.expected[:2]):
             if self._fits(step, content) and (place == 0 or step.aside or bus.expected[0].aside):
                 return step
@@ -438,8 +438,8 @@ class Replay:
         bus, one = self._buses[step.bus], step.captured
         flags = one.message.header.flags & MessageFlag.no_reply_expected
         serial = bus.send(MessageType.method_call, {
-            HeaderFields.destination: CONTROLLER, HeaderFields.path: one.path, HeaderFields.interface: one.interface or None,
-            HeaderFields.member: one.member}, one.signature, mapped(one.body, self._here), flags)
+            HeaderFields.destination: CONTROLLER, HeaderFields.path: one.path,
+            HeaderFields.interface: one.interface or None, HeaderFields.member: one.member}, one.signature, mapped(one.body, self._here), flags)
         bus.requests[serial] = step
 
     def _start(self):
@@ -475,8 +475,8 @@ class Replay:
         self._logged.extend(f"<{line.priority}> {self._plain(line.text)}" for line in new)
 
     def _compare_log(self, whole=False):
-        """Compares what the daemon has logged so far, at the end the lines that are still missing too, and tells the first
-        difference; all of them at the end, if they are wanted."""
+        """Compares what the daemon has logged so far and tells the first difference; at the end also what is missing,
+        and all differences if they are wanted."""
         recorded, logged = self._recorded, self._logged
         if not recorded:
             return

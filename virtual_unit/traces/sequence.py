@@ -81,18 +81,24 @@ def _shown(story):
     return [step for step in story.steps if step.kind is not Kind.REPLY]
 
 
+def _placed(story, text):
+    """The text with the unit's folder under one name; it lies elsewhere each time."""
+    return text.replace(story.folder, "UNIT") if story.folder else text
+
+
 def lines(story):
     """The text: the seconds since the beginning, what happened, and how long it took."""
     told = [(step.captured.time, 0, _arrow(step), _took(step if step.kind is Kind.CALL else step.question)
              if step.kind in (Kind.CALL, Kind.ANSWER) else "") for step in _shown(story)]
     told += [(line.time, 1, f"  log <{line.level}> {line.text.rstrip()}", "") for line in story.log]
     told.sort(key=lambda one: one[0])
-    return [f"{time - story.began:9.3f}  {took:>10}  {text}" for time, _, text, took in told]
+    return [f"{time - story.began:9.3f}  {took:>10}  {_placed(story, text)}" for time, _, text, took in told]
 
 
 # The picture ----------------------------------------------------------------------------------------------------------
 
-_LANE, _ROW, _TOP, _LEFT = 190, 22, 60, 90
+_LANE, _ROW, _TOP = 190, 22, 60
+_CLIENTS = "clients"
 _COLOURS = {Kind.REQUEST: "#1f4e9c", Kind.ANSWER: "#1f4e9c", Kind.CALL: "#2c7a3f", Kind.TOLD: "#9c1f6b",
             Kind.SIGNAL: "#b36b00", Kind.HAPPENING: "#666666", Kind.START: "#666666", Kind.END: "#666666"}
 _STYLE = ("text{font:12px sans-serif}.who{font-weight:bold}.time{fill:#888;font-size:11px}"
@@ -100,21 +106,22 @@ _STYLE = ("text{font:12px sans-serif}.who{font-weight:bold}.time{fill:#888;font-
 
 
 class _Picture:
-    """Lanes from left to right: those who call the controller, the controller, its siblings."""
+    """Lanes from left to right: all who call the controller, the controller, its siblings."""
 
     def __init__(self, story):
         self._story = story
         self._steps = _shown(story)
-        clients = dict.fromkeys(step.who for step in self._steps if step.kind is Kind.REQUEST)
+        self._clients = {step.who for step in self._steps if step.kind is Kind.REQUEST}
         others = dict.fromkeys(name for step in self._steps for name in (step.who, step.whom)
-                               if name and name not in clients and name not in ("controller", "unit"))
-        names = [*clients, "controller", *others]
-        self._lanes = {name: _LEFT + _LANE // 2 + place * _LANE for place, name in enumerate(names)}
-        self._width = _LEFT + len(names) * _LANE + 40
+                               if name not in self._clients | {"controller", "unit", ""})
+        names = [_CLIENTS, "controller", *others]
+        self._lanes = {name: _LANE * (place + 1) for place, name in enumerate(names)}
+        self._width = (len(names) + 2) * _LANE
         self._height = _TOP + (len(self._steps) + 1) * _ROW
 
     def _text(self, x, y, text, kind="", colour="black", anchor="start"):
-        return f'<text x="{x}" y="{y}" class="{kind}" fill="{colour}" text-anchor="{anchor}">{escape(text)}</text>'
+        text = escape(_placed(self._story, text))
+        return f'<text x="{x}" y="{y}" class="{kind}" fill="{colour}" text-anchor="{anchor}">{text}</text>'
 
     def _line(self, start, end, y, colour, dashed):
         tip = 6 if end < start else -6
@@ -124,17 +131,19 @@ class _Picture:
 
     def _row(self, step, y):
         colour = _COLOURS[step.kind]
-        start = self._lanes.get(step.who, self._lanes["controller"])
-        end = self._lanes.get(step.whom, start)
+        start, end = (self._lanes.get(_CLIENTS if name in self._clients else name or step.who, self._lanes["controller"])
+                      for name in (step.who, step.whom))
         words = _words(step, _MOST_IN_PICTURE)
         if step.kind is Kind.CALL:
             words += f" = {_answered(step, _MOST_IN_PICTURE)}  ({_took(step) or 'no time'})"
         elif step.kind is Kind.ANSWER:
-            words = f"{_answered(step.question, _MOST_IN_PICTURE)}  ({_took(step.question)})"
+            words = f"{step.whom}: {_answered(step.question, _MOST_IN_PICTURE)}  ({_took(step.question)})"
+        elif step.kind is Kind.REQUEST:
+            words = f"{step.who}: {words}"
         elif step.kind is Kind.SIGNAL:
             end = self._lanes["controller"]
         elif step.kind is Kind.TOLD:
-            end = _LEFT
+            end = self._lanes[_CLIENTS]
         yield self._text(8, y, f"{step.captured.time - self._story.began:.3f} s", "time")
         if start == end:
             yield f'<circle cx="{start}" cy="{y}" r="4" fill="{colour}"/>'

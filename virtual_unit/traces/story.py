@@ -44,7 +44,8 @@ OF_DAEMON = (Kind.ANSWER, Kind.CALL, Kind.TOLD)
 
 @dataclass(eq=False)
 class Step:
-    """One thing that happened.  `who` and `whom` are names of programs; a request knows its answer, a call its reply."""
+    """One thing that happened.  `who` and `whom` name programs; `answer` is that of a request, or the reply to a call;
+    `meanwhile` is what happened to the daemon while it waited for the reply."""
     kind: Kind
     captured: Captured
     who: str
@@ -241,8 +242,8 @@ class Story:
             self.steps.insert(place, Step(Kind.HAPPENING, Captured(before, SESSION, message), "unit"))
 
     def _attach(self):
-        """What came between a call of the daemon, which waits for the reply, and that reply, belongs to the call; a reply
-        that came when the daemon had given up is none."""
+        """What came between a call of the daemon, which waits, and the reply belongs to the call; a reply that came when
+        the daemon had given up is none."""
         waiting = {}
         for step in self.steps:
             call = waiting.get(step.bus)
