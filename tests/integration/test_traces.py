@@ -17,6 +17,7 @@ from jeepney import Message, MessageType
 
 from tests.fuzz.player import PLANTED
 from virtual_unit import PATIENCE, VirtualUnit
+from virtual_unit.archive import save
 from virtual_unit.chapters import CHAPTERS
 from virtual_unit.demo import Inspection
 from virtual_unit.registry import announce
@@ -43,14 +44,19 @@ class RecordedUnit(VirtualUnit):
 
     def start(self):
         super().start()
-        buses = {file.SESSION: self.session_address, file.SYSTEM: self.system_address}
-        self._recorder = Recorder(buses, self.daemon.log_path,
-                                  lambda on: (self.happenings.start if on else self.happenings.stop)())
+        self._recorder = recorder_of(self)
         return self
 
     def stop(self):
         self._recorder.finish(self._path)
         super().stop()
+
+
+def recorder_of(unit, **options):
+    """Records a unit of this process."""
+    buses = {file.SESSION: unit.session_address, file.SYSTEM: unit.system_address}
+    return Recorder(buses, unit.daemon.log_path,
+                    lambda on: (unit.happenings.start if on else unit.happenings.stop)(), **options)
 
 
 class PlantedUnit(VirtualUnit):
@@ -129,6 +135,34 @@ def test_captures_and_journal_of_a_real_unit_are_replayed(recorded, title, tmp_p
     assert outcome.differences == []
     assert outcome.compared["call"] == len([step for step in Story(trace).steps if step.kind is Kind.CALL])
     assert not os.path.exists(Story(trace).folder)  # of the machine on which it was recorded
+
+
+def test_a_life_with_starts_ends_and_a_dead_sibling_is_replayed(tmp_path):
+    """From its middle on, with the unit as it was then."""
+    start = ("VideoRecordStart", "uuu", 1920, 1080, 90)
+    with VirtualUnit(BUILD) as unit:
+        unit.client.call(*start)
+        unit.settle()
+        recorder = recorder_of(unit, save=functools.partial(save, unit))
+        unit.stop_daemon()
+        unit.start_daemon()
+        assert unit.client.call("VideoRecordStop")[0] == 0
+        unit.settle()
+        unit.jobs.die()
+        assert unit.client.call(*start)[0] == -4
+        unit.jobs.revive()
+        unit.clock.set(1_784_021_400)
+        assert unit.client.call("GetTimeSecs", "b", True)[0] >= 1_784_021_400
+        unit.kill()
+        unit.start_daemon()
+        unit.keypad.type([28])
+        unit.settle()
+        recorder.finish(str(tmp_path / "it.trace"))
+    story, outcome = replay(tmp_path / "it.trace")
+    assert outcome.differences == []
+    assert [step.kind for step in story.steps if step.kind in (Kind.START, Kind.END)] == [
+        Kind.END, Kind.START, Kind.END, Kind.START]
+    assert outcome.compared["answer"] == 3 and not story.has_start and story.unit is not None
 
 
 # A daemon that does something else ------------------------------------------------------------------------------------
@@ -267,6 +301,24 @@ def test_what_is_no_whole_trace_is_refused(recorded, tmp_path, capsys, make, sai
         assert command(str(tmp_path / "it")) == 2
         output, errors = capsys.readouterr()
         assert output == "" and re.fullmatch(f"ccu: .*({said}).*\n", errors), errors
+
+
+def test_a_trace_cannot_reach_out_of_its_unit(recorded, tmp_path, capsys):
+    """It comes from somewhere else."""
+    trace = file.read(recorded(RECORDING))
+    path = tmp_path / "reached"
+    written = next(one for one in trace.messages if one.member == "Happened" and one.body[0] == "write")
+    changes = {id(written): other_body(written, ("write", json.dumps([f"../../..{path}"]), written.body[2]))}
+    assert commands.replay(str(write(tmp_path / "one", altered(trace, changes), trace.log)), build_dir=BUILD) == 2
+    assert capsys.readouterr().err == f"ccu: the trace has ../../..{path}, which is no file of a unit\n"
+    asked = next(step for step in Story(trace).steps if step.name == "GetNewMediaPathComponents").answer.captured
+    code, _, stem = asked.body[0] if isinstance(asked.body[0], tuple) else asked.body
+    changes = {id(one): None for one in trace.messages if one.member == "Happened"}
+    body = (code, f"/media/../..{path}", stem)
+    changes[id(asked)] = other_body(asked, (body,) if isinstance(asked.body[0], tuple) else body)
+    assert commands.replay(str(write(tmp_path / "other", altered(trace, changes), trace.log)), build_dir=BUILD) == 2
+    assert capsys.readouterr().err == f"ccu: the trace works in /media/../..{path}, which may be anywhere\n"
+    assert not path.exists()
 
 
 # To be read -----------------------------------------------------------------------------------------------------------

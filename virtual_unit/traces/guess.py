@@ -3,6 +3,7 @@ a file is there."""
 
 import os
 
+from .file import Unreadable
 from .story import Kind
 
 #: Members that make a file, their first argument, when they answer 0; those of recordings have the recovery file next.
@@ -45,6 +46,9 @@ class Guess:
         mounted = dict.fromkeys(place.rstrip("/") for step in story.steps if step.kind in (Kind.SIGNAL, Kind.REPLY)
                                 for place in _mount_points(step.captured.body))
         others = dict.fromkeys(text.rstrip("/") for step in story.steps for text in self._folders(step))
+        climbing = next((place for place in (*mounted, *others) if ".." in place.split("/")), None)
+        if climbing:
+            raise Unreadable(f"the trace works in {climbing}, which may be anywhere")
         roots = [*mounted, *(one for one in others if not any(f"{one}/".startswith(f"{place}/") for place in mounted))]
         self.places = [(place, os.path.join(folder, "places", str(number)))
                        for number, place in enumerate(roots, 1) if place.startswith("/")]
@@ -70,7 +74,7 @@ class Guess:
     def _here(self, path):
         """Where a file lies here; None when it is in no place of the trace."""
         for there, here in self.places:
-            if path.startswith(there + "/"):
+            if path.startswith(there + "/") and ".." not in path.split("/"):
                 return here + path[len(there):]
         return None
 

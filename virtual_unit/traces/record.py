@@ -13,6 +13,7 @@ import time
 from jeepney import DBusAddress, new_signal
 from jeepney.io.blocking import open_dbus_connection
 
+from ..client import DbusFailure
 from ..loop import spawn
 from ..patience import PATIENCE
 from ..syslog import SyslogReader
@@ -118,7 +119,8 @@ class Recorder:
     def finish(self, path):
         """Ends the recording and keeps it in a file."""
         try:
-            self._switch(False)
+            with contextlib.suppress(DbusFailure):  # the unit has gone
+                self._switch(False)
             for capture in self._captures:
                 capture.finish()
             self._stop.set()

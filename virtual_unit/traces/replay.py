@@ -26,7 +26,7 @@ from ..declaration import PEER
 from ..patience import PATIENCE
 from ..syslog import SyslogReader
 from ..unit import AT_ONCE, SERVICES, VirtualUnit
-from .file import SESSION, SYSTEM, Captured
+from .file import SESSION, SYSTEM, Captured, Unreadable
 from .guess import Guess
 from .sequence import value_text
 from .story import OF_DAEMON, Kind, Step, happening
@@ -450,20 +450,26 @@ class Replay:
 
     def _happen(self, what, arguments, content):
         unit = self._unit
-        paths = [os.path.join(unit.directory, part) for part in arguments if isinstance(part, str)]
         if what == "clock":
             self._clock_offset = arguments[0]
         elif what == "gps":
             unit.gps.say_again(*arguments)
-        elif what == "keypad":
+        elif what == "keypad" and arguments[0] in _KEYPAD:
             getattr(unit.keypad, arguments[0])(*arguments[1:])
-        elif what == "write":
+        elif what == "write" or what in _FILES:
+            self._change_file(what, arguments, content)
+
+    def _change_file(self, what, arguments, content):
+        paths = [os.path.join(self._unit.directory, part) for part in arguments if isinstance(part, str)]
+        if any(not os.path.normpath(path).startswith(self._unit.directory + "/") for path in paths):
+            raise Unreadable(f"the trace has {arguments[0]}, which is no file of a unit")
+        if what == "write":
             for there, here in self._places:
                 content = content.replace(there.encode(), here.encode())
             os.makedirs(os.path.dirname(paths[0]), exist_ok=True)
             with open(paths[0], "wb") as file:
                 file.write(content)
-        elif what in _FILES:
+        else:
             with contextlib.suppress(OSError):  # as it may have failed when it was recorded
                 _FILES[what](*paths, *arguments[len(paths):])
 
@@ -527,5 +533,6 @@ class Replay:
         return f"signal {text}"
 
 
+_KEYPAD = ("key", "type", "plug", "unplug")
 _FILES = {"mkdir": lambda path: os.makedirs(path, exist_ok=True), "remove": os.unlink, "rmdir": os.rmdir,
           "rename": os.rename, "truncate": os.truncate, "rmtree": shutil.rmtree}

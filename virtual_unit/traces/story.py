@@ -81,8 +81,11 @@ class Step:
 
 def happening(step):
     """What has happened, its arguments and the content of a file."""
-    what, arguments, content = step.captured.body
-    return what, json.loads(arguments), zlib.decompress(content) if content else b""
+    try:
+        what, arguments, content = step.captured.body
+        return what, json.loads(arguments), zlib.decompress(content) if content else b""
+    except (ValueError, TypeError, zlib.error) as error:
+        raise Unreadable(f"a happening in it cannot be understood: {error}") from error
 
 
 class _Connections:
@@ -145,7 +148,7 @@ class _Connections:
             return True
         if self._daemons and place in self._processes:
             return self._processes[place] in self._daemons
-        return not self._daemons and self._calls[place] == 1
+        return self._calls[place] == 1  # nobody was asked, as by a sibling that is gone
 
     def client(self, bus, connection):
         """A name for a program that is not known by another."""
