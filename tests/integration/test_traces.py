@@ -137,6 +137,15 @@ def test_captures_and_journal_of_a_real_unit_are_replayed(recorded, title, tmp_p
     assert not os.path.exists(Story(trace).folder)  # of the machine on which it was recorded
 
 
+def test_a_capture_of_the_user_bus_alone_is_replayed(recorded, tmp_path):
+    """The unit's own stand-in for timedated answers, and no line is compared."""
+    trace = file.read(recorded(RECORDING))
+    capture = write(tmp_path / "it", trace.messages, []) / "session.pcap"
+    _, outcome = replay(capture.rename(tmp_path / "capture"))
+    assert outcome.differences == []
+    assert outcome.compared["call"] > 40 and outcome.compared["log line"] == 0
+
+
 def test_a_life_with_starts_ends_and_a_dead_sibling_is_replayed(tmp_path):
     """From its middle on, with the unit as it was then."""
     start = ("VideoRecordStart", "uuu", 1920, 1080, 90)

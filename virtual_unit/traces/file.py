@@ -161,7 +161,7 @@ def read(path):
     """The trace of a file or folder; raises Unreadable, with what is wrong, and OSError."""
     parts = _parts(path)
     captures = [name for name in parts if name.endswith(".pcap")]
-    if not captures:
+    if f"{SESSION}.pcap" not in captures:
         raise Unreadable(f"{path} has no {SESSION}.pcap")
     try:
         messages = [message for name in captures for message in _messages(name, parts[name])]

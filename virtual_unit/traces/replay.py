@@ -9,6 +9,7 @@ import calendar
 import contextlib
 import datetime
 import difflib
+import itertools
 import os
 import re
 import select
@@ -17,7 +18,7 @@ import time
 from dataclasses import asdict, dataclass, field
 
 from jeepney import DBusAddress, HeaderFields, Message, MessageFlag, MessageType, new_method_call
-from jeepney.io.blocking import DBusConnection, open_dbus_connection
+from jeepney.io.blocking import open_dbus_connection
 from jeepney.low_level import Endianness, Header
 
 from .. import archive
@@ -122,7 +123,7 @@ class _Bus:
     def take(self, services):
         """Takes the siblings' names, and listens to the controller."""
         for service in services:
-            self.ask("RequestName", "su", (service, 4))
+            self.ask("RequestName", "su", (service, 0))  # in the queue behind the one that has just closed its connection
         if self.name == SESSION:
             self.ask("AddMatch", "s", (f"type='signal',path_namespace='{CONTROLLER_PATH}'",))
 
@@ -200,21 +201,24 @@ class Replay:
             with open(path, "wb") as file:
                 file.write(story.unit)
             archive.load(unit, path)
-        services = {SESSION: [], SYSTEM: []}
-        for sibling in unit.siblings.values():
-            services[SYSTEM if sibling.service == _TIMEDATED else SESSION].append(sibling.service)
-            sibling.die()
-        unit.simulation.die()
+        if unit.daemon_alive:
+            unit.settle()
         for name, address in ((SESSION, unit.session_address), (SYSTEM, unit.system_address)):
+            if name not in story.buses:  # without a capture of that bus the unit's own stand-in answers
+                continue
+            siblings = [one for one in unit.siblings.values() if (one.service == _TIMEDATED) == (name == SYSTEM)]
+            for sibling in siblings:
+                sibling.die()
             self._buses[name] = _Bus(name, address)
             self._buses[name].expected = [step for step in story.steps if step.bus == name and step.kind in OF_DAEMON]
-            self._buses[name].take(services[name])
+            self._buses[name].take([sibling.service for sibling in siblings])
+        unit.simulation.die()
         if story.folder:
             self._places = [(story.folder, unit.directory)]
         else:
             self._guess = Guess(story, unit.directory)
             self._places = self._guess.places
-        self._recorded = [f"<{line.level}> {self._plain(line.text)}" for line in story.log]
+        self._recorded = [self._line(line.level, line.text) for line in story.log]
         self._log = SyslogReader(unit.daemon.log_path)
         self._log.clear()
 
@@ -256,8 +260,8 @@ class Replay:
         number = step.number if step else len(self._story.steps) + 1
 
         def missing():
-            return [one for bus in self._buses.values() for one in bus.expected
-                    if one.number < number and (step is None or one.bus == step.bus)]
+            return [one for bus in self._buses.values() if step is None or bus.name == step.bus
+                    for one in itertools.takewhile(lambda one: one.number < number, bus.expected)]
 
         self._pump(lambda: not missing(), _QUIET_SECONDS)
         if settled or missing():
@@ -475,10 +479,14 @@ class Replay:
 
     # The log ----------------------------------------------------------------------------------------------------------
 
+    def _line(self, level, text):
+        """A line as it is compared: the journal takes blanks off its ends."""
+        return f"<{level}> {self._plain(text).strip()}"
+
     def _read_log(self):
         """Takes the lines that the daemon has logged since the last time."""
         new = self._log.since(len(self._logged))
-        self._logged.extend(f"<{line.priority}> {self._plain(line.text)}" for line in new)
+        self._logged.extend(self._line(line.priority, line.text) for line in new)
 
     def _compare_log(self, whole=False):
         """Compares what the daemon has logged so far and tells the first difference; at the end also what is missing,

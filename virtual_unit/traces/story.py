@@ -164,6 +164,7 @@ class Story:
     def __init__(self, trace):
         self.log, self.unit = trace.log, trace.unit
         self.began, self.ended = trace.messages[0].time, trace.messages[-1].time
+        self.buses = {one.bus for one in trace.messages}
         self._who = _Connections(trace.messages)
         self._waiting = {}
         self.steps = list(filter(None, map(self._step, trace.messages)))
