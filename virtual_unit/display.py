@@ -1,5 +1,6 @@
 """The display as a person sees it, for whoever wants to show it: one function, `picture`, in any process.
 
+    control.Subscribe()
     screens = front.Get("Screens")            # of the control object; the unit draws before it answers
     page.show(picture(screens, (640, 360)))   # the bytes of a JPEG
 

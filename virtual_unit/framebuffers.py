@@ -85,6 +85,8 @@ class Framebuffers:
         self._painter = painter
         #: What each device shows of a scene, None once that is known to be another; and whether it was drawn at all.
         self._shown, self._drawn = [None, None], [False, False]
+        #: The devices whose scene has become another since `outdated` was asked.
+        self._outdated = set()
         #: Called after something has been drawn.
         self.changed = lambda: None
         os.mkdir(self._directory)
@@ -115,6 +117,7 @@ class Framebuffers:
 
     # Screens ----------------------------------------------------------------------------------------------------------
 
+    @on_loop
     def set(self, device, width, height, bits=None, xres_virtual=None, yres_virtual=None, xoffset=0, yoffset=0,
             pixels=None):
         """Gives a device its screen.  `pixels` are those of the visible window, row after row without padding; the unit
@@ -194,6 +197,7 @@ class Framebuffers:
     def draw(self):
         """Has the devices show what is to be seen now, those that are the unit's to draw into."""
         scene = self._painter.scene()
+        self._compare(scene)
         self.disown()
         for device in (VIDEO, INTERFACE):
             screen = screen_of(self.path(device))
@@ -208,14 +212,17 @@ class Framebuffers:
             self.changed()
 
     def outdated(self):
-        """The devices that show what is not to be seen any more, each told once until it is drawn again."""
-        if not any(self._shown):
-            return []
-        scene = self._painter.scene()
-        found = [device for device in (VIDEO, INTERFACE) if self._shown[device] not in (None, scene[device])]
-        for device in found:
-            self._shown[device] = None
+        """The devices that have shown what is not to be seen any more, each told once until it is drawn again."""
+        if any(self._shown):
+            self._compare(self._painter.scene())
+        found, self._outdated = self._outdated, set()
         return found
+
+    def _compare(self, scene):
+        for device in (VIDEO, INTERFACE):
+            if self._shown[device] not in (None, scene[device]):
+                self._shown[device] = None
+                self._outdated.add(device)
 
     def seconds_left(self):
         """When to ask `outdated` again if nothing else happens; None while nobody has looked since the last time."""

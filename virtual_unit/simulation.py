@@ -792,6 +792,7 @@ class Simulation(Sibling):
         self._told = {path: dict(self.objects[path].values) for path in self.nouns}
         self._log = SyslogReader(self.unit.daemon.log_path)
         self._log.clear()
+        self.unit.framebuffers.outdated()  # for those only who look from now on
         if self._watch is None:
             self._watch = Watch(self.unit.watched_folders(), self._note_file)
         if self._follows_controller != self._life:

@@ -12,6 +12,7 @@ from virtual_unit import Client
 from virtual_unit.archive import load, save
 from virtual_unit.display import image, picture
 from virtual_unit.framebuffers import INTERFACE, VIDEO
+from virtual_unit.loop import shared_loop
 from virtual_unit.picture import Overlay, View, camera, overlay
 from virtual_unit.remote import Remote
 from virtual_unit.simulation_names import ROOT, SERVICE
@@ -386,6 +387,15 @@ def test_who_has_looked_is_told_once_and_sees_it_by_looking_again(unit, follower
     assert follower.told() == [[1, 1], [1, 2]], "another counter, the same place"
     assert follower.look().tobytes() != second.tobytes() and unit.painter.drawn == 5
     assert follower.told() == [[1, 1], [1, 2]]
+
+
+def test_who_has_looked_is_told_also_when_others_look_before(unit, follower):
+    """As the daemon might for a screenshot, in the moment of a change."""
+    follower.look()
+    shared_loop().call(lambda: (unit.hardware.move_reel(500), unit.framebuffers.draw()))
+    assert follower.told() == [[1, 1]]
+    follower.look()
+    assert follower.told() == [[1, 1]] and unit.painter.drawn == 4
 
 
 def test_a_unit_that_nobody_looks_at_draws_nothing(unit, follower, video_client):
