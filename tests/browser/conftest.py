@@ -25,18 +25,19 @@ def window_fixture():
         yield browser
 
 
-@pytest.fixture(name="panel")
-def panel_fixture(shared):
-    """The panel of a unit that is as new."""
-    yield shared
-    shared.renew()
-
-
 @pytest.fixture(scope="session", name="observer")
 def observer_fixture(shared):
     """Who sees what the unit has become, without the browser."""
     with Page(shared) as page:
         yield page
+
+
+@pytest.fixture(name="panel")
+def panel_fixture(shared, observer):
+    """The panel of a unit that is as new, and that knows it: the next page asks for no picture that is gone."""
+    yield shared
+    shared.renew()
+    observer.wait(lambda: not observer.at("job.Media"))
 
 
 @pytest.fixture(name="browser")

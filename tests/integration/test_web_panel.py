@@ -362,19 +362,23 @@ def _messages(link, last):
                     return
 
 
+def _flood(unit, quick, text, rounds):
+    """So much that happens, in rounds that a quick page can follow, that a slow one falls behind."""
+    for number in range(rounds):
+        for _ in range(MOST_LINES // 2):
+            unit.tell_signal("video", "/flood", "flood", "Flood", [text])
+        unit.hardware.set_reel(relative=number)
+        quick.wait(lambda: quick.at("reel.Relative") == number)  # pylint: disable=cell-var-from-loop
+
+
 def test_a_slow_reader_is_not_flooded(panel):
     """It gets the newest state and the newest lines, is told how many it has missed, and holds nobody up."""
-    text = "x" * 500
+    text, rounds = "x" * 500, 16
+    most = rounds * MOST_LINES // 2
     with Page(panel) as quick, contextlib.closing(_shake_hands(panel)) as slow:
         quick.wait(lambda: quick.pictures)
         told = sum(1 for line in quick.lines if line["kind"] == "signal")
-        rounds = 16
-        for number in range(rounds):
-            for _ in range(MOST_LINES // 2):
-                panel.unit.tell_signal("video", "/flood", "flood", "Flood", [text])
-            panel.unit.hardware.set_reel(relative=number)
-            quick.wait(lambda: quick.at("reel.Relative") == number)  # pylint: disable=cell-var-from-loop
-        most = rounds * MOST_LINES // 2
+        _flood(panel.unit, quick, text, rounds)
         assert sum(1 for line in quick.lines if line["kind"] == "signal") - told >= most
         sizes, dropped, lines = [], 0, 0
         last = {"Relative": rounds - 1}.items()
@@ -507,16 +511,22 @@ def test_the_panel_ends_with_the_unit(home):
 
 
 def test_a_panel_for_a_unit_that_runs(home, capfd):
-    """From a process of its own, which ends with the unit's bus; without a unit there is none."""
+    """From a process of its own, which ends with the unit's bus, whoever does not read what it still has to say;
+    without a unit there is none."""
     assert serve() == 1 and capfd.readouterr() == ("", "ccu: no unit is running: start one with ./ccu up\n")
     command = [sys.executable, "-m", "virtual_unit", "panel"]
     with VirtualUnit(daemon=False, directory=home) as unit, announce(unit, "mine"):
         assert choose("mine").folder == unit.directory
         with subprocess.Popen([*command, "--unit", "mine"], cwd=_ROOT, stdout=subprocess.PIPE, text=True) as process:
-            address = process.stdout.readline().strip()
-            assert address.startswith("http://127.0.0.1:")
-            unit.stop_bus()
-            assert process.wait(PATIENCE) == 0
+            panel = Panel(unit, process.stdout.readline().strip())
+            with contextlib.closing(_shake_hands(panel)), Page(panel) as quick:
+                _flood(unit, quick, "x" * 5000, 4)
+                unit.stop_bus()
+                try:
+                    assert process.wait(PATIENCE) == 0
+                finally:
+                    process.kill()
+            panel.close()
         unit.renew_bus()
     assert os.listdir(home) == []
 

@@ -27,8 +27,10 @@ from .scenes import Scenes, listed
 
 _PAGE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "page")
 _HOST = "127.0.0.1"
-#: Where the daemon is told that its sounds are, and where they are in a unit's folder.
+#: The folder of the sounds in a unit's folder.
 _SOUNDS = "sounds"
+#: How long a page has to take the panel's last word; one that does not read would have it for ever.
+_FAREWELL_SECONDS = 1
 _MOST_PAGES, _MOST_ORDERS, _MOST_WORDS = 16, 16, 20
 _LONGEST_MESSAGE = 16 * 1024
 #: What the kernel keeps for a page that does not read: a page that reads again is to see what is, not what was.
@@ -222,7 +224,9 @@ class Server:
 
     @staticmethod
     async def _bid_farewell(link):
-        await link.close(code=WSCloseCode.GOING_AWAY, message=b"the panel has ended")
+        with contextlib.suppress(asyncio.TimeoutError):
+            await asyncio.wait_for(link.close(code=WSCloseCode.GOING_AWAY, message=b"the panel has ended"),
+                                   _FAREWELL_SECONDS)
 
     @staticmethod
     async def _send(link, page, greeting):
