@@ -265,6 +265,11 @@ Answer Run(const Line& line, const Common& given)
     {
         answer.messages.push_back(advice);
     }
+    if (line.verb->looksAtFiles && given.place.IsElsewhere())
+    {
+        answer.messages.emplace_back(
+            "files and devices were looked at on this computer, not on the unit: run it there");
+    }
     return answer;
 }
 

@@ -1,6 +1,6 @@
 // Storage, and what recordings have left on it.
-#include "capture/MarkerNames.h"
 #include "controllerctl/Doctor.h"
+#include "controllerctl/Leftovers.h"
 #include "controllerctl/UnitLook.h"
 
 #include <fcntl.h>
@@ -143,28 +143,14 @@ void FindFat(const Patient& patient, Findings& findings)
 
 // Leftovers -----------------------------------------------------------------------------------------------------------
 
-struct Leftovers
+struct Markers
 {
-    std::vector<string> markers;
+    std::vector<string> paths;
     bool isComplete = true;
 };
 
-bool IsMarker(const string& name)
-{
-    return name.starts_with('.') &&
-           (name.ends_with(ControllerDaemon::recActiveSuffix) || name.ends_with(ControllerDaemon::recoverySuffix));
-}
-
-bool IsInUse(const string& marker, const Patient& patient)
-{
-    return std::any_of(patient.recording.begin(), patient.recording.end(), [&](const string& file) {
-        return marker == ControllerDaemon::MarkerPath(file, ControllerDaemon::recActiveSuffix) ||
-               marker == ControllerDaemon::MarkerPath(file, ControllerDaemon::recoverySuffix);
-    });
-}
-
 /// Looks as deep as jobs have folders, and no longer than there is time: storage can be slow and full.
-void Search(const string& folder, const Patient& patient, const Patience& patience, Leftovers& leftovers)
+void Search(const string& folder, const Patient& patient, const Patience& patience, Markers& markers)
 {
     constexpr int depth = 8;
     std::error_code error;
@@ -173,28 +159,19 @@ void Search(const string& folder, const Patient& patient, const Patience& patien
     {
         if (patience.Left() == 0)
         {
-            leftovers.isComplete = false;
+            markers.isComplete = false;
             return;
         }
-        const string path = entry->path().string();
-        if (IsMarker(entry->path().filename().string()) && !IsInUse(path, patient))
+        const string film = MarkedFilm(entry->path());
+        if (!film.empty() && !IsAmong(patient.recording, film))
         {
-            leftovers.markers.push_back(path);
+            markers.paths.push_back(entry->path().string());
         }
         if (entry.depth() >= depth)
         {
             entry.disable_recursion_pending();
         }
     }
-}
-
-/// The recording that a marker belongs to.
-string MediaOf(const string& marker)
-{
-    const fs::path path(marker);
-    const string name = path.filename().string();
-    const string stem = name.substr(1, name.rfind('-') - 1);
-    return (path.parent_path() / (stem + ".mp4")).string();
 }
 
 /// Of the recordings that markers are left of, those that a job has an item of, but no file.
@@ -205,7 +182,7 @@ std::vector<string> ItemsWithoutFile(const Patient& patient, const std::vector<s
     Inquiry inquiry(patient.bus);
     for (const string& marker : markers)
     {
-        const string media = MediaOf(marker);
+        const string media = MarkedFilm(marker);
         if (!fs::exists(media, error) && !items.contains(media))
         {
             inquiry.Call(libjobsdaemon::jobsDaemon, "GetMediaID", items[media], media);
@@ -235,28 +212,28 @@ string Some(const std::vector<string>& paths)
     return paths.size() > most ? text + " and " + std::to_string(paths.size() - most) + " more" : text;
 }
 
-void FindLeftovers(const Patient& patient, Findings& findings)
+void FindMarkers(const Patient& patient, Findings& findings)
 {
-    Leftovers leftovers;
+    Markers markers;
     const Patience patience(patient.seconds);
     for (const string& folder : patient.mountPoints)
     {
-        Search(folder, patient, patience, leftovers);
+        Search(folder, patient, patience, markers);
     }
-    std::sort(leftovers.markers.begin(), leftovers.markers.end());
-    const char* const more = leftovers.isComplete ? "" : "; not all of the storage was looked through";
-    if (leftovers.markers.empty())
+    std::sort(markers.paths.begin(), markers.paths.end());
+    const char* const more = markers.isComplete ? "" : "; not all of the storage was looked through";
+    if (markers.paths.empty())
     {
         findings.push_back({"markers", Verdict::Ok, string("none is left of recordings") + more});
     }
     else
     {
-        findings.push_back({"markers", Verdict::Wrong, "left: " + Some(leftovers.markers) + more,
+        findings.push_back({"markers", Verdict::Wrong, "left: " + Some(markers.paths) + more,
                             "a recording was broken off, by a crash or a pulled card; it may be damaged, and its job "
                             "may have its size wrong",
                             "controllerctl recover lists it, and mends it with --apply; look at the film"});
     }
-    const std::vector<string> items = ItemsWithoutFile(patient, leftovers.markers);
+    const std::vector<string> items = ItemsWithoutFile(patient, markers.paths);
     if (items.empty())
     {
         findings.push_back({"items", Verdict::Ok, "none is left of recordings without a file"});
@@ -301,7 +278,7 @@ void ExamineStorage(Patient& patient, Findings& findings)
                             "plug a card in; see the storage daemon above"});
     }
     FindFat(patient, findings);
-    FindLeftovers(patient, findings);
+    FindMarkers(patient, findings);
 }
 
 } // namespace ControllerCtl

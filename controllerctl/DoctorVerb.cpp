@@ -141,10 +141,11 @@ Verbs DoctorVerbs()
              "Examine the unit: what is missing or wrong, what that means, and what to do about it",
              {ColorParameter(),
               {.name = "--timeout",
-               .about = "Seconds for each group of questions",
-               .type = Type::Real,
+               .about = "How long each group of questions has, like 5 (seconds) or 500ms",
+               .type = Type::Time,
                .initial = initialSeconds}},
-             &Doctor}};
+             &Doctor,
+             true}};
 }
 
 } // namespace ControllerCtl

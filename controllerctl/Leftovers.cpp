@@ -99,17 +99,7 @@ Obstacle AskForJob(Job& job)
     return std::nullopt;
 }
 
-/// The film that a hidden file may be a marker of.
-string FilmOf(const fs::path& hidden)
-{
-    const string name = hidden.filename().string();
-    const size_t end = name.rfind('-');
-    const bool possible = name.starts_with('.') && end != string::npos;
-    return possible ? (hidden.parent_path() / name.substr(1, end - 1)).string() + string(filmSuffix) : "";
-}
-
 bool IsRecActive(const fs::path& path, const string& film) { return !film.empty() && path == RecActivePath(film); }
-bool IsRecovery(const fs::path& path, const string& film) { return !film.empty() && path == RecoveryPath(film); }
 
 /// The candidates that a folder's files tell of.
 Candidates CandidatesIn(const string& folder)
@@ -119,12 +109,12 @@ Candidates CandidatesIn(const string& folder)
     for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
     {
         const fs::path& path = entry->path();
-        const string film = FilmOf(path);
+        const string film = MarkedFilm(path);
         if (IsRecActive(path, film))
         {
             found[film].recActive = true;
         }
-        else if (IsRecovery(path, film))
+        else if (!film.empty())
         {
             found[film].recovery = true;
             found[film].recoveryIsEmpty = IsEmptyFile(path.string());
@@ -272,7 +262,7 @@ void LookBelow(const string& mountPoint, const string& folder, Leftovers& leftov
     for (fs::recursive_directory_iterator entry(mountPoint, options, error), end; !error && entry != end;
          entry.increment(error))
     {
-        const string film = FilmOf(entry->path());
+        const string film = MarkedFilm(entry->path());
         std::error_code ignored; // without a job there is no folder, and so none of its markers
         if (IsRecActive(entry->path(), film) && !fs::equivalent(entry->path().parent_path(), folder, ignored) &&
             !IsAmong(leftovers.running, film))
@@ -309,6 +299,18 @@ void LookElsewhere(const string& folder, Leftovers& leftovers)
 }
 
 } // namespace
+
+string MarkedFilm(const fs::path& path)
+{
+    const string name = path.filename().string();
+    const size_t end = name.rfind('-');
+    if (!name.starts_with('.') || end == string::npos)
+    {
+        return "";
+    }
+    const string film = (path.parent_path() / name.substr(1, end - 1)).string() + string(filmSuffix);
+    return path == RecActivePath(film) || path == RecoveryPath(film) ? film : "";
+}
 
 bool IsAmong(const std::vector<string>& running, const string& path)
 {

@@ -2,6 +2,7 @@
 
 #include "controllerctl/Answer.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,6 +48,9 @@ using Obstacle = std::optional<Answer>;
 
 /// Asks the controller to have done what it is doing, and the video daemon what it records.
 [[nodiscard]] Obstacle FindRunning(std::vector<std::string>& running);
+
+/// The film that a file is a marker of; empty for any other file.
+[[nodiscard]] std::string MarkedFilm(const std::filesystem::path& path);
 
 /// Whether a file is one of those that are being recorded, however they are spelled.
 [[nodiscard]] bool IsAmong(const std::vector<std::string>& running, const std::string& path);

@@ -99,6 +99,8 @@ std::string Place::Complaint() const
 
 bool Place::IsHere() const { return host.empty() && address.empty() && (machine.empty() || machine.ends_with('@')); }
 
+bool Place::IsElsewhere() const { return !host.empty() || (!machine.empty() && !machine.ends_with('@')); }
+
 void Place::Choose() const
 {
     if (!host.empty())

@@ -19,6 +19,8 @@ struct Place
     [[nodiscard]] bool IsDefault() const { return machine.empty() && host.empty() && address.empty(); }
     /// Whether processes that are named there are this system's.
     [[nodiscard]] bool IsHere() const;
+    /// Whether files that are named there are another system's.
+    [[nodiscard]] bool IsElsewhere() const;
     /// Has all connections of this program, and of those that it starts, go there.
     void Choose() const;
 };

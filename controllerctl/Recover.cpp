@@ -203,7 +203,8 @@ Verbs RecoverVerbs()
          {{.name = "--apply",
            .about = "Mend it; nothing that holds a picture or a film is removed",
            .type = Type::Flag}},
-         &Recover},
+         &Recover,
+         true},
     };
 }
 

@@ -160,16 +160,15 @@ Answer Status(const Arguments& arguments)
 
 Verbs StatusVerbs()
 {
-    return {
-        {"status",
-         "Show what is recorded and where to, whether all is well, and how everything is set",
-         {{.name = "--watch", .about = "Go on, and show it again when something changes", .type = Type::Flag},
-          ColorParameter(),
-          {.name = "--timeout",
-           .about = "Seconds for the answers; 0.5 for all siblings together and 5 for the controller when it is not "
-                    "given",
-           .type = Type::Real}},
-         &Status}};
+    return {{"status",
+             "Show what is recorded and where to, whether all is well, and how everything is set",
+             {{.name = "--watch", .about = "Go on, and show it again when something changes", .type = Type::Flag},
+              ColorParameter(),
+              {.name = "--timeout",
+               .about = "How long the answers have, like 2 (seconds) or 500ms; all siblings together 500ms and the "
+                        "controller 5s when not given",
+               .type = Type::Time}},
+             &Status}};
 }
 
 } // namespace ControllerCtl

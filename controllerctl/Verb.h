@@ -39,6 +39,7 @@ struct Verb
     std::string about;
     std::vector<Parameter> parameters = {};
     std::function<Answer(const Arguments&)> run = {};
+    bool looksAtFiles = false; ///< and devices, which are this computer's, whichever bus was chosen
 };
 
 using Verbs = std::vector<Verb>;

@@ -94,6 +94,16 @@ def test_another_computer_that_cannot_be_reached(away, tmp_path):
     assert ended.errors.startswith("no route\ncontrollerctl: the controller cannot be reached: ")
 
 
+@pytest.mark.parametrize("line", ["doctor", "recover"])
+@pytest.mark.parametrize("options, elsewhere", [
+    ("--host unit", True), ("--machine ccu@box", True), ("--machine ccu@", False), ("", False)])
+def test_files_of_this_computer_are_not_taken_for_the_units(away, line, options, elsewhere):
+    """Whoever asks another computer is told where files were looked at."""
+    ended, _ = away(f"{line} {options} --json")
+    assert ("controllerctl: files and devices were looked at on this computer, not on the unit: run it there\n"
+            in ended.errors) == elsewhere
+
+
 # Advice ---------------------------------------------------------------------------------------------------------------
 
 

@@ -51,6 +51,7 @@ WRONG = [
     "monitor --count -1", "wait", "wait Nothing", "wait CaptureError 1", "wait MicEnabled maybe", "wait SpkrVolume x",
     "wait VideoPlaybackRate", "wait AudioFiles x", "wait MicEnabled --timeout -1", "wait MicEnabled --timeout soon",
     "wait MicEnabled --timeout ''", "wait MicEnabled --timeout 5x", "wait MicEnabled on off", "wait Sonde",
+    "status --timeout -1", "status --timeout 5x", "doctor --timeout -1", "doctor --timeout 1e999",
     "dst set toggle", "volume +-5", "volume +", "volume +5x", "--machine ccu status", "--machine @ status", "--host '' -H 'a b' mic",
     "--host a: mic", "--host -x mic", "--machine 'a;b@' mic", "--machine a@ --address unix:path=/x mic", "--address"]
 
