@@ -1,5 +1,5 @@
-"""What changes in a unit beside its buses, told on them for those who record it, so that it has its place among calls and
-signals: files that this process makes, changes and takes away (media, devices, faults), keys, GPS and clock."""
+"""What changes in a unit beside its buses, told on them for those who record it, so that it has its place among calls
+and signals: files that this process makes, changes and takes away (media, devices, faults), keys, GPS and clock."""
 
 import json
 import os

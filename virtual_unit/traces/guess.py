@@ -1,5 +1,5 @@
-"""What a trace of a real unit tells of its files, which are on no bus: the folders that the daemon works in, and whether
-a file is there."""
+"""What a trace of a real unit tells of its files, which are on no bus: the folders that the daemon works in, and
+whether a file is there."""
 
 import os
 

@@ -123,7 +123,7 @@ class _Bus:
     def take(self, services):
         """Takes the siblings' names, and listens to the controller."""
         for service in services:
-            self.ask("RequestName", "su", (service, 0))  # in the queue behind the one that has just closed its connection
+            self.ask("RequestName", "su", (service, 0))  # or queues behind the one that is just closing its connection
         if self.name == SESSION:
             self.ask("AddMatch", "s", (f"type='signal',path_namespace='{CONTROLLER_PATH}'",))
 
@@ -443,7 +443,8 @@ class Replay:
         flags = one.message.header.flags & MessageFlag.no_reply_expected
         serial = bus.send(MessageType.method_call, {
             HeaderFields.destination: CONTROLLER, HeaderFields.path: one.path,
-            HeaderFields.interface: one.interface or None, HeaderFields.member: one.member}, one.signature, mapped(one.body, self._here), flags)
+            HeaderFields.interface: one.interface or None, HeaderFields.member: one.member},
+            one.signature, mapped(one.body, self._here), flags)
         bus.requests[serial] = step
 
     def _start(self):

@@ -129,10 +129,12 @@ class _Picture:
         return (f'<path class="row" d="M{start} {y}H{end}M{end + tip} {y - 4}L{end} {y}L{end + tip} {y + 4}" '
                 f'stroke="{colour}" fill="none"{dash}/>')
 
+    def _lane(self, name):
+        return self._lanes.get(_CLIENTS if name in self._clients else name, self._lanes["controller"])
+
     def _row(self, step, y):
         colour = _COLOURS[step.kind]
-        start, end = (self._lanes.get(_CLIENTS if name in self._clients else name or step.who, self._lanes["controller"])
-                      for name in (step.who, step.whom))
+        start, end = self._lane(step.who), self._lane(step.whom or step.who)
         words = _words(step, _MOST_IN_PICTURE)
         if step.kind is Kind.CALL:
             words += f" = {_answered(step, _MOST_IN_PICTURE)}  ({_took(step) or 'no time'})"

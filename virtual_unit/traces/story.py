@@ -246,8 +246,8 @@ class Story:
             self.steps.insert(place, Step(Kind.HAPPENING, Captured(before, SESSION, message), "unit"))
 
     def _attach(self):
-        """What came between a call of the daemon, which waits, and the reply belongs to the call; a reply that came when
-        the daemon had given up is none."""
+        """What came between a call of the daemon, which waits, and the reply belongs to the call; a reply that came
+        when the daemon had given up is none."""
         waiting = {}
         for step in self.steps:
             call = waiting.get(step.bus)
