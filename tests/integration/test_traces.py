@@ -253,7 +253,14 @@ def _cut_archive(path, folder):
 
 def _cut_capture(path, folder):
     capture = zipfile.ZipFile(path).read("session.pcap")
-    (folder / "it").write_bytes(capture[:len(capture) // 2 // 4 * 4 + 8])
+    (folder / "it").write_bytes(capture[:capture.index(b"GetNewMediaPathComponents") + 8])
+
+
+def _cut_between(path, folder):
+    capture = zipfile.ZipFile(path).read("session.pcap")
+    (folder / "it").write_bytes(capture[:-4])
+    last = [one for one in file.read(path).messages if one.bus == file.SESSION][-1]
+    assert last.message.serialise(serial=last.serial)[-20:] in capture[:-4]  # the messages themselves are there
 
 
 def _cut_by_size(path, folder):
@@ -295,7 +302,8 @@ def _empty_folder(_path, folder):
 
 
 @pytest.mark.parametrize("make, said", [
-    (_cut_archive, "no whole archive"), (_cut_capture, "is no whole capture|is cut in its message"),
+    (_cut_archive, "no whole archive"), (_cut_capture, "is no whole capture: .*it is cut"),
+    (_cut_between, "is no whole capture: .*it is cut"),
     (_cut_by_size, "is cut in its message 1; `busctl capture` cuts what is longer than --size"),
     (_of_a_network, "capture of link type 1, not of D-Bus"), (_of_nonsense, "message 1 of .* is none of D-Bus"),
     (_empty_capture, "is empty"), (_of_others, "nothing in it is the controller's"),

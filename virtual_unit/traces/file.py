@@ -22,6 +22,8 @@ SESSION, SYSTEM = "session", "system"
 LOG, UNIT = "log.jsonl", "unit.tar.gz"
 #: By what the journal knows the daemon.
 _IDENTIFIER = "controllerd"
+#: What the reader of captures raises when one is none.
+_BROKEN = (ValueError, struct.error, dpkt.Error)
 
 
 class Unreadable(Exception):
@@ -95,24 +97,34 @@ def _message(name, number, time, data):
         raise Unreadable(f"message {number} of {name} is none of D-Bus: {error}") from error
 
 
+class _Whole(io.BytesIO):
+    """What ends where its reader wants more has been cut."""
+
+    def read(self, size=-1):
+        data = super().read(size)
+        if 0 < len(data) < size:
+            raise ValueError("it is cut")
+        return data
+
+
 def is_whole(path):
     """Whether a capture ends with a whole message, not in the middle of one."""
     try:
         with open(path, "rb") as file:
-            return bool(list(dpkt.pcap.UniversalReader(file)))
-    except (ValueError, dpkt.Error):
+            return bool(list(dpkt.pcap.UniversalReader(_Whole(file.read()))))
+    except _BROKEN:
         return False
 
 
 def _messages(name, data):
     """The messages of a capture; the bus is the first part of its name."""
     try:
-        reader = dpkt.pcap.UniversalReader(io.BytesIO(data))
+        reader = dpkt.pcap.UniversalReader(_Whole(data))
         if reader.datalink() != dpkt.pcap.DLT_DBUS:
             raise Unreadable(f"{name} is a capture of link type {reader.datalink()}, not of D-Bus "
                              f"({dpkt.pcap.DLT_DBUS})")
         packets = list(reader)
-    except (ValueError, dpkt.Error) as error:
+    except _BROKEN as error:
         raise Unreadable(f"{name} is no whole capture: {error or 'it is cut'}") from error
     return [_message(name, number, time, packet) for number, (time, packet) in enumerate(packets, 1)]
 
