@@ -11,6 +11,7 @@ from tests.integration.client_driver import ClientDriver, Outcome, error, info
 from tests.integration.hardware_cases import CONTROL, NO_BUS_LINE, PATH, QUESTIONS, REEL
 from virtual_unit import VirtualUnit
 from virtual_unit.faults import CallLog, Faults
+from virtual_unit.happenings import Teller
 from virtual_unit.hardware import Hardware
 from virtual_unit.loop import spawn
 
@@ -205,7 +206,8 @@ def test_over_tcp(unit, driver, start_bus):
     local, tcp = start_bus()
     calls = CallLog()
     told = dict.fromkeys(("stir", "tell_call", "tell_signal"), lambda *_: None)
-    remote = Hardware(SimpleNamespace(calls=calls, faults=Faults(calls), errors=[], **told), local)
+    told_of = SimpleNamespace(calls=calls, faults=Faults(calls), errors=[], happenings=Teller(None), **told)
+    remote = Hardware(told_of, local)
     remote.revive()
     remote.set_property(SONDE[0], "Sonde", False)
     choose(unit, LOOPBACK, tcp.replace(LOOPBACK, "no.such.host"))
