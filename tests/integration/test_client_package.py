@@ -103,7 +103,8 @@ def test_each_component_has_its_files(tmp_path):
         {f"include/controller_client/{name}" for name in HEADERS}
     assert {f"{libraries}/libcontroller-client.so", f"{libraries}/pkgconfig/controller-client.pc",
             f"share/dbus-1/interfaces/{INTERFACE}.xml"} < development
-    assert install(tmp_path / "daemon", "daemon") == {"bin/controllerd"}
+    daemon = install(tmp_path / "daemon", "daemon")  # all of it: test_packages
+    assert "bin/controllerd" in daemon and not daemon & (client | development)
 
 
 def test_the_headers_need_no_other_library(prefix):
