@@ -11,10 +11,10 @@ SETTLE_SECONDS = 2
 
 
 class Remote:
-    """Does what the verbs say, over a connection of its own or that of a client of the object."""
+    """Does what the verbs say."""
 
-    def __init__(self, session, client=None):
-        self._client = client or Client(session, SERVICE, ROOT, SERVICE)
+    def __init__(self, session):
+        self._client = Client(session, SERVICE, ROOT, SERVICE)
         self._before = []
 
     def close(self):

@@ -269,7 +269,9 @@ def test_the_display_is_sent_when_it_changes(page):
     page.give("do", "reel", "zero")
     screens.set(1, 64, 36)
     page.wait(lambda: _heads(page)[-1][1:] == (1, 64, 36, 0, 0))
-    assert len(page.pictures) == seen + 1
+    assert [head[1:] for head in _heads(page)[seen:]] == [(1, 64, 36, 0, 0)]
+    screens.hush(1)
+    page.wait(lambda: _heads(page)[-1][1:] == (1, 0, 0, 0, 0))
     screens.set(1, *_SIZE)
     page.wait(lambda: _heads(page)[-1][2:4] == _SIZE)
 
@@ -510,24 +512,39 @@ def test_the_panel_ends_with_the_unit(home):
     assert os.listdir(home) == []
 
 
-def test_a_panel_for_a_unit_that_runs(home, capfd):
-    """From a process of its own, which ends with the unit's bus, whoever does not read what it still has to say;
-    without a unit there is none."""
+def test_without_a_unit_there_is_no_panel(home, capfd):
+    """Which is said."""
+    del home
     assert serve() == 1 and capfd.readouterr() == ("", "ccu: no unit is running: start one with ./ccu up\n")
-    command = [sys.executable, "-m", "virtual_unit", "panel"]
-    with VirtualUnit(daemon=False, directory=home) as unit, announce(unit, "mine"):
-        assert choose("mine").folder == unit.directory
-        with subprocess.Popen([*command, "--unit", "mine"], cwd=_ROOT, stdout=subprocess.PIPE, text=True) as process:
+
+
+@pytest.mark.parametrize("by_signal", [False, True])
+def test_a_panel_for_a_unit_that_runs(home, by_signal):
+    """It ends with the unit's bus, or by a signal; neither a page that does not read what it still has to say nor an
+    order that is on its way holds it up."""
+    with VirtualUnit(daemon=by_signal, directory=home) as unit, announce(unit, "mine"):
+        command = [sys.executable, "-m", "virtual_unit", "panel", "--unit", "mine"]
+        with subprocess.Popen(command, cwd=_ROOT, stdout=subprocess.PIPE, text=True) as process:
             panel = Panel(unit, process.stdout.readline().strip())
             with contextlib.closing(_shake_hands(panel)), Page(panel) as quick:
                 _flood(unit, quick, "x" * 5000, 4)
-                unit.stop_bus()
+                if by_signal:
+                    os.kill(unit.pid, signal.SIGSTOP)
+                    quick.send({"id": 1, "order": ["set", "SpkrVolume", "80"]})
+                    quick.give("do", "reel", "zero")
+                    process.terminate()
+                else:
+                    unit.stop_bus()
                 try:
                     assert process.wait(PATIENCE) == 0
                 finally:
                     process.kill()
+                    if by_signal:
+                        os.kill(unit.pid, signal.SIGCONT)
+                        unit.settle()
             panel.close()
-        unit.renew_bus()
+        if not by_signal:
+            unit.renew_bus()
     assert os.listdir(home) == []
 
 

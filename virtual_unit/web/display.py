@@ -92,7 +92,7 @@ class Viewer:
 
     def __init__(self, front):
         self._front = front  # the state of the noun, which somebody else keeps up to date
-        self._shown = {}
+        self._shown, self._paths = {}, {}
         self._stale = {VIDEO, INTERFACE}
         self._number = self._acknowledged = 0
         self._stirred = asyncio.Event()
@@ -121,11 +121,12 @@ class Viewer:
                     return message
 
     def _picture(self, layer):
-        path = paths(self._front.get("Screens", ())).get(layer)
+        # A layer whose information is being written is not among those that there are; its file tells what is so.
+        self._paths.update(paths(self._front.get("Screens", ())))
+        path, before = self._paths.get(layer), self._shown.get(layer)
         frame = read(path) if path else None
-        before = self._shown.get(layer)
         if frame is None:
-            if path and os.path.exists(path) or before is None:
+            if before is None or os.path.exists(path) and os.path.exists(path + ".info"):
                 return None  # it is being written; somebody will tell when it is whole
             self._shown[layer] = None
             return self._head(layer, 0, 0, 0, 0)

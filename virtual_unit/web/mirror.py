@@ -14,11 +14,11 @@ from ..client import INTERFACE, PATH, Client, DbusFailure
 from ..client import SERVICE as CONTROLLER
 from ..declaration import PROPERTIES
 from ..loop import on_loop
-from ..remote import Remote
+from ..patience import PATIENCE
 from ..scenario import arguments_of, property_of
 from ..simulation_names import ROOT, SERVICE
 from ..values import Typed, plain
-from ..verbs import nouns, parse_words
+from ..verbs import effect_of, nouns, parse_words
 from .clockwork import Stopwatch, offsets
 
 #: Lines of calls, signals and the log that a new page gets.
@@ -82,13 +82,12 @@ class Mirror:
         self.lines = deque(maxlen=_HISTORY)
         self._watches = {}
         self._tasks = set()
-        self._ear = self._remote = None
+        self._ear = None
 
     async def start(self):
         """Follows the unit from now on; returns when all of its state is known."""
         self._ear = await asyncio.to_thread(_Ear, self._session, functools.partial(self._soon, self._hear),
                                             functools.partial(self._soon, self._bus_ended))
-        self._remote = Remote(self._session, self._ear)
         await self._ask(ROOT, SERVICE, "Subscribe")
         # A reply is taken in the order of the bus, between the signals before and behind it.
         answers = [self._ask(ROOT, SERVICE, "Calls", then=self._take_calls),
@@ -107,7 +106,8 @@ class Mirror:
             self._loop.call_soon_threadsafe(function, *arguments)
 
     def _ask(self, path, interface, member, signature="", *arguments, service=SERVICE, then=None):
-        future = self._ear.request(service, path, interface, member, signature, *arguments)
+        # No thread waits for the answer, which may never come: the end of the panel would wait for the thread.
+        future = self._ear.request(service, path, interface, member, signature, *arguments, timeout=2 * PATIENCE)
         if then is not None:
             future.add_done_callback(lambda done: done.exception() or self._soon(then, *done.result().args))
         return asyncio.wrap_future(future)
@@ -191,7 +191,9 @@ class Mirror:
     async def do(self, words):
         """Has something happen to the unit, in the words of `./ccu do`; returns the line that tells the effect."""
         verb, values = parse_words(words)
-        return (await asyncio.to_thread(self._remote.do, verb, values))[1]
+        given = [values[argument.name] for argument in verb.inputs]
+        reply = await self._ask(verb.path, verb.interface, verb.member, verb.signature, *given)
+        return effect_of(verb, values, dict(zip(verb.outputs, reply.args)))
 
     async def call(self, words):
         """Calls the controller; returns what came of it and whether that is a success."""
@@ -207,6 +209,5 @@ class Mirror:
     async def set(self, words):
         """Sets a property of the controller; returns what it was set to."""
         name, signature, value = property_of(words)
-        await asyncio.to_thread(self._ear.call_on, CONTROLLER, PATH, PROPERTIES, "Set", "ssv", INTERFACE, name,
-                                Typed(signature, value))
+        await self._ask(PATH, PROPERTIES, "Set", "ssv", INTERFACE, name, Typed(signature, value), service=CONTROLLER)
         return f"{name} is {json.dumps(value)}"
