@@ -32,7 +32,7 @@ TITLES = [chapter.title for chapter in CHAPTERS]
 RECORDING, PLAYBACK = "A recording, from its start to its end", "Playback of a recording"
 CLOCK = "Clock and time zone"
 #: Seconds after which a daemon that does nothing hangs: it never does anything again, so the less the sooner.
-SOON = PATIENCE / 120
+SOON = PATIENCE / 30
 
 
 class RecordedUnit(VirtualUnit):

@@ -42,6 +42,8 @@ _MASKS = ((re.compile(r":1\.\d+"), ":1.*"), (re.compile(r"screenshot_[^/]*\.png"
 _TIMES = ("GetTime", "GetTimeSecs", "TimeChanged")
 _SECONDS = 3
 _QUIET_SECONDS = 0.05
+#: Questions to the bus, behind which it has told of a daemon that has ended.
+_FAREWELLS = 3
 #: What is compared besides messages.
 _LINES = "log line"
 #: Differences, after which a daemon is another one.
@@ -274,14 +276,18 @@ class Replay:
     def _settle(self):
         """Lets the daemon deal with all that it was sent; what its calls bring about is sent behind the pings."""
         done = None
-        while done != self._done and self._unit.daemon_alive:
+        while done != self._done:
             done = self._done
-            self._ping()
+            self._ping(self._unit.client.connections_of(self._unit.pid))
+        if not (self._unit.daemon_alive or self._hangs):
+            for _ in range(_FAREWELLS):
+                self._ping([_BUS.bus_name])
 
-    def _ping(self):
+    def _ping(self, connections):
+        """Waits until each has answered, or the bus for what has gone."""
         self._unit.input.wait_read()
         bus = self._buses[SESSION]
-        for connection in self._unit.client.connections_of(self._unit.pid):
+        for connection in connections:
             bus.pings.add(bus.send(MessageType.method_call, {
                 HeaderFields.destination: connection, HeaderFields.path: "/", HeaderFields.interface: PEER,
                 HeaderFields.member: "Ping"}, None, ()))
@@ -290,16 +296,11 @@ class Replay:
             self._hangs = True
 
     def _pump(self, done, quiet):
-        """Deals with what comes until that is done, the daemon has ended, or nothing has come for some seconds; returns
-        whether it is done."""
+        """Deals with what comes until that is done, or nothing has come for some seconds; returns whether it is done."""
         while not done():
             sockets = [bus.connection.sock for bus in self._buses.values()]
-            deadline = time.monotonic() + quiet
-            while not select.select(sockets, [], [], min(quiet, 0.1))[0]:
-                if not self._unit.daemon_alive:
-                    self._buses[SESSION].pings.clear()
-                if time.monotonic() >= deadline or done():
-                    return done()
+            if not select.select(sockets, [], [], quiet)[0]:
+                return done()
             for bus in self._buses.values():
                 for message in bus.received():
                     self._receive(bus, message)
