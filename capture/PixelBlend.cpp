@@ -6,6 +6,11 @@
 #include <sys/platform/x86.h>
 #define CCU_X86_FEATURES
 #endif
+#if defined(__arm__) && !defined(__ARM_NEON)
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#define CCU_ARM_FEATURES
+#endif
 
 namespace ControllerDaemon
 {
@@ -14,7 +19,7 @@ namespace
 
 // The layers do not have the same number of bytes a pixel, which defeats a compiler's own vectorising: so the shuffles
 // that bring each interface byte and its alpha to the place of the video byte are spelled out. They need the byte
-// shuffles that plain x86-64 lacks, hence the variants below.
+// shuffles that plain x86-64 lacks, and 32-bit ARM without its vector unit, hence the variants below.
 
 using Bytes = uint8_t __attribute__((vector_size(16)));
 using Words = uint16_t __attribute__((vector_size(32)));
@@ -108,6 +113,22 @@ constexpr uint32_t DivideBy255(uint32_t sum) { return (sum + 1 + (sum >> 8)) >> 
 }
 #endif
 
+#ifdef CCU_ARM_FEATURES
+[[gnu::target("fpu=neon")]] void BlendWithNeon(uint8_t* video, const uint8_t* overlay, size_t pixels)
+{
+    BlendPixels(video, overlay, pixels);
+}
+
+/// Without any vector unit blocks are dearer than their pixels.
+void BlendPixelByPixel(uint8_t* video, const uint8_t* overlay, size_t pixels)
+{
+    for (size_t pixel = 0; pixel < pixels; ++pixel)
+    {
+        BlendPixel(video + pixel * videoPixelBytes, overlay + pixel * overlayPixelBytes);
+    }
+}
+#endif
+
 } // namespace
 
 void BlendRow(uint8_t* video, const uint8_t* overlay, size_t pixels)
@@ -124,7 +145,12 @@ void BlendRow(uint8_t* video, const uint8_t* overlay, size_t pixels)
         return BlendWithSse41(video, overlay, pixels);
     }
 #endif
+#ifdef CCU_ARM_FEATURES
+    return (getauxval(AT_HWCAP) & HWCAP_NEON) != 0 ? BlendWithNeon(video, overlay, pixels)
+                                                   : BlendPixelByPixel(video, overlay, pixels);
+#else
     BlendPixels(video, overlay, pixels);
+#endif
 }
 
 } // namespace ControllerDaemon
