@@ -1,6 +1,6 @@
 #pragma once
 
-#include <gpiod.h>
+#include "device/Gpiod.h"
 
 #include <cstdint>
 #include <string>
