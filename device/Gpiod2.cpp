@@ -1,5 +1,7 @@
 #include "device/Gpiod.h"
 
+#ifdef CCU_GPIOD_2
+
 #include <deque>
 #include <memory>
 #include <string>
@@ -72,3 +74,5 @@ int gpiod_line_get_value(gpiod_line* line)
 {
     return static_cast<int>(gpiod_line_request_get_value(line->request, line->offset));
 }
+
+#endif

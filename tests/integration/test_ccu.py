@@ -155,7 +155,7 @@ def test_a_trial_that_cannot_be_made_is_no_refusal(tree):
     ("crash", {"crash_matrix"}),
     ("matrix", {"crash_matrix", "device_faults", "recording_faults_autolog", "recording_faults_photoTalk",
                 "recording_faults_video", "snapshot_playback_faults", "time_faults"}),
-    ("long", {"client_package", "demo", "fuzz", "installed_packages", "packages", "screenshot"})])
+    ("long", {"client_package", "demo", "field_core", "fuzz", "installed_packages", "packages", "screenshot"})])
 def test_the_label_is_on_what_is_named(label, named):
     """And on nothing else."""
     listed = subprocess.run(["ctest", "--test-dir", os.environ["CCU_BUILD_DIR"], "--show-only", "--label-regex",
