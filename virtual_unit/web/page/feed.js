@@ -36,7 +36,7 @@ export class Feed {
     this.list = byId("feed");
     this.waiting = [];
     this.missed = 0;
-    this.held = false;
+    this.held = this.isDue = false;
     for (const id of ["kind-call", "kind-signal", "kind-log", "level", "words"]) {
       for (const event of ["input", "change"]) byId(id).addEventListener(event, () => this.filter());
     }
@@ -60,10 +60,12 @@ export class Feed {
     this.missed += dropped;
     this.waiting.push(...lines);
     if (this.waiting.length > MOST_ROWS) this.missed += this.waiting.splice(0, this.waiting.length - MOST_ROWS).length;
-    this.flush();
+    if (!this.isDue) requestAnimationFrame(() => this.flush()); // as often as it can be seen
+    this.isDue = true;
   }
 
   flush() {
+    this.isDue = false;
     if (!this.held && this.waiting.length) {
       const atEnd = this.list.scrollTop + this.list.clientHeight >= this.list.scrollHeight - 30;
       const rows = this.waiting.map(row);
