@@ -27,8 +27,9 @@ _FIRST_MODULES = ("virtio_pci", "virtio_blk", "ext4", "crc32c_generic")
 #: What the parts of the board are made from; a change of one makes all of them anew.
 _SOURCES = ("machine/tree.py", "machine/qemu.py", "machine/image.py", "machine/board/*")
 #: What the machine gets of the project besides its packages.
-_SIMULATION = ("machine/__init__.py", "machine/siblings.py", "machine/siblings.service", "virtual_unit/*.py",
-               "virtual_unit/*.tsv", "virtual_unit/interfaces/*", "interfaces/*.py", "interfaces/*.xml")
+_SIMULATION = ("machine/__init__.py", "machine/siblings.py", "machine/siblings.service", "machine/session-local.conf",
+               "virtual_unit/*.py", "virtual_unit/*.tsv", "virtual_unit/interfaces/*", "interfaces/*.py",
+               "interfaces/*.xml")
 
 
 _STICK = 64 << 20
@@ -264,6 +265,7 @@ class Image:
         steps = ["python3 -m compileall -q /opt/machine",
                  "install -m 644 -D -t /etc/systemd/user /opt/machine/machine/siblings.service",
                  "systemctl --global -q enable siblings.service",
+                 "install -m 644 -t /etc/dbus-1 /opt/machine/machine/session-local.conf",
                  "apt-get install -y -qq --no-install-recommends /root/packages/*.deb"]
         if enable:
             steps += ["loginctl enable-linger ccu",  # or the end of a login would end the siblings

@@ -55,7 +55,9 @@ class Lines:
         left = None if deadline is None else max(deadline - time.monotonic(), 0)
         if not select.select([self._connection], [], [], left)[0]:
             raise TimeoutError("the machine does not answer in time")
-        data = self._connection.recv(65536)
+        data = b""
+        with contextlib.suppress(ConnectionResetError):
+            data = self._connection.recv(65536)
         if not data:
             raise Gone("the machine has ended")
         *lines, self._rest = (self._rest + data).split(b"\n")

@@ -25,7 +25,7 @@ SYSTEMD_AUTO_ENABLE = "disable"
 
 RDEPENDS:${PN} = "alsa-utils-amixer alsa-utils-aplay dbus polkit"
 RRECOMMENDS:${PN} = "controllerctl gpsd"
-FILES:${PN} += "${nonarch_libdir}/sysusers.d ${datadir}/polkit-1"
+FILES:${PN} += "${nonarch_libdir}/controllerd ${nonarch_libdir}/sysusers.d ${datadir}/polkit-1"
 FILES:${PN}-dev += "${datadir}/dbus-1/interfaces"
 FILES:${PN}-doc += "${datadir}/doc"
 FILES:libcontroller-client = "${libdir}/libcontroller-client.so.*"
