@@ -32,9 +32,6 @@ _SIMULATION = ("machine/__init__.py", "machine/siblings.py", "machine/siblings.s
                "interfaces/*.xml")
 
 
-_STICK = 64 << 20
-
-
 class Failure(Exception):
     """The machine cannot be made."""
 
@@ -240,10 +237,7 @@ class Image:
     def start(self, machine, state="ready"):
         """Starts a machine where a state was kept."""
         os.makedirs(machine.folder, exist_ok=True)
-        stick = os.path.join(machine.folder, qemu.STICK)
-        with open(stick, "wb") as file:
-            file.truncate(_STICK)
-        subprocess.run(["mkfs.vfat", "-n", "STICK", stick], check=True, stdout=subprocess.DEVNULL)
+        make_stick(os.path.join(machine.folder, qemu.STICK))
         machine.start(self.at(f"{state}.qcow2"), self.at(f"{state}.state"))
 
     def boot(self, machine, state="ready", kernel=""):
@@ -276,6 +270,13 @@ class Image:
             status, said, complaints = machine.run("sh", "-c", step, environment={"DEBIAN_FRONTEND": "noninteractive"})
             if status != 0:
                 raise Failure(f"{step}: status {status}\n{said}{complaints}")
+
+
+def make_stick(path, size=64 << 20):
+    """Makes a file that is the content of a stick with FAT and nothing on it."""
+    with open(path, "wb") as file:
+        file.truncate(size)
+    subprocess.run(["mkfs.vfat", "-n", "STICK", path], check=True, stdout=subprocess.DEVNULL)
 
 
 def put(machine, folder, names, base):

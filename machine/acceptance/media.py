@@ -1,7 +1,11 @@
 """Removable storage: markers on FAT, and a stick that is pulled out."""
 
+import gzip
 import json
+import os
+import tempfile
 
+from ..image import make_stick
 from .case import collector
 
 CASES = []
@@ -15,6 +19,15 @@ def _markers(unit, device):
     """The markers on a device, each with whether it is hidden."""
     lines = unit.sh(f"find /media/{device} -name '.*-rec*' -exec fatattr {{}} +").splitlines()
     return {line.split()[-1].rpartition("-")[2]: "h" in line.split()[0] for line in lines}
+
+
+def _empty_stick():
+    """What a stick with nothing on it holds."""
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "stick")
+        make_stick(path, 4 << 20)
+        with open(path, "rb") as file:
+            return file.read()
 
 
 def _record_on(unit, device):
@@ -33,8 +46,8 @@ def _(unit):
     unit.plug_stick()
     _record_on(unit, "card")
     unit.see("USB stick: .recActive and .recovery have the attribute h, and stop takes the first away")
-    unit.sh("truncate -s 32M /root/loop.img && mkfs.vfat /root/loop.img >/dev/null && mkdir /media/loop && "
-            "mount -o loop,uid=ccu,gid=ccu /root/loop.img /media/loop")
+    unit.sh("gzip -d >/root/loop.img && mkdir /media/loop && "
+            "mount -o loop,uid=ccu,gid=ccu /root/loop.img /media/loop", stdin=gzip.compress(_empty_stick()))
     unit.wait_device("loop")
     _record_on(unit, "loop")
     unit.see("loop mount: the same")
