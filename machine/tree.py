@@ -1,5 +1,5 @@
-"""The root of the machine as an image, made from packages without running any of their programs: they are unpacked here,
-and configured by themselves at the first start.  Run by `fakeroot` where the user is not root.
+"""The root of the machine as an image, made from packages without running any of their programs: unpacked here, they are
+configured by themselves at the first start.  Run by `fakeroot` where the user is not root.
 
 usage: python3 -m machine.tree FOLDER IMAGE KERNEL PACKAGES
 """

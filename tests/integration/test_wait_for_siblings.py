@@ -1,4 +1,4 @@
-"""What the service does before the daemon: it waits for its siblings on the bus, for a time and at a first start alone."""
+"""What the service does before the daemon: it waits for its siblings on the bus, for a time, at a first start alone."""
 
 import os
 import re
