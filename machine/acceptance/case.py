@@ -15,6 +15,8 @@ CONTROLLER = ("com.tavilon.common.Controller1", "/com/tavilon/common/Controller1
 _SIMULATION = "com.tavilon.common.VirtualUnit1"
 #: Seconds that something may take that is done at once on a board; an emulated one is slow, and shares its processors.
 PATIENCE = 180
+#: The same for programs in the machine that wait for an answer.
+_PATIENT = {"SYSTEMD_BUS_TIMEOUT": str(PATIENCE)}
 
 
 @dataclass(frozen=True)
@@ -78,7 +80,7 @@ class Unit:
 
     def sh(self, script, stdin=b""):
         """The output of a script, which must succeed."""
-        status, said, complaints = self.machine.run("sh", "-c", script, stdin=stdin)
+        status, said, complaints = self.machine.run("sh", "-c", script, stdin=stdin, environment=_PATIENT)
         assert status == 0, f"status {status} of {script!r}: {said}{complaints}"
         return said.strip()
 
@@ -92,7 +94,7 @@ class Unit:
         """Waits until a script succeeds; its output."""
         deadline = time.monotonic() + seconds
         while True:
-            status, said, complaints = self.machine.run("sh", "-c", script)
+            status, said, complaints = self.machine.run("sh", "-c", script, environment=_PATIENT)
             if status == 0:
                 return said.strip()
             assert time.monotonic() < deadline, f"never came about: {script!r}: {said}{complaints}"
@@ -109,7 +111,7 @@ class Unit:
     # The controller ---------------------------------------------------------------------------------------------------
 
     def _busctl(self, words):
-        return self.machine.run("busctl", "--user", "--json=short", *map(str, words))
+        return self.machine.run("busctl", "--user", "--json=short", *map(str, words), environment=_PATIENT)
 
     def call(self, member, signature="", *arguments):
         """The values of a reply."""
