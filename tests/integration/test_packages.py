@@ -35,6 +35,8 @@ CONTENTS = {
         f"{LIBRARIES}/libcontroller-client.so", f"{LIBRARIES}/pkgconfig/controller-client.pc",
         "usr/include/controller_client/*.h", f"{LIBRARIES}/cmake/ControllerClient/*.cmake",
         f"usr/share/dbus-1/interfaces/{INTERFACE}.Control.xml", f"usr/share/man/man5/{INTERFACE}.5.gz",
+        "usr/share/python-dbusmock/templates/tavilon_controller.py",
+        "usr/share/python-dbusmock/templates/tavilon_controller_zones.tsv",
         "usr/share/doc/libcontroller-client-dev/examples/*.cpp",
         "usr/share/doc/libcontroller-client-dev/examples/HeartBeat.h"],
     "controllerctl": ["usr/bin/controllerctl", "usr/share/man/man1/controllerctl.1.gz",
