@@ -2,6 +2,7 @@
 
 import glob
 import os
+import re
 import subprocess
 
 BUILD = os.environ["CCU_BUILD_DIR"]
@@ -29,3 +30,7 @@ def make_packages(folder):
     hasty = {**os.environ, "DPKG_DEB_COMPRESSOR_LEVEL": "1"}
     run(os.path.join(ROOT, "packaging", "make-packages"), BUILD, str(folder), env=hasty)
     return {os.path.basename(path).split("_")[0]: path for path in glob.glob(f"{folder}/*.deb")}
+
+
+#: That of the build.
+VERSION = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", text_of(BUILD, "CMakeCache.txt"), re.MULTILINE).group(1)

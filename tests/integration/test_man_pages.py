@@ -9,18 +9,12 @@ import pytest
 
 from interfaces.introspection import controller_members
 from interfaces.pages import announces
+from tests.integration.built_packages import ROOT, VERSION, text_of
 
-ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 PAGES = sorted([*glob.glob(os.path.join(ROOT, "packaging", "man", "*")),
-                *glob.glob(os.path.join(ROOT, "controllerctl", "*.[1-9]"))], key=os.path.basename)
+                *glob.glob(os.path.join(ROOT, "*", "*.[1-9]"))], key=os.path.basename)
 NAMES = [os.path.basename(page) for page in PAGES]
 INTERFACE = "com.tavilon.common.Controller1"
-
-
-def text_of(*path):
-    """A file of the tree."""
-    with open(os.path.join(ROOT, *path), encoding="utf-8") as file:
-        return file.read()
 
 
 def page(name):
@@ -39,8 +33,8 @@ def ran(*command):
     return done.returncode, done.stdout, done.stderr
 
 
-def test_there_are_three_pages():
-    assert NAMES == [f"{INTERFACE}.5", "controllerctl.1", "controllerd.8"]
+def test_there_are_four_pages():
+    assert NAMES == ["ccu-unit.1", f"{INTERFACE}.5", "controllerctl.1", "controllerd.8"]
 
 
 @pytest.mark.parametrize("path", PAGES, ids=NAMES)
@@ -54,10 +48,9 @@ def test_formatters_have_nothing_to_complain_of(path):
 @pytest.mark.parametrize("name", NAMES)
 def test_a_page_is_of_its_name_and_of_this_version(name):
     title, section = name.rsplit(".", 1)
-    version = re.search(r"^project\(controllerd VERSION (\S+) ", text_of("CMakeLists.txt"), re.MULTILINE).group(1)
     header = re.match(r'\.TH (\S+) (\d) \d{4}-\d\d-\d\d "(\S+) (\S+)" ', page(name))
     program = "controllerctl" if title == "controllerctl" else "controllerd"
-    assert header.groups() == (title.upper(), section, program, version)
+    assert header.groups() == (title.upper(), section, program, VERSION)
     assert f"\n.SH NAME\n{title} - " in page(name)
 
 

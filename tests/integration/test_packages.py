@@ -10,7 +10,7 @@ import tempfile
 
 import pytest
 
-from tests.integration.built_packages import BUILD, LIBRARIES, ROOT, UNIT_FILE, make_packages, run, text_of
+from tests.integration.built_packages import BUILD, LIBRARIES, ROOT, UNIT_FILE, VERSION, make_packages, run, text_of
 from tests.integration.foreign_programs import OWN, assembled, make_foreign
 
 INTERFACE = "com.tavilon.common.Controller1"
@@ -105,8 +105,7 @@ def control_member(package, name):
 
 def test_the_packages_are_these(packages):
     assert set(packages) == set(CONTENTS) | {f"{name}-dbgsym" for name in PROGRAMS}
-    version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", text_of(BUILD, "CMakeCache.txt"), re.MULTILINE).group(1)
-    assert {field(package, "Version") for package in packages.values()} == {version}
+    assert {field(package, "Version") for package in packages.values()} == {VERSION}
 
 
 def test_the_same_tree_makes_the_same_packages(packages, tmp_path):
@@ -193,7 +192,7 @@ def test_the_library_lists_its_symbols(packages, tmp_path):
 
 
 def test_programs_are_stripped_and_look_for_libraries_where_they_should(packages, tmp_path):
-    for name in PROGRAMS:
+    for name in (*PROGRAMS, "controllerd-virtual-unit"):
         run("dpkg-deb", "--extract", packages[name], str(tmp_path))
     programs = [os.path.join(tmp_path, path) for name, package in packages.items() for path in contents(package)
                 if re.search(r"/bin/controller|\.so\.1\.1\.0$|/preload/", path)]
