@@ -43,7 +43,7 @@ class Panel:
         """All of it in one line."""
         return self.texts()[0]
 
-    def follow(self, show, stop, interval=0.05, meanwhile=lambda: None):
+    def follow(self, show, stop, interval=0.1, meanwhile=lambda: None):
         """Hands the texts to `show`, now and after every change, until the event `stop` is set."""
         shown = None
         while True:

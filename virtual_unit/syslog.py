@@ -88,7 +88,7 @@ class SyslogReader:
                 raise TimeoutError(f"{text!r} was not logged within {timeout} s; the log was:\n{self.format(since)}")
             time.sleep(_POLL_SECONDS)
 
-    def follow(self, callback, stop, interval=0.05):
+    def follow(self, callback, stop, interval=0.1):
         """Hands every message to the callback, past ones first, until the event `stop` is set."""
         position = 0
         while True:

@@ -181,4 +181,6 @@ def test_the_test_of_the_page_passes(page, tmp_path):
     example = re.search(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL).group(1)
     assert "/usr/share/python-dbusmock" in example
     (tmp_path / "test_card.py").write_text(example.replace("/usr", str(tmp_path / "usr"), 1), encoding="utf-8")
-    assert re.search(r"\nRan 1 test in .*\n\nOK\n", run("/usr/bin/python3", "-m", "unittest", "test_card", cwd=tmp_path))
+    said = run("/usr/bin/python3", "-m", "unittest", "test_card", cwd=tmp_path,
+               env={**os.environ, "TMPDIR": str(tmp_path)})  # where dbusmock leaves a folder
+    assert re.search(r"\nRan 1 test in .*\n\nOK\n", said)
