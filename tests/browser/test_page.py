@@ -196,6 +196,7 @@ def test_the_display_is_both_framebuffers(browser, panel):
             file.seek(3 * width * 300)
             file.write(b"\x00\xff\x00" * (width * 200))
         browser.wait(lambda: near((1000, 400), (0, 255, 0)) and near((1000, 100), (255, 0, 0)))
+        assert near((1000, 450), (255, 0, 0))  # the video stands upside down in its framebuffer
         assert near((100, 400), (0, 127, 128))
     finally:
         for layer in (0, 1):

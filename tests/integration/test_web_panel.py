@@ -17,7 +17,7 @@ import time
 
 import aiohttp
 import pytest
-from PIL import Image
+from PIL import Image, ImageChops, ImageStat
 
 from tests.integration.panel_pages import ORDERS, PAGE, START, Controls, Page, Panel, film, running_panel
 from virtual_unit import PATIENCE, REFUSE, VirtualUnit
@@ -244,13 +244,28 @@ def test_pictures_of_the_job_are_served(page):
     assert page.panel.get(f"media/{item['Id']}")[0] == 404
 
 
+def _fill(screens, layer, size):
+    """Gives a layer pixels of its own, black and clear, which stay: what a unit draws itself changes each minute."""
+    screens.set(layer, *size, pixels=bytes(size[0] * size[1] * (3, 4)[layer]))
+
+
+@pytest.fixture(name="screens")
+def screens_fixture(panel):
+    """The framebuffers, with pixels that nobody draws."""
+    screens = panel.unit.framebuffers
+    for layer in (0, 1):
+        _fill(screens, layer, _SIZE)
+    yield screens
+    for layer in (0, 1):
+        screens.set(layer, *_SIZE)
+
+
 def _heads(page):
     return [struct.unpack_from(">IHHHHH", picture) for picture in page.pictures]
 
 
-def test_the_display_is_sent_when_it_changes(page):
+def test_the_display_is_sent_when_it_changes(screens, page):
     """Of what has changed, the part that has; nothing when what is written is what was there."""
-    screens = page.panel.unit.framebuffers
     page.wait(lambda: {head[1] for head in _heads(page)} == {0, 1})
     assert all(head[2:] == (*_SIZE, 0, 0) for head in _heads(page))
     assert {picture[16:18] for picture in page.pictures} == {b"\xff\xd8", b"\x89P"}
@@ -260,25 +275,24 @@ def test_the_display_is_sent_when_it_changes(page):
             file.seek(3 * (box[1] * _SIZE[0] + box[0]))
             file.write(b"\x01\x02\x03" * 20)
         page.wait(lambda: len(page.pictures) > seen)
-        assert _heads(page)[seen][1:] == (0, *_SIZE, *box)
+        assert _heads(page)[seen][1:] == (0, *_SIZE, box[0], _SIZE[1] - box[1])  # the video stands upside down
         seen += 1
     with open(screens.path(0), "r+b") as file:
         unchanged = file.read(3000)
         file.seek(0)
         file.write(unchanged)
-    page.give("do", "reel", "zero")
-    screens.set(1, 64, 36)
+    assert page.give("do", "sync", "active", "off")[0]
+    _fill(screens, 1, (64, 36))
     page.wait(lambda: _heads(page)[-1][1:] == (1, 64, 36, 0, 0))
     assert [head[1:] for head in _heads(page)[seen:]] == [(1, 64, 36, 0, 0)]
     screens.hush(1)
     page.wait(lambda: _heads(page)[-1][1:] == (1, 0, 0, 0, 0))
-    screens.set(1, *_SIZE)
+    _fill(screens, 1, _SIZE)
     page.wait(lambda: _heads(page)[-1][2:4] == _SIZE)
 
 
-def test_the_display_waits_for_the_page(panel):
+def test_the_display_waits_for_the_page(panel, screens):
     """A page that has not shown a picture gets no other one, and then only the newest."""
-    screens = panel.unit.framebuffers
     with Page(panel, acknowledges=False) as page:
         page.wait(lambda: page.pictures)
         page.send({"shown": _heads(page)[0][0]})
@@ -286,16 +300,44 @@ def test_the_display_waits_for_the_page(panel):
         for level in range(10):
             before = page.at("front.Frames")[0]
             with open(screens.path(0), "r+b") as file:
+                file.seek(3 * _SIZE[0])  # the first row is not seen
                 file.write(bytes([level]) * 3)
             page.wait(lambda: page.at("front.Frames")[0] != before)  # pylint: disable=cell-var-from-loop
-        page.give("do", "reel", "zero")
+        assert page.give("do", "sync", "active", "off")[0]
         assert len(page.pictures) == 2
         page.send({"shown": _heads(page)[1][0]})
         page.wait(lambda: len(page.pictures) == 3)
         page.send({"shown": _heads(page)[2][0]})
-        page.give("do", "reel", "zero")
+        assert page.give("do", "sync", "active", "off")[0]
         assert len(page.pictures) == 3
-    screens.set(0, *_SIZE)
+
+
+def _seen(page):
+    """Both layers as the page shows them, one over the other."""
+    layers = [Image.new("RGBA", _SIZE) for _ in range(2)]
+    for head, picture in zip(_heads(page), page.pictures):
+        if head[2:4] == _SIZE:
+            layers[head[1]].paste(Image.open(io.BytesIO(picture[16:])).convert("RGBA"), head[4:])
+    return Image.alpha_composite(*layers).convert("RGB")
+
+
+def _apart(one, other):
+    return max(ImageStat.Stat(ImageChops.difference(one, other)).mean)
+
+
+def test_the_display_shows_what_the_camera_sees(page, tmp_path):
+    """As the daemon's screenshots do, and moves with the reel, though nobody else looks."""
+    unit, before = page.panel.unit, None
+    for layer in (0, 1):
+        unit.framebuffers.set(layer, *_SIZE)
+    for metres in ("3.1", "7.7"):
+        page.give("do", "reel", "distance", metres)
+        page.wait(lambda: before is None or _apart(_seen(page), before) > 3)  # pylint: disable=cell-var-from-loop
+        path, code, _ = unit.client.call("Screenshot", "s", str(tmp_path))
+        with Image.open(path) as screenshot:
+            before = screenshot.convert("RGB")
+        assert code == 0 and max(ImageStat.Stat(before).mean) > 20
+        page.wait(lambda: _apart(_seen(page), before) < 3)  # pylint: disable=cell-var-from-loop
 
 
 # Pages that come, go, and do not listen -------------------------------------------------------------------------------

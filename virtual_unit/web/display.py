@@ -13,6 +13,8 @@ from dataclasses import dataclass
 
 from PIL import Image, ImageChops
 
+from ..framebuffers import upside_down
+
 VIDEO, INTERFACE = 0, 1
 #: Before each picture: the number that the page acknowledges, the layer, the layer's width and height, and the place.
 HEAD = struct.Struct(">IHHHHH2x")
@@ -32,11 +34,13 @@ class Frame:
     offset: int
     bits: int
     pixels: bytes
+    is_video: bool
 
     def image(self, mode, order):
-        """The visible window."""
+        """The visible window, as it is seen."""
         whole = Image.frombuffer(mode, (self.line, self.height), self.pixels, "raw", order, 0, 1)
-        return whole.crop((self.offset, 0, self.offset + self.width, self.height))
+        window = whole.crop((self.offset, 0, self.offset + self.width, self.height))
+        return upside_down(window) if self.is_video else window
 
     @property
     def plain(self):
@@ -66,8 +70,9 @@ class Frame:
         return picture.getvalue()
 
 
-def read(path):
-    """What a framebuffer's file shows; None when it is none that the unit could show."""
+def read(path, is_video):
+    """What the file of a framebuffer shows, of the video's one or of the interface's; None when it is none that the unit
+    could show."""
     try:
         with open(path + ".info", "rb") as file:
             width, height, line, _, offset, skipped, bits = _INFORMATION.unpack(file.read(_INFORMATION.size))
@@ -78,7 +83,7 @@ def read(path):
         return None
     if bits not in _ORDER or len(pixels) < height * length or not 0 < width <= line - offset:
         return None
-    return Frame(width, height, line, offset, bits, pixels)
+    return Frame(width, height, line, offset, bits, pixels, is_video)
 
 
 def paths(screens):
@@ -90,8 +95,10 @@ def paths(screens):
 class Viewer:
     """One page that looks at the display."""
 
-    def __init__(self, front):
+    def __init__(self, front, look):
         self._front = front  # the state of the noun, which somebody else keeps up to date
+        self._look = look  # has the unit draw what there is to see now, which it does for those who ask
+        self._unseen = True
         self._shown, self._paths = {}, {}
         self._stale = {VIDEO, INTERFACE}
         self._number = self._acknowledged = 0
@@ -101,7 +108,7 @@ class Viewer:
     def note(self, changes):
         """The noun has changed."""
         if "Frames" in changes or "Screens" in changes:
-            self._stale = {VIDEO, INTERFACE}
+            self._stale, self._unseen = {VIDEO, INTERFACE}, True
             self._stirred.set()
 
     def acknowledge(self, number):
@@ -115,6 +122,9 @@ class Viewer:
             await self._stirred.wait()
             self._stirred.clear()
             while self._acknowledged == self._number and self._stale:
+                if self._unseen:
+                    self._unseen = False
+                    await self._look()
                 message = await asyncio.to_thread(self._picture, self._stale.pop())
                 if message is not None:
                     self._stirred.set()
@@ -124,7 +134,7 @@ class Viewer:
         # A layer whose information is being written is not among those that there are; its file tells what is so.
         self._paths.update(paths(self._front.get("Screens", ())))
         path, before = self._paths.get(layer), self._shown.get(layer)
-        frame = read(path) if path else None
+        frame = read(path, layer == VIDEO) if path else None
         if frame is None:
             if before is None or os.path.exists(path) and os.path.exists(path + ".info"):
                 return None  # it is being written; somebody will tell when it is whole

@@ -1,6 +1,7 @@
 """What a page is to know of a unit, kept up to date by what the control object tells, and the orders that it takes."""
 
 import asyncio
+import contextlib
 import functools
 import json
 import time
@@ -127,6 +128,13 @@ class Mirror:
             if sender == "controller" and name == "PropertiesChanged":
                 self._take_controller(values[1])
             self._happened({"kind": "signal", "who": sender, "what": name, "text": _shown(values), "path": path})
+
+    async def look(self):
+        """Looks at the display: the unit draws, before it answers, what has changed since it was last looked at."""
+        front = nouns()["front"]
+        with contextlib.suppress(DbusFailure):
+            await self._ask(front.path, PROPERTIES, "Get", "ss", front.interface, "Screens",
+                            then=lambda screens: self.state["front"].update(Screens=screens))
 
     def _happened(self, line):
         line["at"] = int(time.time() * 1000)

@@ -201,7 +201,7 @@ class Server:
         link = web.WebSocketResponse(max_msg_size=_LONGEST_MESSAGE, compress=False)
         await link.prepare(request)
         request.transport.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, _KEPT_BY_THE_KERNEL)
-        page = _Page(Outbox(), Viewer(self._mirror.state["front"]), set())
+        page = _Page(Outbox(), Viewer(self._mirror.state["front"], self._mirror.look), set())
         greeting = json.dumps(self._greeting())
         self._pages.add(page)  # from now on, without a gap behind the greeting
         self._sockets.add(link)
