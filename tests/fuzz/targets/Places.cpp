@@ -140,7 +140,7 @@ void TryRemotes(Input& input)
     const bool isIp = Halvexd::IsIpLiteral(ip);
     const bool isAddress = Halvexd::IsBusAddress(address);
     Require(!isIp || ip.find_first_not_of("0123456789abcdefABCDEF:.") == std::string::npos, "an IP is a literal");
-    Require(!isAddress || (address.find(';') == std::string::npos && !address.starts_with("unixexec")),
+    Require(!isAddress || (address.find(';') == std::string::npos && !address.starts_with("unixexec:")),
             "an address is one, and runs nothing");
     if (isIp && isAddress)
     {
