@@ -673,13 +673,17 @@ def Scenario(mock, name):
     mock.tavilon_unit.happen(name)
 
 
+def _check_code(unit, kind, member, code):
+    codes = unit.interface.member(member, lambda item: item.kind == kind and item.codes).codes
+    if code not in codes:
+        raise _mistake(f"{member} has no code {code}; it has: {', '.join(map(str, codes))}")
+
+
 @dbus.service.method(MOCK_IFACE, in_signature="si", out_signature="")
 def AnswerCode(mock, member, code):
     """Has a member answer with a code and do nothing; with 0 it answers as by itself again."""
     unit = mock.tavilon_unit
-    codes = unit.interface.member(member, lambda item: item.kind == "method" and item.codes).codes
-    if code not in codes:
-        raise _mistake(f"{member} has no code {code}; it has: {', '.join(map(str, codes))}")
+    _check_code(unit, "method", member, code)
     unit.forced.pop(member, None)
     if code != 0:
         unit.forced[str(member)] = int(code)
@@ -703,9 +707,7 @@ def Refuse(mock, member, text):
 def EmitCode(mock, signal, code):
     """Emits one of the signals that carry a code, with the code's message."""
     unit = mock.tavilon_unit
-    codes = unit.interface.member(signal, lambda item: item.kind == "signal" and item.codes).codes
-    if code not in codes:
-        raise _mistake(f"{signal} has no code {code}; it has: {', '.join(map(str, codes))}")
+    _check_code(unit, "signal", signal, code)
     unit.emit_code(signal, code)
 
 
