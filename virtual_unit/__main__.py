@@ -53,7 +53,7 @@ def _completion(arguments):
 def _complete(words):
     """Prints what the last word can be; the commands of `ccu` that are not known here stand in $CCU_COMMANDS."""
     from .complete import complete  # pylint: disable=import-outside-toplevel
-    for word in complete(words or [""], os.environ.get("CCU_COMMANDS", "").split()):
+    for word in complete(Commands().with_do().parser, words or [""], os.environ.get("CCU_COMMANDS", "").split()):
         print(word)
     return 0
 

@@ -6,7 +6,6 @@ The shells' own part, in `completion/`, asks for it; the commands `completion ba
 import argparse
 import os
 
-from .__main__ import Commands
 from .program import NAME, PROGRAM
 from .registry import units
 from .verbs import STATE, Verb, choices_of, nouns, with_default_verb
@@ -101,9 +100,8 @@ _OTHERS = {("key", "key"): _keys, ("run", "file"): _scenarios, ("demo", "chapter
            ("snapshot", "file"): lambda: [FILES], ("run", "junit"): lambda: [FILES]}
 
 
-def complete(words, others):
-    """What the last of the words can be; `others` are the commands that are not the package's own."""
-    parser = Commands().with_do().parser
+def complete(parser, words, others):
+    """What the last of the words can be; `others` are the commands that are not those of the parser."""
     *before, last = words
     if not before:
         return sorted(word for word in {*_subparsers(parser).choices, *others} if word.startswith(last))

@@ -13,6 +13,7 @@ import pytest
 
 from tests.virtual_unit.in_process import command
 from virtual_unit import DIE_AFTER, PATIENCE, VirtualUnit
+from virtual_unit.__main__ import Commands
 from virtual_unit.complete import FILES, complete
 from virtual_unit.registry import NoUnit, announce, choose, units
 from virtual_unit.verbs import nouns
@@ -236,19 +237,24 @@ _SHELLS = {
 }
 
 
+def offered_for(words, others):
+    """What the command line would offer."""
+    return complete(Commands().with_do().parser, words, others)
+
+
 @pytest.mark.parametrize("words, offered", _CASES, ids=[" ".join(words) for words, _ in _CASES])
 def test_what_can_come_next(home, words, offered):
     """From the same declaration that is served and parsed."""
     with _running(home) if "--unit" in words else contextlib.nullcontext():
-        found = [word for word in complete(words, ["coverage", "up"]) if word != FILES]
+        found = [word for word in offered_for(words, ["coverage", "up"]) if word != FILES]
         assert found == offered
 
 
 def test_files_are_left_to_the_shell():
     """Where one is meant."""
     for words in (["snapshot", "save", ""], ["run", "--junit", ""], ["do", "unit", "save", ""], ["build", ""]):
-        assert complete(words, ["build"]) == [FILES]
-    assert complete(["run", ""], [])[-1] == FILES
+        assert offered_for(words, ["build"]) == [FILES]
+    assert offered_for(["run", ""], [])[-1] == FILES
 
 
 @pytest.mark.parametrize("shell", _SHELLS)
