@@ -228,10 +228,11 @@ void FindMarkers(const Patient& patient, Findings& findings)
     }
     else
     {
-        findings.push_back({"markers", Verdict::Wrong, "left: " + Some(markers.paths) + more,
-                            "a recording was broken off, by a crash or a pulled card; it may be damaged, and its job "
-                            "may have its size wrong",
-                            "controllerctl recover lists it, and mends it with --apply; look at the film"});
+        findings.push_back(
+            {"markers", Verdict::Wrong, "left: " + Some(markers.paths) + more,
+             "a recording was broken off, by a crash or a pulled card; it may be damaged, and its job "
+             "may have its size wrong",
+             "controllerctl recover lists it, and mends with --apply what needs nobody to judge; look at the film"});
     }
     const std::vector<string> items = ItemsWithoutFile(patient, markers.paths);
     if (items.empty())

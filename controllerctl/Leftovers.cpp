@@ -137,31 +137,49 @@ bool IsMounted(const string& folder)
            StorageDaemonDbusHandler::GetMounted(device, mounted) >= 0 && mounted;
 }
 
-/// Adds the files that may have been announced to the jobs manager under a number that no file has.
+/// Whether a stem is a number, which an int holds; there may be other ways of numbering.
+bool IsNumber(const string& stem)
+{
+    constexpr size_t longest = 9;
+    return !stem.empty() && stem.size() <= longest && stem.find_first_not_of("0123456789") == string::npos;
+}
+
+/// Adds the files that may have been announced to the jobs manager under a number that no file has: before its next
+/// one, or right behind one that a file has, where somebody has numbered by hand.
 void AddMissing(const Job& job, Candidates& candidates)
 {
     const string& next = job.nextStem;
-    constexpr size_t longest = 9; // what an int holds
-    if (next.empty() || next.size() > longest || next.find_first_not_of("0123456789") != string::npos)
+    if (!IsNumber(next))
     {
-        return; // another way of numbering
+        return;
     }
-    std::set<string> taken;
+    std::set<int> taken;
     for (const auto& candidate : candidates)
     {
-        taken.insert(fs::path(candidate.first).filename().string().substr(0, next.size()));
+        const string stem = fs::path(candidate.first).filename().string().substr(0, next.size());
+        if (IsNumber(stem))
+        {
+            taken.insert(std::stoi(stem));
+        }
     }
+    std::set<int> missing;
     const int end = std::stoi(next);
     for (int number = std::max(1, end - numbersAsked); number < end; ++number)
     {
+        missing.insert(number);
+    }
+    std::for_each(taken.begin(), taken.end(), [&](int number) { missing.insert(number + 1); });
+    for (const int number : missing)
+    {
         const string digits = std::to_string(number);
+        if (taken.contains(number) || digits.size() > next.size())
+        {
+            continue;
+        }
         const string stem = string(next.size() - digits.size(), '0') + digits;
         for (const std::string_view suffix : suffixes)
         {
-            if (!taken.contains(stem))
-            {
-                candidates[job.folder + "/" + stem + string(suffix)];
-            }
+            candidates[job.folder + "/" + stem + string(suffix)];
         }
     }
 }

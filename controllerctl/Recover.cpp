@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 namespace ControllerCtl
@@ -23,32 +24,43 @@ using std::string;
 struct Words
 {
     Kind kind;
-    const char* what;  ///< in JSON
-    const char* found; ///< what is the matter
+    std::optional<bool> inJob; ///< whether there is an item; nothing where the words are the same
+    const char* what;          ///< in JSON
+    const char* found;         ///< what is the matter
     const char* todo;
     const char* done; ///< null for what is not mended here
 };
 
 constexpr std::array allWords{
-    Words{Kind::Stopped, "stopped", "is not being recorded, but marked so",
+    Words{Kind::Stopped, std::nullopt, "stopped", "is not being recorded, but marked so",
           "its sizes are to be brought up to date, its marker to be removed",
           "its sizes have been brought up to date, its marker has been removed"},
-    Words{Kind::NeverRecorded, "neverRecorded", "was never recorded",
-          "its markers and its item in the job are to be removed", "its markers and its item in the job were removed"},
-    Words{Kind::FileMissing, "fileMissing", "is in the job, but there is no such file",
+    Words{Kind::NeverRecorded, true, "neverRecorded", "was never recorded",
+          "its item is to be taken out of the job, its markers to be removed",
+          "its item was taken out of the job, its markers were removed"},
+    Words{Kind::NeverRecorded, false, "neverRecorded", "was never recorded", "its markers are to be removed",
+          "its markers were removed"},
+    Words{Kind::FileMissing, std::nullopt, "fileMissing", "is in the job, but there is no such file",
           "for you: delete it in the job, unless somebody has moved the file", nullptr},
-    Words{Kind::BrokenOff, "brokenOff", "was broken off, and the video daemon left what may mend it",
+    Words{Kind::BrokenOff, true, "brokenOff", "was broken off, and the video daemon left what may mend it",
           "for you: see whether it plays; its markers stay", nullptr},
-    Words{Kind::FilmInNoJob, "filmInNoJob", "is in no job", "for you: keep a copy, or enter it into the job", nullptr},
-    Words{Kind::PictureInNoJob, "pictureInNoJob", "is in no job", "for you: keep a copy, or enter it into the job",
-          nullptr},
-    Words{Kind::OtherJob, "otherJob", "is not being recorded, but marked so, in a job that is not open",
+    Words{Kind::BrokenOff, false, "brokenOff",
+          "was broken off, the video daemon left what may mend it, and it is in no job",
+          "for you: see whether it plays, then enter it into the job; its markers stay", nullptr},
+    Words{Kind::FilmInNoJob, std::nullopt, "filmInNoJob", "is in no job",
+          "for you: keep a copy, or enter it into the job", nullptr},
+    Words{Kind::PictureInNoJob, std::nullopt, "pictureInNoJob", "is in no job",
+          "for you: keep a copy, or enter it into the job", nullptr},
+    Words{Kind::OtherJob, std::nullopt, "otherJob", "is not being recorded, but marked so, in a job that is not open",
           "for you: open that job and do this again", nullptr},
 };
 
-const Words& WordsOf(Kind kind)
+const Words& WordsOf(const Leftover& leftover)
 {
-    return *std::find_if(allWords.begin(), allWords.end(), [&](const Words& words) { return words.kind == kind; });
+    return *std::find_if(allWords.begin(), allWords.end(), [&](const Words& words) {
+        return words.kind == leftover.kind &&
+               words.inJob.value_or(!leftover.mediaId.empty()) != leftover.mediaId.empty();
+    });
 }
 
 /// What the jobs manager said to an order; empty when it did as it was told.
@@ -149,8 +161,10 @@ void AddLine(Answer& whole, const string& path, const string& line)
 
 void TellFound(Answer& whole, const Leftover& leftover, bool mended)
 {
-    const Words& words = WordsOf(leftover.kind);
-    whole.fields["found"].push_back({{"what", words.what}, {"path", leftover.path}, {"mended", mended}});
+    const Words& words = WordsOf(leftover);
+    const Json mediaId = leftover.mediaId.empty() ? Json() : Json(leftover.mediaId);
+    whole.fields["found"].push_back(
+        {{"what", words.what}, {"path", leftover.path}, {"mediaId", mediaId}, {"mended", mended}});
     AddLine(whole, leftover.path, mended ? words.done : string(words.found) + "; " + words.todo);
 }
 
@@ -178,7 +192,7 @@ Answer Recover(const Arguments& arguments)
     const std::vector<string> unsized = apply ? UpdateSizes(leftovers, whole) : std::vector<string>();
     for (const Leftover& leftover : leftovers.found)
     {
-        const bool mendable = apply && WordsOf(leftover.kind).done != nullptr;
+        const bool mendable = apply && WordsOf(leftover).done != nullptr;
         const string complaint = mendable ? Mend(leftover, unsized) : "";
         if (!complaint.empty())
         {

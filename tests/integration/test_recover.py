@@ -191,6 +191,36 @@ def test_what_the_video_daemon_has_left_to_mend_a_film_stays(unit):
     assert (found(told), told["sizes"]) == ({"0001.mp4": ("brokenOff", False)}, 1)
     assert left_over(unit) == paths.names
     assert unit.jobs.item_of(paths.media).size == os.path.getsize(paths.media)
+    assert run(unit, "recover").out == (
+        f"{paths.media}: was broken off, and the video daemon left what may mend it; for you: see whether it plays; its "
+        "markers stay\n")
+
+
+def test_a_film_that_was_broken_off_and_is_in_no_job(unit):
+    """Is told as both, and has no sizes to be brought up to date."""
+    paths = stop_unseen(unit)
+    unit.jobs.items.clear()
+    with open(paths.recovery, "wb") as file:
+        file.write(b"index")
+    assert run(unit, "recover --apply").out == (
+        f"{paths.media}: was broken off, the video daemon left what may mend it, and it is in no job; for you: see "
+        "whether it plays, then enter it into the job; its markers stay\n")
+    assert left_over(unit) == paths.names
+
+
+@pytest.mark.parametrize("has_item", [True, False])
+def test_of_a_start_that_was_cut_off_no_more_is_told_than_there_was(unit, has_item):
+    """Markers, with an item or without."""
+    paths = stop_unseen(unit)
+    os.remove(paths.media)
+    if not has_item:
+        unit.jobs.items.clear()
+    todo, done = ("its item is to be taken out of the job, its markers to be removed",
+                  "its item was taken out of the job, its markers were removed") if has_item else (
+                      "its markers are to be removed", "its markers were removed")
+    assert run(unit, "recover").out == f"{paths.media}: was never recorded; {todo}\n"
+    assert run(unit, "recover --apply").out == f"{paths.media}: {done}\n"
+    assert unit.jobs.items == {} and left_over(unit) == []
 
 
 @pytest.mark.parametrize("gone", ["film, its picture stays", "film that was closed", "film and markers", "picture"])
@@ -209,6 +239,22 @@ def test_an_item_whose_file_somebody_may_have_moved_stays(unit, gone):
     name = "0002.jpeg" if gone == "picture" else "0001.mp4"
     assert found(recover(unit, "--apply")) == {name: ("fileMissing", False)}
     assert left_over(unit) == before and len(unit.jobs.items) == (2 if gone == "picture" else 1)
+
+
+def test_an_item_behind_the_last_file_is_missed_too(unit):
+    """Whose number was given by hand; one far behind it is nobody's, and the ones before the next stay known."""
+    before, last, item = (os.path.join(unit.media, "job1", "media", name)
+                          for name in ("0001.jpeg", "0400.jpeg", "0401.jpeg"))
+    os.makedirs(os.path.dirname(last))
+    with open(last, "wb") as file:
+        file.write(b"picture")
+    for path in before, last, item:
+        unit.jobs.add_media(path, "snapshot", (), (0,) * 8)
+    for _ in range(2):
+        unit.jobs.new_media_path_components()
+    told = recover(unit)
+    assert found(told) == {"0001.jpeg": ("fileMissing", False), "0401.jpeg": ("fileMissing", False)}
+    assert [left["mediaId"] for left in told["found"]] == [unit.jobs.item_of(path).media_id for path in (before, item)]
 
 
 @pytest.mark.parametrize("away", ["unmounted", "no such device", "no such folder"])
