@@ -80,7 +80,7 @@ class Gps:
     """
 
     def __init__(self, build_dir, directory):
-        folder = os.path.abspath(os.path.join(build_dir, "virtual_unit", "preload"))
+        folder = os.path.join(build_dir, "virtual_unit", "preload")
         self._probe = os.path.join(folder, "libgpsd_probe.so")
         self._reader = os.path.join(folder, "gps_export")
         self._directory = directory

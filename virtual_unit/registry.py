@@ -81,8 +81,7 @@ def announce(unit, name=""):
             raise NoUnit(f"there is a unit named {name} already")
         free = (f"{_USUAL}{number}" if number > 1 else _USUAL for number in range(1, len(taken) + 2))
         unit.name = name or next(candidate for candidate in free if candidate not in taken)
-        facts = Running(unit.name, unit.directory, os.path.abspath(unit.build_dir), unit.session_address,
-                        unit.system_address)
+        facts = Running(unit.name, unit.directory, unit.build_dir, unit.session_address, unit.system_address)
         path = os.path.join(unit.directory, _MARK)
         mark = open(path + ".new", "w", encoding="utf-8")  # pylint: disable=consider-using-with
         fcntl.flock(mark, fcntl.LOCK_EX)

@@ -91,7 +91,7 @@ class VirtualUnit:
     def __init__(self, build_dir=None, daemon=True, environment=None, directory=None, siblings=ALL_SIBLINGS, bus=True,
                  bus_timeout=None, zones=None, name=""):
         self.name = name
-        self.build_dir = build_dir or os.environ.get("CCU_BUILD_DIR", "")
+        self.build_dir = os.path.abspath(build_dir or os.environ.get("CCU_BUILD_DIR", ""))
         self._with_daemon = daemon
         self._environment = dict(environment or {})
         self.gives_up_at_once = bus_timeout == AT_ONCE

@@ -39,6 +39,18 @@ def test_nothing_is_left(build_dir):
     assert not os.path.exists(directory)
 
 
+def test_the_build_folder_may_be_relative(build_dir, monkeypatch):
+    """To where the program was started, while the daemon works in the unit's own folder."""
+    monkeypatch.chdir(os.path.dirname(build_dir))
+    monkeypatch.setenv("CCU_BUILD_DIR", os.path.basename(build_dir))
+    with VirtualUnit() as unit:
+        monkeypatch.chdir("/")
+        unit.stop_daemon()
+        unit.start_daemon()
+        unit.client.call("Say", "s", "here")
+        assert unit.log.wait_for("here")  # which comes by a library of the build
+
+
 def test_nothing_is_left_after_an_exception(build_dir):
     with pytest.raises(KeyboardInterrupt) as raised, VirtualUnit(build_dir) as unit:
         pid, directory = unit.pid, unit.directory
