@@ -590,6 +590,20 @@ def test_a_panel_for_a_unit_that_runs(home, by_signal):
     assert os.listdir(home) == []
 
 
+def test_a_panel_that_is_killed_leaves_nothing_behind_its_unit(home):
+    """Not even a state that it has kept, which goes with the unit."""
+    with VirtualUnit(directory=home) as unit, announce(unit, "mine"):
+        command = [sys.executable, "-m", "virtual_unit", "panel", "--unit", "mine"]
+        with subprocess.Popen(command, cwd=_ROOT, stdout=subprocess.PIPE, text=True) as process:
+            panel = Panel(unit, process.stdout.readline().strip())
+            with Page(panel) as page:
+                assert page.give("keep")[0]
+                process.kill()
+                page.wait(lambda: page.closed_with)
+            panel.close()
+    assert os.listdir(home) == []
+
+
 def test_a_command_in_a_unit_knows_its_panel(home):
     """By its environment; standard output is the command's own."""
     del home

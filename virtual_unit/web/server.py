@@ -10,7 +10,6 @@ import secrets
 import signal
 import socket
 import sys
-import tempfile
 from dataclasses import dataclass
 
 from aiohttp import WSCloseCode, WSMsgType, web
@@ -59,7 +58,7 @@ class Server:
         self.ended = ended
         self._pages = set()
         self._sockets = set()
-        self._kept = None
+        self._kept_file = os.path.join(running.folder, f"panel-{os.getpid()}.unit")  # goes with the unit, at the latest
         zones_folder = os.path.join(running.build_dir, "zones")
         self._mirror = Mirror(running.session, zones_folder, self, self.ended.set)
         self._scenes = Scenes(running.folder, self._mirror.change)
@@ -94,8 +93,8 @@ class Server:
         await self._scenes.close()
         await self._runner.cleanup()
         self._mirror.close()
-        if self._kept is not None:
-            self._kept.cleanup()
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(self._kept_file)
 
     # Who may ask ------------------------------------------------------------------------------------------------------
 
@@ -285,13 +284,7 @@ class Server:
         text, good = result if isinstance(result, tuple) else (result, True)
         self._answer(page, number, good, text)
 
-    @property
-    def _kept_file(self):
-        return os.path.join(self._kept.name, "kept.unit")
-
     async def _keep(self, _words):
-        if self._kept is None:
-            self._kept = tempfile.TemporaryDirectory(prefix="ccu-panel-")  # pylint: disable=consider-using-with
         await self._mirror.do(["unit", "save", self._kept_file])
         self._mirror.change("panel", {"Kept": True})
         return "the unit's state is kept"
