@@ -11,6 +11,7 @@ import threading
 from gi.repository import GLib
 
 from virtual_unit.faults import CallLog, Faults
+from virtual_unit.happenings import Teller
 from virtual_unit.hardware import Hardware
 from virtual_unit.jobs import Jobs
 from virtual_unit.loop import on_loop, shared_loop
@@ -20,26 +21,27 @@ from virtual_unit.storage import Storage
 from virtual_unit.sync import Sync
 from virtual_unit.video import Video
 
-_MEDIA = "/media"
 _NOUNS = ("", "storage", "recording", "playback", "camera", "reel", "power", "cooling", "sibling", "fault", "settings",
           "job", "sync")
 #: Milliseconds between two looks at what is mounted.
 _LOOK = 200
-
-
-def _mounted():
-    """Devices that are mounted below /media and not pulled out: their folders' names, with the folders."""
-    found = {"internal": f"{_MEDIA}/internal"}
-    with open("/proc/self/mounts", encoding="utf-8") as file:
-        for line in file:
-            device, folder = line.split()[:2]
-            if os.path.dirname(folder) == _MEDIA and os.path.exists(device):
-                found[os.path.basename(folder)] = folder
-    return found
+#: What the camera takes: nobody looks at its pictures.
+_PICTURE = b"\xff\xd8\xff\xd9"
 
 
 class MountedStorage(Storage):
     """The storage daemon of the folders below /media: what is mounted there comes and goes by itself."""
+
+    def _mounted(self):
+        """Devices that are mounted there and not pulled out: their folders' names, with the folders."""
+        internal = self.usual_mount_point("internal")
+        found = {"internal": internal}
+        with open("/proc/self/mounts", encoding="utf-8") as file:
+            for line in file:
+                device, folder = line.split()[:2]
+                if os.path.dirname(folder) == os.path.dirname(internal) and os.path.exists(device):
+                    found[os.path.basename(folder)] = folder
+        return found
 
     def follow_mounts(self):
         """From now on."""
@@ -47,7 +49,7 @@ class MountedStorage(Storage):
         GLib.timeout_add(_LOOK, self._follow_mounts)
 
     def _follow_mounts(self):
-        there = _mounted()
+        there = self._mounted()
         for device in set(self.devices()) - set(there):
             self.remove_device(device)
         for device in set(there) - set(self.devices()):
@@ -59,16 +61,18 @@ class Board:
     """What siblings and control object know of the unit that they belong to."""
 
     name = "machine"
-    directory = "/"
     system_address = "unix:path=/run/dbus/system_bus_socket"
     full_devices_file = "/dev/null"
     gives_up_at_once = False
     timedate = None
 
-    def __init__(self, address):
+    def __init__(self, address, directory):
+        self.directory = directory
         self.errors = []
         self.calls = CallLog()
         self.faults = Faults(self.calls)
+        self.happenings = Teller(self)
+        self.painter = self
         self.siblings = {}
         self.storage = self.jobs = None
         shared_loop().call(self._start, address)
@@ -86,6 +90,11 @@ class Board:
     def mount_point(self, device):
         """Where a device is mounted."""
         return self.storage.mount_point(device)
+
+    @staticmethod
+    def snapshot(_width, _height, _quality):
+        """The camera's picture."""
+        return _PICTURE
 
     def stir(self):
         """Nobody watches."""
@@ -112,9 +121,9 @@ class BoardSimulation(Simulation):
         return False
 
 
-def main():
-    """Serves until the bus goes."""
-    Board(os.environ["DBUS_SESSION_BUS_ADDRESS"])
+def main(directory="/"):
+    """Serves until it is ended, with media below a folder."""
+    Board(os.environ["DBUS_SESSION_BUS_ADDRESS"], directory)
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
         notify.connect(os.environ["NOTIFY_SOCKET"])
         notify.send(b"READY=1")
@@ -122,4 +131,4 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(*sys.argv[1:]))

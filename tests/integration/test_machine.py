@@ -3,6 +3,7 @@
 import base64
 import json
 import os
+import select
 import shutil
 import socket
 import subprocess
@@ -14,6 +15,8 @@ import pytest
 from machine import __main__ as commands
 from machine import acceptance, qemu, sockets
 from machine.acceptance.case import Case
+from virtual_unit import PATIENCE
+from virtual_unit.bus import PrivateBus
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -165,6 +168,59 @@ def test_what_fails_fails_the_command_and_not_the_others(monkeypatch, capsys, fu
     assert status == 1 and table[-1] == "1 passed, 1 failed"
     assert [line[20:] for line in table[1:-3]] == seen and " FAIL " in table[1] and " pass " in table[-3]
     assert "Traceback" in told and "(the machine does not answer)" in told
+
+
+# The siblings in it ---------------------------------------------------------------------------------------------------
+
+
+@pytest.fixture(name="board")
+def _board(tmp_path):
+    """The environment of programs on the bus of the machine's siblings, whose media are below a folder."""
+    bus = PrivateBus(str(tmp_path), "session")
+    try:
+        bus.wait_ready()
+        environment = {**os.environ, "PYTHONPATH": ROOT, "DBUS_SESSION_BUS_ADDRESS": bus.address,
+                       "NOTIFY_SOCKET": str(tmp_path / "notify")}
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as notify:
+            notify.bind(environment["NOTIFY_SOCKET"])
+            command = [sys.executable, "-m", "machine.siblings", str(tmp_path)]
+            with subprocess.Popen(command, env=environment) as siblings:
+                end = os.pidfd_open(siblings.pid)
+                try:
+                    assert notify in select.select([notify, end], [], [], PATIENCE)[0], "they do not come up"
+                    yield environment
+                finally:
+                    os.close(end)
+                    siblings.kill()
+    finally:
+        bus.stop()
+
+
+def ask(environment, *words):
+    """The values of an answer on that bus."""
+    done = subprocess.run(["busctl", "--user", "--json=short", *words], env=environment, check=False, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    assert done.returncode == 0, done.stdout
+    return json.loads(done.stdout)["data"]
+
+
+def test_the_siblings_come_up_by_themselves(board, tmp_path):
+    """With internal storage alone, a job, and a camera; and their control object tells of the calls."""
+    names, = ask(board, "call", "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames")
+    assert {f"com.tavilon.common.{name}1" for name in (
+        "Settings", "StorageDaemon", "Video", "JobsManagerDaemon", "Halvex", "SyncDaemon", "VirtualUnit")} <= set(names)
+    assert list(ask(board, "get-property", *control("Storage"), "Devices")) == ["internal"]
+    picture = tmp_path / "media" / "internal" / "picture"
+    assert ask(board, "call", "com.tavilon.common.Video1", "/com/tavilon/common/Video1",
+               "com.tavilon.common.Video1.Control", "Snapshot", "suuu", str(picture), "640", "480", "80") == [0]
+    assert picture.stat().st_size > 0
+    assert [call[4] for call in ask(board, "call", *control(), "Calls")[0]] == ["Snapshot"]
+
+
+def control(noun=""):
+    """Name, path and interface of the control object or one of its nouns."""
+    name = "com.tavilon.common.VirtualUnit1"
+    return name, f"/{name.replace('.', '/')}/{noun.lower()}".rstrip("/"), f"{name}.{noun}".rstrip(".")
 
 
 # What is said to the machine ------------------------------------------------------------------------------------------
