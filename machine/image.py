@@ -13,6 +13,7 @@ import gzip
 import hashlib
 import io
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -254,8 +255,7 @@ class Image:
         """Puts the siblings and the packages into a machine, and starts the daemon."""
         put(machine, "/opt/machine", [os.path.relpath(path, ROOT) for name in _SIMULATION
                                       for path in glob.glob(os.path.join(ROOT, name))], ROOT)
-        put(machine, "/root/packages", [os.path.basename(path) for path in glob.glob(os.path.join(packages, "*.deb"))
-                                        if "-dev_" not in path and "-dbgsym_" not in path], packages)
+        put(machine, "/root/packages", of_a_unit(packages), packages)
         steps = ["python3 -m compileall -q /opt/machine",
                  "install -m 644 -D -t /etc/systemd/user /opt/machine/machine/siblings.service",
                  "systemctl --global -q enable siblings.service",
@@ -270,6 +270,12 @@ class Image:
             status, said, complaints = machine.run("sh", "-c", step, environment={"DEBIAN_FRONTEND": "noninteractive"})
             if status != 0:
                 raise Failure(f"{step}: status {status}\n{said}{complaints}")
+
+
+def of_a_unit(packages):
+    """The names of those files in a folder of packages that a unit has: not those for who builds or tests programs."""
+    return sorted(os.path.basename(path) for path in glob.glob(os.path.join(packages, "*.deb"))
+                  if not re.search("-dev_|-dbgsym_|-virtual-unit_", path))
 
 
 def make_stick(path, size=64 << 20):

@@ -1,11 +1,10 @@
 """The packages: installed, upgraded, downgraded, removed and purged by apt, and a service of another user."""
 
-import glob
 import os
 import re
 import tempfile
 
-from ..image import put
+from ..image import of_a_unit, put
 from .case import collector, host
 
 CASES = []
@@ -18,11 +17,9 @@ _ENABLE = ("loginctl enable-linger {0} && install -d -o {0} -g {0} /media/intern
 
 def _next_version(folder, target):
     """The packages of a folder as those of the version 99."""
-    for path in glob.glob(os.path.join(folder, "*.deb")):
-        if "-dev_" in path or "-dbgsym_" in path:
-            continue
+    for package in of_a_unit(folder):
         tree = os.path.join(target, "tree")
-        host("dpkg-deb", "--raw-extract", path, tree)
+        host("dpkg-deb", "--raw-extract", os.path.join(folder, package), tree)
         control = os.path.join(tree, "DEBIAN", "control")
         with open(control, encoding="utf-8") as file:
             text = file.read()
