@@ -1,6 +1,7 @@
 """The service: how it is shut in, and how it comes back."""
 
 import re
+import statistics
 import time
 
 from .case import collector
@@ -12,6 +13,19 @@ case = collector(CASES)
 _EXPOSURE = 2.0
 #: Seconds after which a daemon whose bus has gone is back, besides what starts take.
 _BACK = 5
+#: How often a start is timed; the middle one counts.
+_STARTS = 5
+#: How many times as long a start may take as that of a program that does nothing, and how much more of a processor; half
+#: of both are needed, and of the time most by the siblings, which are Python here.
+_TIMES = 10, 5
+#: Megabytes that are the daemon's own after a start.
+_OWN = 2
+#: A program that only says that it is ready, in the daemon's place.
+_BARE = b"""[Service]
+ExecStart=
+ExecStart=/usr/bin/systemd-notify --ready
+RemainAfterExit=yes
+"""
 
 
 def _process(unit):
@@ -52,6 +66,32 @@ def _(unit):
     _wait_again(unit, pid)
     assert int(unit.show("NRestarts")) == restarts + 1
     unit.see(f"answers again after {time.monotonic() - began:.0f} s, of which 2 are the service's pause")
+
+
+def _start(unit):
+    """What a start takes from the process to READY: milliseconds, and those of them on a processor."""
+    taken = []
+    for _ in range(_STARTS):
+        unit.sh("systemctl restart controllerd.service")
+        began, ready, busy = (int(unit.show(name)) for name in (
+            "ExecMainStartTimestampMonotonic", "ActiveEnterTimestampMonotonic", "CPUUsageNSec"))
+        taken.append(((ready - began) / 1e3, busy / 1e6))
+    return [statistics.median(column) for column in zip(*taken)]
+
+
+@case()
+def _(unit):
+    """start to READY, against a program that only says so"""
+    unit.wait_service()
+    process, whole = _process(unit), _start(unit)
+    unit.sh("d=/run/systemd/system/controllerd.service.d; mkdir -p $d; cat >$d/bare.conf; systemctl daemon-reload",
+            stdin=_BARE)
+    bare = _start(unit)
+    ratios = [long / short for long, short in zip(whole, bare)]
+    own, resident = (int(process[name].split()[0]) / 1024 for name in ("RssAnon", "VmRSS"))
+    unit.see(f"{ratios[0]:.1f} times as long, {ratios[1]:.1f} times as much of a processor, in the same sandbox")
+    unit.see(f"{resident:.1f} MB resident, {own:.1f} MB of that its own")
+    assert ratios[0] <= _TIMES[0] and ratios[1] <= _TIMES[1] and own <= _OWN
 
 
 def _last(unit, text):

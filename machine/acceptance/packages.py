@@ -4,7 +4,7 @@ import os
 import re
 import tempfile
 
-from ..image import of_a_unit, put
+from ..image import ROOT, of_a_unit, put
 from .case import collector, host
 
 CASES = []
@@ -13,6 +13,9 @@ case = collector(CASES)
 _APT = "DEBIAN_FRONTEND=noninteractive apt-get -y -qq --no-install-recommends"
 _ENABLE = ("loginctl enable-linger {0} && install -d -o {0} -g {0} /media/internal /media/card /mnt/ccu-data/logs && "
            "systemctl enable --now -q controllerd.service")
+
+#: Of Debian's own kind: programs that succeed where the packages are as they ought to be, and complain of nothing.
+_TESTS = os.path.join(ROOT, "packaging", "debian", "tests")
 
 
 def _next_version(folder, target):
@@ -82,3 +85,16 @@ def _(unit):
     assert unit.sh("readlink /etc/localtime").endswith("/CCU/Lisbon")
     assert unit.machine.run("test", "-d", "/run/user/1000")[0] != 0
     unit.see("the daemon and its bus are inspector's, polkit obeys him, nobody is number 1000")
+
+
+@case("base")
+def _(unit):
+    """tests of the Debian package"""
+    unit.prepare(enable=False)
+    put(unit.machine, "/root/tests", sorted(os.listdir(_TESTS)), _TESTS)
+    with open(os.path.join(_TESTS, "control"), encoding="utf-8") as file:
+        names = " ".join(re.findall(r"^Tests: (.*)$", file.read(), re.MULTILINE)).split()
+    for name in names:
+        status, said, complaints = unit.machine.run(f"/root/tests/{name}", seconds=1200)
+        assert (status, complaints) == (0, ""), f"{name}: status {status}: {said}{complaints}"
+    unit.see(f"debian/tests: {', '.join(names)}")
