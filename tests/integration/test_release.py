@@ -61,8 +61,9 @@ def test_a_tree_that_is_whole_can_be_released(repository):
     repository.git("tag", "v1.0.0")
     status, wrong, orders = repository.release()
     assert (status, wrong) == (0, [])
-    assert orders == [".ci/run", "./ccu package", "./ccu test arm64", "./ccu package --arch arm64", "./ccu test armhf",
-                      "./ccu package --arch armhf", "git tag --annotate v1.1.0 --message Release 1.1.0"]
+    assert orders == [".ci/run", "./ccu package", "packaging/check-reproducible", "./ccu test arm64",
+                      "./ccu package --arch arm64", "./ccu test armhf", "./ccu package --arch armhf",
+                      "git tag --annotate v1.1.0 --message Release 1.1.0"]
 
 
 @pytest.mark.parametrize("path, before, after, point", [
@@ -93,3 +94,18 @@ def test_a_version_that_was_there_is_not_released_again(repository, tag, point):
 def test_what_is_not_committed_is_not_released(repository):
     (repository.folder / "docs" / "new.md").touch()
     assert repository.release() == (1, ["all is committed: ?? docs/new.md"], [])
+
+
+@pytest.mark.parametrize("what, status, said", [
+    ("the very same", 0, ""), ("$PWD", 1, "some-dbgsym_1_all.deb {folder}/build/packages/some-dbgsym_1_all.deb differ")])
+def test_packages_of_another_folder_are_compared(repository, what, status, said):
+    """Those of this one with what is committed, by a build that puts one thing into all of them."""
+    (repository.folder / "ccu").write_text(
+        '#!/bin/sh\nmkdir -p build/packages\n'
+        f'for name in some some-dbgsym; do echo "{what}" >build/packages/$name"_1_all.deb"; done\n')
+    (repository.folder / ".gitignore").write_text("/build/\n")
+    repository.commit()
+    subprocess.run("./ccu", cwd=repository.folder, check=True)
+    done = subprocess.run([repository.folder / "packaging" / "check-reproducible"], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False, env={**os.environ, **GIT})
+    assert done.returncode == status and said.format(folder=repository.folder) in done.stdout
