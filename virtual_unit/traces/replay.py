@@ -5,21 +5,15 @@ does, and sends requests and signals when the daemon has done all that came befo
 daemon does in one order, the bus's.  What the trace tells of a virtual unit's devices and files happens again.
 """
 
-import calendar
 import contextlib
-import datetime
 import difflib
 import itertools
 import os
 import re
 import select
-import shutil
 import time
-from dataclasses import asdict, dataclass, field
 
-from jeepney import DBusAddress, HeaderFields, Message, MessageFlag, MessageType, new_method_call
-from jeepney.io.blocking import open_dbus_connection
-from jeepney.low_level import Endianness, Header
+from jeepney import HeaderFields, MessageFlag, MessageType
 
 from .. import archive
 from ..client import PATH as CONTROLLER_PATH, SERVICE as CONTROLLER
@@ -27,20 +21,19 @@ from ..declaration import PEER
 from ..patience import PATIENCE
 from ..syslog import SyslogReader
 from ..unit import AT_ONCE, SERVICES, VirtualUnit
-from .file import SESSION, SYSTEM, Captured, Unreadable
+from .bus import BUS, Bus
+from .compare import Difference, Outcome, mapped, same
+from .file import SESSION, SYSTEM, Captured
 from .guess import Guess
+from .happen import happen
 from .sequence import value_text
 from .story import OF_DAEMON, Kind, Step, happening
 
-_BUS = DBusAddress("/org/freedesktop/DBus", "org.freedesktop.DBus", "org.freedesktop.DBus")
 _TIMEDATED = "org.freedesktop.timedate1"
 #: Stands for the folder of the unit, in what is compared.
 _UNIT = "UNIT"
 #: What differs from run to run in texts: unique names, and screenshots, which are named by the time.
 _MASKS = ((re.compile(r":1\.\d+"), ":1.*"), (re.compile(r"screenshot_[^/]*\.png"), "screenshot_*.png"))
-#: What tells the time, which goes on between a message and the look at the clock.
-_TIMES = ("GetTime", "GetTimeSecs", "TimeChanged")
-_SECONDS = 3
 _QUIET_SECONDS = 0.05
 #: Questions to the bus, behind which it has told of a daemon that has ended.
 _FAREWELLS = 3
@@ -50,108 +43,8 @@ _LINES = "log line"
 _MOST = 200
 
 
-@dataclass(frozen=True)
-class Difference:
-    """Where the daemon did something else: `step` is the trace's, by its number, in whose place it was."""
-    kind: str
-    step: int
-    what: str
-    recorded: str = None
-    replayed: str = None
-
-
-@dataclass
-class Outcome:
-    """What a replay has come to."""
-    compared: dict
-    differences: list = field(default_factory=list)
-    recorded_seconds: float = 0
-    seconds: float = 0
-
-    @property
-    def same(self):
-        """True when the daemon did all that it did in the trace, and nothing else."""
-        return not self.differences
-
-    def as_json(self):
-        """The whole for programs."""
-        return {"ok": self.same, "compared": self.compared, "differences": [asdict(one) for one in self.differences],
-                "recorded_seconds": round(self.recorded_seconds, 3), "seconds": round(self.seconds, 3)}
-
-
 class _Enough(Exception):
     """The first difference was found."""
-
-
-def mapped(value, change):
-    """A body with its texts changed."""
-    if isinstance(value, str):
-        return change(value)
-    if isinstance(value, (list, tuple)):
-        return type(value)(mapped(item, change) for item in value)
-    if isinstance(value, dict):
-        return {mapped(key, change): mapped(item, change) for key, item in value.items()}
-    return value
-
-
-def _moment(name, values):
-    """Seconds of what tells the time."""
-    if name == "GetTimeSecs":
-        return values[0]
-    return calendar.timegm(datetime.datetime(*values[:6]).timetuple())
-
-
-def _same(name, recorded, replayed):
-    if recorded == replayed:
-        return True
-    if name not in _TIMES or len(recorded) != len(replayed) or recorded[-1] != replayed[-1]:
-        return False
-    try:
-        return abs(_moment(name, recorded) - _moment(name, replayed)) <= _SECONDS
-    except (TypeError, ValueError):
-        return False
-
-
-class _Bus:
-    """One connection, with the names of the siblings of its bus."""
-
-    def __init__(self, name, address):
-        self.name = name
-        self.connection = open_dbus_connection(address)
-        self.expected = []
-        self.pings = set()
-        self.requests = {}
-
-    def take(self, services):
-        """Takes the siblings' names, and listens to the controller."""
-        for service in services:
-            self.ask("RequestName", "su", (service, 0))  # or queues behind the one that is just closing its connection
-        if self.name == SESSION:
-            self.ask("AddMatch", "s", (f"type='signal',path_namespace='{CONTROLLER_PATH}'",))
-
-    def ask(self, member, signature=None, body=()):
-        """Asks the bus itself; what else comes meanwhile is lost."""
-        return self.connection.send_and_get_reply(new_method_call(_BUS, member, signature, body), timeout=PATIENCE).body
-
-    def send(self, kind, fields, signature, body, flags=MessageFlag(0)):
-        """Sends a message; returns its number."""
-        fields = {key: value for key, value in fields.items() if value is not None}
-        if signature:
-            fields[HeaderFields.signature] = signature
-        serial = next(self.connection.outgoing_serial)
-        header = Header(Endianness.little, kind, flags, 1, 0, serial, fields)
-        self.connection.send(Message(header, body), serial=serial)
-        return serial
-
-    def received(self):
-        """The messages that have come."""
-        parser = self.connection.parser
-        while select.select([self.connection.sock], [], [], 0)[0]:
-            chunk = self.connection.sock.recv(65536)
-            if not chunk:
-                raise ConnectionResetError("the bus has ended")
-            parser.add_data(chunk)
-        return list(iter(parser.get_next_message, None))
 
 
 class Replay:
@@ -211,7 +104,7 @@ class Replay:
             siblings = [one for one in unit.siblings.values() if (one.service == _TIMEDATED) == (name == SYSTEM)]
             for sibling in siblings:
                 sibling.die()
-            self._buses[name] = _Bus(name, address)
+            self._buses[name] = Bus(name, address)
             self._buses[name].expected = [step for step in story.steps if step.bus == name and step.kind in OF_DAEMON]
             self._buses[name].take([sibling.service for sibling in siblings])
         unit.simulation.die()
@@ -281,7 +174,7 @@ class Replay:
             self._ping(self._unit.client.connections_of(self._unit.pid))
         if not (self._unit.daemon_alive or self._hangs):
             for _ in range(_FAREWELLS):
-                self._ping([_BUS.bus_name])
+                self._ping([BUS.bus_name])
 
     def _ping(self, connections):
         """Waits until each has answered, or the bus for what has gone."""
@@ -334,7 +227,7 @@ class Replay:
     def _fits(self, step, content):
         """Whether that is the step, whatever time it tells."""
         recorded = self._content(step.kind, step.captured, step.question)
-        return recorded[:-1] == content[:-1] and _same(step.name, recorded[-1], content[-1])
+        return recorded[:-1] == content[:-1] and same(step.name, recorded[-1], content[-1])
 
     def _observe(self, bus, kind, one, question=None):
         self._compare_log()
@@ -433,7 +326,11 @@ class Replay:
                 HeaderFields.path: one.path, HeaderFields.interface: one.interface, HeaderFields.member: one.member,
             }, one.signature, mapped(one.body, self._here))
         elif step.kind is Kind.HAPPENING:
-            self._happen(*happening(step))
+            what, arguments, content = happening(step)
+            if what == "clock":
+                self._clock_offset = arguments[0]
+            else:
+                happen(self._unit, self._places, what, arguments, content)
         elif step.kind is Kind.START:
             self._start()
         elif self._unit.daemon_alive:
@@ -453,31 +350,6 @@ class Replay:
         deadline = time.monotonic() + PATIENCE
         while not self._unit.ready and self._unit.daemon_alive and time.monotonic() < deadline:
             self._pump(lambda: self._unit.ready, _QUIET_SECONDS)
-
-    def _happen(self, what, arguments, content):
-        unit = self._unit
-        if what == "clock":
-            self._clock_offset = arguments[0]
-        elif what == "gps":
-            unit.gps.say_again(*arguments)
-        elif what == "keypad" and arguments[0] in _KEYPAD:
-            getattr(unit.keypad, arguments[0])(*arguments[1:])
-        elif what == "write" or what in _FILES:
-            self._change_file(what, arguments, content)
-
-    def _change_file(self, what, arguments, content):
-        paths = [os.path.join(self._unit.directory, part) for part in arguments if isinstance(part, str)]
-        if any(not os.path.normpath(path).startswith(self._unit.directory + "/") for path in paths):
-            raise Unreadable(f"the trace has {arguments[0]}, which is no file of a unit")
-        if what == "write":
-            for there, here in self._places:
-                content = content.replace(there.encode(), here.encode())
-            os.makedirs(os.path.dirname(paths[0]), exist_ok=True)
-            with open(paths[0], "wb") as file:
-                file.write(content)
-        else:
-            with contextlib.suppress(OSError):  # as it may have failed when it was recorded
-                _FILES[what](*paths, *arguments[len(paths):])
 
     # The log ----------------------------------------------------------------------------------------------------------
 
@@ -541,8 +413,3 @@ class Replay:
         if step.kind is Kind.CALL:
             return f"call of {SERVICES.get(step.captured.destination)}: {text}"
         return f"signal {text}"
-
-
-_KEYPAD = ("key", "type", "plug", "unplug")
-_FILES = {"mkdir": lambda path: os.makedirs(path, exist_ok=True), "remove": os.unlink, "rmdir": os.rmdir,
-          "rename": os.rename, "truncate": os.truncate, "rmtree": shutil.rmtree}
