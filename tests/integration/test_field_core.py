@@ -6,13 +6,7 @@ import shutil
 
 import pytest
 
-from tests.integration.built_packages import ROOT, make_packages, run
-
-
-@pytest.fixture(scope="module", name="packages")
-def packages_fixture(tmp_path_factory):
-    """The packages of this build."""
-    return make_packages(tmp_path_factory.mktemp("packages"))
+from tests.integration.built_packages import ROOT, packages_fixture, run  # pylint: disable=unused-import
 
 
 @pytest.fixture(name="core")

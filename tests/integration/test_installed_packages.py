@@ -12,7 +12,8 @@ import tempfile
 import pytest
 import yaml
 
-from tests.integration.built_packages import LIBRARIES, ROOT, UNIT_FILE, make_packages, run
+from tests.integration.built_packages import (  # pylint: disable=unused-import
+    LIBRARIES, ROOT, UNIT_FILE, packages_fixture, run)
 from virtual_unit import VirtualUnit, namespaces
 
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
@@ -97,12 +98,6 @@ class ThrowAwayRoot:
                 if not library.startswith(self.folder) and not self.has(library[1:]):
                     os.makedirs(os.path.dirname(self.at(library[1:])), exist_ok=True)
                     shutil.copy(library, self.at(library[1:]))
-
-
-@pytest.fixture(scope="module", name="packages")
-def packages_fixture(tmp_path_factory):
-    """The packages of this build."""
-    return make_packages(tmp_path_factory.mktemp("packages"))
 
 
 @pytest.fixture(scope="module", name="machine")

@@ -10,16 +10,11 @@ import tempfile
 
 import pytest
 
-from tests.integration.built_packages import BUILD, LIBRARIES, ROOT, UNIT_FILE, VERSION, make_packages, run, text_of
+from tests.integration.built_packages import (  # pylint: disable=unused-import
+    BUILD, LIBRARIES, ROOT, UNIT_FILE, VERSION, make_packages, packages_fixture, run, text_of)
 from tests.integration.foreign_programs import OWN, assembled, make_foreign
 
 INTERFACE = "com.tavilon.common.Controller1"
-
-
-@pytest.fixture(scope="module", name="packages")
-def packages_fixture(tmp_path_factory):
-    """The packages of this build."""
-    return make_packages(tmp_path_factory.mktemp("packages"))
 
 
 # Contents -------------------------------------------------------------------------------------------------------------
