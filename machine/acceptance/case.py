@@ -62,7 +62,7 @@ class Unit:
     def boot_again(self):
         """Cuts the power and boots."""
         self.sh("sync")
-        self.machine.stop()
+        self.machine.cut()
         self.machine.start()
 
     def stop(self):

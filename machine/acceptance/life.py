@@ -15,8 +15,8 @@ _EXPOSURE = 2.0
 _BACK = 5
 #: How often a start is timed; the middle one counts.
 _STARTS = 5
-#: How many times as long a start may take as that of a program that does nothing, and how much more of a processor; half
-#: of both are needed, and of the time most by the siblings, which are Python here.
+#: How many times as long a start may take as that of a program that does nothing, and how many times as much of a
+#: processor: half of both are needed, most of the time by the siblings, which are Python here.
 _TIMES = 10, 5
 #: Megabytes that are the daemon's own after a start.
 _OWN = 2

@@ -118,3 +118,26 @@ def _(unit):
                     "| grep -c 'Simple mixer control' || true")
     assert stray == "0", f"{stray} lines of the mixer's"
     unit.see("none by systemd about the service, none of amixer's talk")
+
+
+def _complaints(unit):
+    """What the unit's user is told not to be well, with the service's groups."""
+    _, said, _ = unit.machine.run("setpriv", "--reuid", "ccu", "--regid", "ccu", "--groups", "audio,gpio,input,video",
+                                  "controllerctl", "doctor", "--timeout", "120")
+    assert " controller: controllerd, process " in said, said
+    return re.findall(r"^(?:missing|wrong) +([^:]+):", said, re.MULTILINE)
+
+
+@case()
+def _(unit):
+    """what controllerctl doctor finds"""
+    unit.wait_service()
+    unit.plug_stick()
+    assert (found := _complaints(unit)) == ["gpsd"], found
+    unit.see("a unit to which only gpsd is missing")
+    unit.sh(f"umount /media/card && mount /dev/sda /media/card && chgrp root /dev/gpiochip4 && mv {_RULE} /root && "
+            "systemctl restart polkit.service")
+    unit.wait_device("card")
+    found = _complaints(unit)
+    assert found == ["storage card", "FAT storage", "polkit", "gpiochip", "gpsd"], found
+    unit.see("a stick of root's, the chip in another group, and polkit's rule away: each of them")
