@@ -120,6 +120,7 @@ def _(unit):
 def _boot_with_siblings(unit, drop_in):
     unit.sh("d=/etc/systemd/user/siblings.service.d; mkdir -p $d; cat >$d/test.conf", stdin=drop_in.encode())
     unit.boot_again()
+    unit.sh("test -s /etc/systemd/user/siblings.service.d/test.conf")
 
 
 def _starts(unit):
