@@ -102,8 +102,10 @@ def packaging_fixture(tmp_path):
     programs.mkdir()
     (programs / "mmdebstrap").write_text(
         f'#!/bin/sh\necho "$*" >>{tmp_path}/made\n'
-        f'mkdir {tmp_path}/root\n[ ! -e {tmp_path}/broken ]\n')
-    (programs / "mmdebstrap").chmod(0o755)
+        f'mkdir {tmp_path}/root\n[ ! -e {tmp_path}/broken ] && [ "$alone" = --mount ]\n')
+    (programs / "unshare").write_text('#!/bin/sh\nexport alone=$1\nshift\nexec "$@"\n')  # only root may do it
+    for name in ("mmdebstrap", "unshare"):
+        (programs / name).chmod(0o755)
     return folder
 
 
