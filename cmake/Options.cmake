@@ -25,11 +25,13 @@ endif()
 
 # A sixth smaller than with CMake's own -O3, and no slower: docs/performance.md. The pixel loops are vectors by hand.
 # What a program does not use of its libraries is left out of it.
-# What a stack of a core needs, functions and lines, goes into packages of its own, and names no folder of this machine.
+# What a stack of a core needs, functions and lines, goes into packages of its own, and names no folder of this machine,
+# not even that of the build in the tree: of several maps the compiler takes the last that fits.
 foreach(language IN ITEMS C CXX)
     string(REPLACE "-O3" "-O2" CMAKE_${language}_FLAGS_RELEASE "${CMAKE_${language}_FLAGS_RELEASE} -g1")
 endforeach()
-target_compile_options(ccu_options INTERFACE $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
+target_compile_options(ccu_options INTERFACE
+    $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.;-ffile-prefix-map=${PROJECT_BINARY_DIR}=.>)
 target_link_options(ccu_options INTERFACE $<$<CONFIG:Release>:-Wl,--build-id=sha1>)
 target_compile_options(ccu_options INTERFACE $<$<CONFIG:Release>:-ffunction-sections;-fdata-sections>)
 target_link_options(ccu_options INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)

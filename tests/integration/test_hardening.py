@@ -58,6 +58,15 @@ def test_the_c_librarys_checking_functions_are_called(name, function):
     assert f"__{function}_chk" in functions and function not in functions
 
 
+@pytest.mark.parametrize("name", BUILT)
+def test_no_folder_of_the_build_is_named(name):
+    """Neither the tree's nor that of what was built, so that both may be anywhere and the packages are the same."""
+    folders = re.findall(r"DW_AT_comp_dir.*: (.*)$", readelf(name, "--debug-dump=info", "--dwarf-depth=1"), re.MULTILINE)
+    assert set(folders) == {"."}
+    with open(os.path.join(BUILD, name), "rb") as file:
+        assert ROOT.encode() not in file.read()
+
+
 @pytest.mark.parametrize("flag", ["-fstack-clash-protection", "-Werror=format-security"])
 def test_what_leaves_no_mark_in_a_file_is_asked_for(flag):
     """As the compiler was called."""
