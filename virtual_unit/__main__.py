@@ -6,6 +6,9 @@ import sys
 
 from .program import NAME, PROGRAM
 
+#: What the unit's package only recommends, by the modules that some commands need.
+_RECOMMENDED = {"aiohttp": "python3-aiohttp", "dpkt": "python3-dpkt", "jeepney": "python3-jeepney"}
+
 
 def _up(arguments):
     from .up import up  # pylint: disable=import-outside-toplevel
@@ -185,7 +188,13 @@ def main(words):
     if parsed.name == "exec" and not command:
         commands.parser.error("exec: no command after --")
     parsed.command = command
-    return parsed.run(parsed)
+    try:
+        return parsed.run(parsed)
+    except ModuleNotFoundError as missing:
+        if missing.name not in _RECOMMENDED:
+            raise
+        print(f"{NAME}: {parsed.name} needs the package {_RECOMMENDED[missing.name]}", file=sys.stderr)
+        return 1
 
 
 if __name__ == "__main__":

@@ -114,6 +114,8 @@ class Gps:
         if self.running:
             return
         self.stop()
+        if not os.path.exists(_GPSD):
+            raise FileNotFoundError("GPS needs the package gpsd")
         for path in (self._probe, self._reader):
             if not os.path.exists(path):
                 raise FileNotFoundError(f"{path} has not been built")

@@ -13,6 +13,7 @@ from .ending import Ending
 from .panel import Panel, Screen
 from .registry import NoUnit, announce, choose
 from .unit import VirtualUnit
+from .web import NoPanel
 
 #: The variable that has the panel's address.
 _PANEL = "CCU_PANEL"
@@ -91,7 +92,11 @@ def up(command, build_dir=None, name="", panel_port=None):
     try:
         with VirtualUnit(build_dir) as unit, announce(unit, name):
             panel = _panel_of(unit, panel_port)
-            return _run(unit, ending, panel, command) if command else _serve(unit, ending, panel)
+            try:
+                return _run(unit, ending, panel, command) if command else _serve(unit, ending, panel)
+            except NoPanel as failure:
+                print(failure, file=sys.stderr)
+                return 1
     except (DaemonFailure, NoUnit, OSError) as error:
         print("\n".join([str(error), *getattr(error, "__notes__", [])]), file=sys.stderr)
         return 1

@@ -45,6 +45,30 @@ def _ccu(*words, cwd=None, **environment):
     return done.returncode, done.stdout, done.stderr
 
 
+def _without(module, folder, *words):
+    """Runs a command where Python does not find a module; returns its status, output and errors."""
+    (folder / f"{module}.py").write_text(f"raise ModuleNotFoundError('No module', name='{module}')\n", "utf-8")
+    done = subprocess.run([sys.executable, "-m", "virtual_unit", *words], cwd=_ROOT, text=True, capture_output=True,
+                          check=False, env={**os.environ, "PYTHONPATH": str(folder)})
+    return done.returncode, done.stdout, done.stderr
+
+
+@pytest.mark.parametrize("words, module, package", [
+    (["record", "here.trace"], "dpkt", "python3-dpkt"), (["trace", "here.trace"], "jeepney", "python3-jeepney"),
+    (["replay", "here.trace"], "dpkt", "python3-dpkt"), (["panel"], "aiohttp", "python3-aiohttp")])
+def test_a_package_that_is_only_recommended_is_asked_for(tmp_path, words, module, package):
+    """By the commands that need it, where somebody has gone without."""
+    assert _without(module, tmp_path, *words) == (1, "", f"ccu: {words[0]} needs the package {package}\n")
+
+
+@pytest.mark.parametrize("command", [[], ["--", "true"]])
+def test_a_unit_without_the_panel_that_was_wanted_ends(tmp_path, command):
+    """For the reason that the panel gives."""
+    status, printed, said = _without("aiohttp", tmp_path, "up", "--panel", *command)
+    assert (status, said) == (1, "ccu: panel needs the package python3-aiohttp\nthe panel has ended with status 1\n")
+    assert printed.count("export ") == len(printed.splitlines()) == (0 if command else 3)
+
+
 # Doing ----------------------------------------------------------------------------------------------------------------
 
 

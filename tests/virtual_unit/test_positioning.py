@@ -57,6 +57,13 @@ def test_a_time_that_gpsd_would_misunderstand_is_refused(gps, when):
         gps.fix_3d(1, 2, when)
 
 
+def test_gpsd_is_asked_for_where_it_is_missing(monkeypatch):
+    """The unit's package only recommends it."""
+    monkeypatch.setattr("virtual_unit.gps._GPSD", "/usr/sbin/no-gpsd")
+    with VirtualUnit(daemon=False) as unit, pytest.raises(FileNotFoundError, match="^GPS needs the package gpsd$"):
+        unit.gps.start()
+
+
 def test_a_sentence_has_its_checksum():
     assert sentence("GPGLL,5057.970,N,00146.110,E,142451,A") == "$GPGLL,5057.970,N,00146.110,E,142451,A*27\r\n"
 

@@ -6,6 +6,7 @@ import sys
 
 from ..loop import spawn
 from ..patience import PATIENCE
+from . import NoPanel
 from .scenes import ROOT_FOLDER
 
 
@@ -17,7 +18,7 @@ def beside(unit, port=0):
     try:
         address = process.stdout.readline().strip()
         if not address:
-            raise OSError(f"the panel has ended with status {process.wait(PATIENCE)}")
+            raise NoPanel(f"the panel has ended with status {process.wait(PATIENCE)}")
         yield address
     finally:
         process.terminate()
