@@ -143,6 +143,28 @@ def test_the_browser_is_for_its_own_tests_alone(tree):
     assert installed == ["browsers", "browsers", "common"]
 
 
+def test_the_packages_are_tried_in_a_root_of_their_own(tree):
+    """By root, as all that it is told, on request alone; how that comes out is how the command does."""
+    with open(tree.at("packaging", "packages.txt"), "w", encoding="utf-8") as file:
+        file.write("# The list\ncommon\n\n# Only for root\nroots\n\n# Only for browser\nbrowsers\n")
+    tree.stand_in("dpkg-query", "true")
+    for program in ("apt-get", "../packaging/make-packages", "../packaging/make-root"):
+        tree.stand_in(program, f'echo "{os.path.basename(program)} $*" >> {tree.orders}')
+    tree.stand_in("sudo", f'echo "root" >> {tree.orders}; exec "$@"')
+    os.makedirs(tree.at("tests", "root"))
+    with open(tree.at("tests", "root", "__main__.py"), "w", encoding="utf-8") as file:
+        file.write(f"import sys\nprint(sys.argv[1:], file=open({tree.orders!r}, 'a'))\nsys.exit(3)\n")
+    assert tree.run("ccu", "test", "root")[0] == 3
+    with open(tree.orders, encoding="utf-8") as file:
+        told = [line.rstrip().replace(tree.folder, "TREE") for line in file]
+    told = [line.removeprefix("") for line in told if line != "root"]
+    assert [line for line in told if "update" not in line] == [
+        "apt-get install -y -qq --no-install-recommends common",
+        "apt-get install -y -qq --no-install-recommends common roots",
+        "make-packages TREE/build/release TREE/build/roots/packages", "make-root plain TREE/build/roots/plain",
+        "['TREE/build/roots/plain', 'TREE/build/roots/packages']"]
+
+
 def test_a_trial_that_cannot_be_made_is_no_refusal(tree):
     """The tests would fail, and so does the command."""
     os.unlink(tree.at("virtual_unit"))
