@@ -70,6 +70,7 @@ def _(unit):
     assert unit.pid == pid
     unit.plug_stick()
     _record_again(unit)
+    assert unit.signals("CaptureError") == codes
 
 
 def _record_again(unit):

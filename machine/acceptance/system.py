@@ -114,7 +114,7 @@ def _(unit):
     unit.see(f"{len(lines)} lines of errors by the daemon, all of them an ordinary recording's")
     others = unit.sh("journalctl -b -p warning --no-pager -o cat -u controllerd.service _PID=1").splitlines()
     assert not others, "\n".join(others)
-    stray = unit.sh("journalctl -b --no-pager -o cat -u controllerd.service + SYSLOG_IDENTIFIER=amixer "
+    stray = unit.sh("journalctl -b --no-pager -o cat _SYSTEMD_UNIT=controllerd.service + SYSLOG_IDENTIFIER=amixer "
                     "| grep -c 'Simple mixer control' || true")
     assert stray == "0", f"{stray} lines of the mixer's"
     unit.see("none by systemd about the service, none of amixer's talk")
