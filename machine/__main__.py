@@ -2,6 +2,7 @@
 
 import argparse
 import contextlib
+import fcntl
 import os
 import select
 import shutil
@@ -157,8 +158,14 @@ class Commands:
             return 0
         if not cases.names:
             raise Misuse(f"no test has '{' '.join(self._arguments.rest)}' in its name (--list)")
-        packages = self._make()
-        return cases.run(self._image, packages)
+        os.makedirs(FOLDER, exist_ok=True)
+        with open(os.path.join(FOLDER, "test.lock"), "w", encoding="utf-8") as file:
+            try:
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except BlockingIOError as error:
+                raise Failure("its tests run already") from error
+            packages = self._make()
+            return cases.run(self._image, packages)
 
     def key(self):
         """Presses and releases a key."""

@@ -1,6 +1,7 @@
 """What of `ccu vm` needs no machine: its words, its refusals, its table, and what it says to the agent and to QEMU."""
 
 import base64
+import fcntl
 import json
 import os
 import select
@@ -87,6 +88,14 @@ def test_without_its_programs_it_says_what_is_missing(tmp_path, words):
     status, said = ccu_vm(*words, path=str(tmp_path))
     assert status == 1 and said.startswith("ccu vm: this machine lacks qemu-system-aarch64, qemu-img")
     assert not any(f" {name}," in said for name in have)
+
+
+def test_tests_do_not_share_a_machine(monkeypatch, tmp_path):
+    monkeypatch.setattr(commands, "FOLDER", str(tmp_path))
+    with open(tmp_path / "test.lock", "w", encoding="utf-8") as file:
+        fcntl.flock(file, fcntl.LOCK_EX)
+        with pytest.raises(commands.Failure, match="its tests run already"):
+            commands.Commands(commands.parse(["test", "mixer", "--packages", str(tmp_path)])).test()
 
 
 def test_who_talks_to_a_machine_that_is_not_there_is_told(tmp_path):
