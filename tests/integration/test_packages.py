@@ -123,6 +123,15 @@ def test_lintian_has_nothing_to_complain_of(packages):
     assert said.replace("readelf: Error: Unable to find program interpreter name\n", "") == ""
 
 
+def test_all_that_is_packed_is_built_for_it():
+    """By one order, `ccu package`'s and Debian's own."""
+    made = re.findall(r" -o (\S+)", run("ninja", "-C", BUILD, "-t", "commands", "packed"))
+    assert {"daemon/controllerd", "controllerctl/controllerctl", "controller_client/libcontroller-client.so.1.1.0",
+            "virtual_unit/preload/libplaces.so", "virtual_unit/preload/gps_export"} <= set(made)
+    for file in ("ccu", "packaging/debian/rules"):
+        assert "--target packed\n" in text_of(file), file
+
+
 @pytest.mark.parametrize("name", CONTENTS)
 def test_a_package_has_its_files(packages, name):
     """And no others, all of them root's."""
