@@ -61,7 +61,7 @@ def test_a_tree_that_is_whole_can_be_released(repository):
     repository.git("tag", "v1.0.0")
     status, wrong, orders = repository.release()
     assert (status, wrong) == (0, [])
-    assert orders == [".ci/run", "./ccu package", "packaging/check-reproducible", "./ccu test arm64",
+    assert orders == [".ci/run", "./ccu package", "packaging/check-reproducible", "./ccu test root", "./ccu test arm64",
                       "./ccu package --arch arm64", "./ccu test armhf", "./ccu package --arch armhf",
                       "git tag --annotate v1.1.0 --message Release 1.1.0"]
 

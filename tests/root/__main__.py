@@ -148,7 +148,7 @@ class Trial:
                 print(f"{os.path.getsize(path) / 1024:9.0f} KiB  {os.path.basename(path)}")
         print("\nA machine, by examples/client-tests/Containerfile\n")
         before = self._size()
-        text = re.sub(r"\\\n", "", re.sub("^#.*\n", "", _text_of("examples", "client-tests", "Containerfile")))
+        text = re.sub(r"\\\n", "", re.sub("(?m)^#.*\n", "", _text_of("examples", "client-tests", "Containerfile")))
         for line in text.splitlines():
             word, _, rest = line.partition(" ")
             row(re.sub(" +", " ", line), self._room.follow, word, rest, self._packages)
