@@ -102,6 +102,7 @@ class VirtualUnit:
         self._with_bus = bus
         self._siblings = {}
         self._settled = {}
+        self._listening = None, []  # of the daemon: its process and connections
         self._buses = {}
         self.zones_folder = os.path.abspath(zones or os.path.join(self.build_dir, "zones"))
         self.directory = None
@@ -441,9 +442,18 @@ class VirtualUnit:
         able = [name for name in self._emissions() if self._siblings[name].alive]
         if not set(names) <= set(able):
             names = able
-        connections = self.client.connections_of(self.pid)
+        connections = self._connections()
         for name in names or able[:1]:
             self._ping_all(self._siblings[name], connections, timeout)
+
+    def _connections(self):
+        """The daemon's; asked once when it is ready, since those that listen last as long as it does."""
+        if self._listening[0] != self.pid:
+            connections = self.client.connections_of(self.pid)
+            if not self.ready:
+                return connections
+            self._listening = self.pid, connections
+        return self._listening[1]
 
     @staticmethod
     def _ping_all(sibling, connections, timeout):
