@@ -7,7 +7,7 @@
 // The calls of libgpiod 1 that the controller makes, for a build with libgpiod 2, which has others: results are the
 // same.
 
-/// A line of a chip, requested or not; kept for the life of the process.
+/// A line of a chip, requested or not: one for all that look it up, for the life of the process.
 struct gpiod_line;
 
 [[nodiscard]] gpiod_chip* gpiod_chip_open_by_name(const char* name);

@@ -2,9 +2,10 @@
 
 #ifdef CCU_GPIOD_2
 
-#include <deque>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 struct gpiod_line
 {
@@ -34,9 +35,10 @@ gpiod_chip* gpiod_chip_open_by_name(const char* name) { return gpiod_chip_open((
 
 gpiod_line* gpiod_chip_get_line(gpiod_chip* chip, unsigned int offset)
 {
-    static std::deque<gpiod_line> lines;
+    static std::map<std::pair<gpiod_chip*, unsigned int>, gpiod_line> lines;
     const Handle<gpiod_line_info> info(gpiod_chip_get_line_info(chip, offset));
-    return info == nullptr ? nullptr : &lines.emplace_back(gpiod_line{chip, offset, nullptr});
+    return info == nullptr ? nullptr
+                           : &lines.try_emplace({chip, offset}, gpiod_line{chip, offset, nullptr}).first->second;
 }
 
 int gpiod_line_request_output(gpiod_line* line, const char* consumer, int value)
@@ -52,8 +54,13 @@ int gpiod_line_request_output(gpiod_line* line, const char* consumer, int value)
         return -1;
     }
     gpiod_request_config_set_consumer(request.get(), consumer);
-    line->request = gpiod_chip_request_lines(line->chip, request.get(), lines.get());
-    return line->request == nullptr ? -1 : 0;
+    gpiod_line_request* made = gpiod_chip_request_lines(line->chip, request.get(), lines.get());
+    if (made == nullptr)
+    {
+        return -1;
+    }
+    line->request = made;
+    return 0;
 }
 
 void gpiod_line_release(gpiod_line* line)

@@ -126,6 +126,26 @@ TEST_F(Gpiod2Test, OpensTheChipOfTheNameAndItsLines)
     EXPECT_EQ(gpiod_chip_get_line(&chip, lines), nullptr);
 }
 
+TEST_F(Gpiod2Test, GivesOneLineForAllThatLookItUp)
+{
+    gpiod_chip other;
+    gpiod_line* line = gpiod_chip_get_line(&chip, 5);
+    EXPECT_EQ(gpiod_chip_get_line(&chip, 5), line);
+    EXPECT_NE(gpiod_chip_get_line(&chip, 6), line);
+    EXPECT_NE(gpiod_chip_get_line(&other, 5), line);
+}
+
+TEST_F(Gpiod2Test, KeepsALineThatIsAskedForAgain)
+{
+    gpiod_line* line = gpiod_chip_get_line(&chip, 5);
+    ASSERT_EQ(gpiod_line_request_output(line, "controller", 1), 0);
+    busy = true; // by this very request
+    EXPECT_EQ(gpiod_line_request_output(gpiod_chip_get_line(&chip, 5), "controller", 0), -1);
+    EXPECT_EQ(gpiod_line_get_value(line), 1);
+    gpiod_line_release(line);
+    EXPECT_EQ(requested, 0);
+}
+
 TEST_F(Gpiod2Test, TakesALineAsAnOutputWithItsValue)
 {
     for (const int value : {0, 1})
