@@ -40,6 +40,13 @@ class Repository:
         assert before in text
         (self.folder / path).write_text(text.replace(before, after, 1), encoding="utf-8")
 
+    def stand_in(self, path):
+        """Puts a script in the place of what a release runs: it notes its call, and fails when it is $BROKEN."""
+        (self.folder / path).parent.mkdir(exist_ok=True)
+        (self.folder / path).write_text(f'#!/bin/sh\ncall="{path} $*"\necho "${{call% }}" >>{self.folder}.done\n'
+                                        '[ "${call% }" != "$BROKEN" ]\n')
+        (self.folder / path).chmod(0o755)
+
     def release(self):
         """The status of a trial, the points that are not met, and what would be done."""
         done = subprocess.run([self.folder / "ccu", "release", "--dry-run"], stdout=subprocess.PIPE,
@@ -64,6 +71,22 @@ def test_a_tree_that_is_whole_can_be_released(repository):
     assert orders == [".ci/run", "./ccu package", "packaging/check-reproducible", "./ccu test root", "./ccu test arm64",
                       "./ccu package --arch arm64", "./ccu test armhf", "./ccu package --arch armhf",
                       "git tag --annotate v1.1.0 --message Release 1.1.0"]
+
+
+@pytest.mark.parametrize("broken, done", [("", 7), ("ccu test armhf", 6), ("packaging/check-reproducible", 3)])
+def test_a_release_gets_its_name_when_all_else_is_done(repository, broken, done):
+    """Nothing is done after what fails."""
+    for path in (".ci/run", "ccu", "packaging/check-reproducible"):
+        repository.stand_in(path)
+    repository.commit()
+    orders = [".ci/run", "ccu package", "packaging/check-reproducible", "ccu test arm64", "ccu package --arch arm64",
+              "ccu test armhf", "ccu package --arch armhf"]
+    status = subprocess.run([repository.folder / "packaging" / "release"], stdout=subprocess.DEVNULL, check=False,
+                            env={**os.environ, **GIT, "BROKEN": broken}).returncode
+    with open(f"{repository.folder}.done", encoding="utf-8") as file:
+        assert file.read().splitlines() == orders[:done]
+    tags = subprocess.run(["git", "tag"], cwd=repository.folder, stdout=subprocess.PIPE, text=True, check=True).stdout
+    assert (status == 0, tags) == ((False, "") if broken else (True, "v1.1.0\n"))
 
 
 @pytest.mark.parametrize("path, before, after, point", [
