@@ -14,6 +14,7 @@ namespace
 
 using ControllerDaemon::ReadGpsFix;
 
+constexpr int plainFix = 1; // STATUS_FIX or, in later versions, STATUS_GPS
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 /// What gps_open and gps_read answer, and what they were asked.
@@ -21,7 +22,7 @@ struct Exported
 {
     int opened = 0;
     int read = sizeof(gps_data_t);
-    int status = STATUS_FIX;
+    int status = plainFix;
     int mode = MODE_3D;
     timespec time{1'767'225'600, 250'000'000};
     double latitude = 52.5;
