@@ -1,5 +1,6 @@
 """A terminal of some width, as a person has it: a session of tmux, whose screen is read."""
 
+import contextlib
 import os
 import shutil
 import subprocess
@@ -10,6 +11,7 @@ from virtual_unit import PATIENCE
 
 _POLL_SECONDS = 0.01
 _HEIGHT = 200
+_TRIES = 20
 
 
 class Terminal:
@@ -53,11 +55,21 @@ class Terminal:
         lines = self._tmux("capture-pane", "-p", *options).rstrip("\n").split("\n")
         return [line.rstrip() for line in lines]
 
-    def wait_for(self, condition):
+    def wait_for(self, condition, patience=PATIENCE):
         """Waits until the screen's lines are so; returns them."""
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + patience
         while not condition(lines := self.screen()):
             if time.monotonic() > deadline:
                 raise TimeoutError("\n".join(lines))
             time.sleep(_POLL_SECONDS)
         return lines
+
+    def complete(self, line, condition):
+        """Types a line into a shell and has it completed, until the screen's lines are so; returns them.  A completion
+        gives up soon, whatever keeps it, as a busy machine does: a person tries again."""
+        for _ in range(_TRIES - 1):
+            self.type(["C-u", line, "Tab"])
+            with contextlib.suppress(TimeoutError):
+                return self.wait_for(condition, PATIENCE / _TRIES)
+        self.type(["C-u", line, "Tab"])
+        return self.wait_for(condition, PATIENCE / _TRIES)

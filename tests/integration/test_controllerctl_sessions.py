@@ -82,13 +82,11 @@ def test_zsh_completes_with_descriptions(unit, width, tmp_path):
         f"PS1='> '; fpath=({COMPLETION} $fpath); autoload -U compinit; compinit -u -D; LISTMAX=0\n", encoding="utf-8")
     with Terminal(width, ["zsh", "-d", "-i"], {**variables(unit, True), "ZDOTDIR": str(tmp_path)}) as terminal:
         terminal.wait_for(lambda seen: seen[-1].startswith(">"))
-        terminal.type(["controllerctl dst ", "Tab"])
-        lines = terminal.wait_for(lambda seen: len(seen) > 2)
+        lines = terminal.complete("controllerctl dst ", lambda seen: len(seen) > 2)
         assert re.match(r"get +-- Print whether", lines[-2]) and re.match(r"set +-- Switch daylight", lines[-1])
-        terminal.type(["s", "Tab"])
-        terminal.wait_for(lambda seen: seen[-1].endswith("dst set") or "> controllerctl dst set" in seen)
-        terminal.type(["of", "Tab"])
-        terminal.wait_for(lambda seen: "> controllerctl dst set off" in seen)
+        terminal.complete("controllerctl dst s",
+                          lambda seen: seen[-1].endswith("dst set") or "> controllerctl dst set" in seen)
+        terminal.complete("controllerctl dst set of", lambda seen: "> controllerctl dst set off" in seen)
 
 
 @pytest.mark.parametrize("width", [80, 40])
@@ -100,11 +98,8 @@ def test_bash_completes(unit, width, tmp_path):
     command = ["bash", "--noprofile", "--rcfile", str(tmp_path / "rc"), "-i"]
     with Terminal(width, command, variables(unit, True)) as terminal:
         terminal.wait_for(lambda seen: seen[-1].startswith(">"))
-        terminal.type(["controllerctl sou", "Tab"])
-        terminal.wait_for(lambda seen: seen[-1] == "> controllerctl sound")
-        terminal.type(["p", "Tab"])
-        terminal.wait_for(lambda seen: seen[-1] == "> controllerctl sound play")
-        terminal.type(["b", "Tab"])
-        terminal.wait_for(lambda seen: seen[-1] == "> controllerctl sound play bell\\ two.wav")
-        terminal.type(["C-u", "controllerctl record start --kind=ph", "Tab"])
-        terminal.wait_for(lambda seen: seen[-1] == "> controllerctl record start --kind=photo-talk")
+        for typed, completed in (("sou", "sound"), ("sound p", "sound play"),
+                                 ("sound play b", "sound play bell\\ two.wav"),
+                                 ("record start --kind=ph", "record start --kind=photo-talk")):
+            terminal.complete(f"controllerctl {typed}",
+                              lambda seen, line=f"> controllerctl {completed}": seen[-1] == line)
