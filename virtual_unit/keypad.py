@@ -74,6 +74,13 @@ def _bits(codes):
     return sum(1 << code for code in codes).to_bytes(max(codes) // 64 * 8 + 8, "little")
 
 
+def _waiting(file, question):
+    """Number of bytes that wait for their reader, by the ioctl(2) that asks for it."""
+    count = array.array("i", [0])
+    fcntl.ioctl(file, question, count)
+    return count[0]
+
+
 class InputDevice:
     """One device, /dev/input/eventNUMBER, on a seat; plugged in by `InputDevices.add`."""
 
@@ -89,6 +96,7 @@ class InputDevice:
         self._path = f"{self._input}/event{number}"
         self._properties = _PROPERTIES[kind] + (("ID_SEAT=" + seat,) if seat != "seat0" else ())
         self._sequence = 0
+        self._announcement = None
         self._lock = threading.Lock()
 
     # Presence ---------------------------------------------------------------------------------------------------------
@@ -150,12 +158,12 @@ class InputDevice:
         body = "".join(f"{line}\0" for line in lines).encode()
         head = _MESSAGE.pack(b"libudev\0", b"\xfe\xed\xca\xfe", _MESSAGE.size, _MESSAGE.size, len(body),
                              _hash("input").to_bytes(4, "big"), 0, 0, 0)
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            for listener in glob.glob(f"{self._root}/event[0-9]*"):
-                try:
-                    sender.sendto(head + body, listener)
-                except ConnectionRefusedError:  # of a process that has ended
-                    os.unlink(listener)
+        self._announcement = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        for listener in glob.glob(f"{self._root}/event[0-9]*"):
+            try:
+                self._announcement.sendto(head + body, listener)
+            except ConnectionRefusedError:  # of a process that has ended
+                os.unlink(listener)
 
     # Events -----------------------------------------------------------------------------------------------------------
 
@@ -171,16 +179,19 @@ class InputDevice:
     @property
     def unread(self):
         """Number of events that nobody has read yet."""
-        count = array.array("i", [0])
         try:
             pipe = os.open(self.node, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
         except OSError:  # nobody has it open: there is nothing in it
             return 0
         try:
-            fcntl.ioctl(pipe, termios.FIONREAD, count)
+            return _waiting(pipe, termios.FIONREAD) // _EVENT.size
         finally:
             os.close(pipe)
-        return count[0] // _EVENT.size
+
+    @property
+    def unheard(self):
+        """True while somebody who listens has not heard yet that the device has come or gone."""
+        return self._announcement is not None and _waiting(self._announcement, termios.TIOCOUTQ) > 0
 
     def emit(self, *events, timeout=PATIENCE):
         """Events, each a type, code and value, all of this moment.  A device whose reader is too slow for it waits,
@@ -283,9 +294,10 @@ class InputDevices:
         return device
 
     def wait_read(self, timeout=PATIENCE):
-        """Waits until every event has been read by those who have the devices open."""
+        """Waits until every event has been read by those who have the devices open, and what comes and goes by those who
+        listen for it."""
         deadline = time.monotonic() + timeout
-        while any(device.unread for device in self._devices):
+        while any(device.unread or device.unheard for device in self._devices):
             if time.monotonic() > deadline:
                 raise TimeoutError(f"the events of the input devices were not read within {timeout} s")
             time.sleep(_POLL_SECONDS)

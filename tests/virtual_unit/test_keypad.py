@@ -4,6 +4,7 @@ import contextlib
 import os
 import pathlib
 import signal
+import socket
 import subprocess
 import threading
 import time
@@ -99,6 +100,24 @@ def test_a_keypad_is_pulled_out_and_plugged_in(devices, read):
         devices.keypad.press(_B)
         devices.keypad.release(_B)
         assert reader.lines(2) == [f"key {_B} 1", f"key {_B} 0"]
+
+
+def test_what_is_plugged_in_is_unread_until_its_reader_has_heard_of_it(devices):
+    """Whoever waits for what was typed also waits for what comes and goes: only then is there somebody to type for."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as listener:
+        listener.bind(f"{devices.directory}/event7")
+        devices.wait_read(0)
+        for step in (devices.keypad.unplug, devices.keypad.plug):
+            step()
+            with pytest.raises(TimeoutError):
+                devices.wait_read(0)
+        listener.recv(4096)
+        with pytest.raises(TimeoutError):
+            devices.wait_read(0)
+        listener.recv(4096)
+        devices.wait_read(0)
+        devices.keypad.unplug()
+    devices.wait_read(0)  # of who has ended nothing is left to read
 
 
 def test_a_unit_without_keypad(devices, read):
