@@ -19,9 +19,6 @@ using DbusHelper::CaptureRuntimeError;
 using libjobsdaemon::JobsManager;
 using Storaged::StorageDaemonDbusHandler;
 
-constexpr int32_t stateOff = 0;
-constexpr int32_t stateRecording = 1;
-
 bool IsInProgress(const Kind& kind)
 {
     int32_t state = stateOff;

@@ -16,6 +16,10 @@
 namespace ControllerDaemon::Recording
 {
 
+/// States of a recording, as the video daemon tells them.
+inline constexpr int32_t stateOff = 0;
+inline constexpr int32_t stateRecording = 1;
+
 /// What a kind asks of the other daemons: operations of the clients, whose results are explained there.
 struct Peers
 {

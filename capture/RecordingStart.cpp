@@ -19,7 +19,6 @@ using Halvexd::HalvexDaemonDbusHandler;
 using libjobsdaemon::JobsManager;
 using Storaged::StorageDaemonDbusHandler;
 
-constexpr int32_t stateOff = 0;
 /// The action whose power the hardware daemon is asked to judge.
 constexpr int32_t recordingAction = 0;
 

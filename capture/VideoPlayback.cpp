@@ -60,14 +60,14 @@ bool IsPlayable(const char* text, const std::string& filename)
 }
 
 /// The words of an order to the player in its lines.
-struct Words
+struct OrderWords
 {
     const char* order;
     const char* verb;
     const char* done;
 };
 
-PlaybackErrorCode Report(const Words& words, int32_t result)
+PlaybackErrorCode Report(const OrderWords& words, int32_t result)
 {
     if (result < 0)
     {

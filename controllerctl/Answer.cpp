@@ -10,7 +10,7 @@ namespace ControllerCtl
 namespace
 {
 
-using Kind = Controllerd::ControllerFailure::Kind;
+using FailureKind = Controllerd::ControllerFailure::Kind;
 
 struct Ending
 {
@@ -18,20 +18,20 @@ struct Ending
     const char* words;
 };
 
-Ending EndingOf(Kind kind)
+Ending EndingOf(FailureKind kind)
 {
     switch (kind)
     {
-    case Kind::Invalid:
+    case FailureKind::Invalid:
         return {ExitStatus::Usage, "an argument cannot be sent, texts and file names must be UTF-8"};
-    case Kind::Unreachable:
+    case FailureKind::Unreachable:
         return {ExitStatus::Unreachable, "the controller cannot be reached"};
-    case Kind::Silent:
+    case FailureKind::Silent:
         return {ExitStatus::TimeOut, "the controller did not answer"};
-    case Kind::Unreadable:
+    case FailureKind::Unreadable:
         return {ExitStatus::Refused, "the controller gave another answer than its interface has"};
-    case Kind::None:
-    case Kind::Refused:
+    case FailureKind::None:
+    case FailureKind::Refused:
         break;
     }
     return {ExitStatus::Refused, "refused"};

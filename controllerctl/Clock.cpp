@@ -39,7 +39,7 @@ Moment Instant(int64_t seconds)
     return fits ? Moment(static_cast<int32_t>(seconds)) : Moment();
 }
 
-std::string Text(const LocalDateTime& time)
+std::string DateAndTime(const LocalDateTime& time)
 {
     std::array<char, 80> text{};
     std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d", time.year, time.month, time.day, time.hour,
@@ -90,7 +90,7 @@ Answer ReadClock(bool local)
     {
         return Failed();
     }
-    return {.text = Text(time),
+    return {.text = DateAndTime(time),
             .fields = {{"year", time.year},
                        {"month", time.month},
                        {"day", time.day},

@@ -52,7 +52,7 @@ struct Slot
 };
 
 /// What stands behind one verb while the command line is read.
-struct Line
+struct VerbLine
 {
     const Verb* verb = nullptr;
     std::vector<std::unique_ptr<Slot>> slots; // their addresses are CLI11's
@@ -65,7 +65,7 @@ std::string Check(const Parameter& parameter, const std::string& text)
     const auto& choices = parameter.choices;
     if (!choices.empty() && std::find(choices.begin(), choices.end(), text) == choices.end())
     {
-        return "it must be one of " + CLI::detail::join(choices, ", ");
+        return "it must be one of " + Joined(choices, ", ");
     }
     return Parse(parameter.type, text) ? "" : std::string("it must be ") + Describe(parameter.type);
 }
@@ -80,7 +80,7 @@ std::string Described(const Parameter& parameter)
     return parameter.initial.is_null() ? text : text + " (default: " + Text(parameter.initial) + ")";
 }
 
-void AddParameter(Line& line, const Parameter& parameter)
+void AddParameter(VerbLine& line, const Parameter& parameter)
 {
     Slot& slot = *line.slots.emplace_back(std::make_unique<Slot>(Slot{.parameter = parameter}));
     if (parameter.type == Type::Flag)
@@ -107,7 +107,7 @@ Json ValueOf(const Slot& slot)
 
 std::string BareName(const std::string& name) { return name.substr(name.find_first_not_of('-')); }
 
-Arguments ArgumentsOf(const Line& line, bool json)
+Arguments ArgumentsOf(const VerbLine& line, bool json)
 {
     Arguments arguments = {{"json", json}};
     for (const auto& slot : line.slots)
@@ -140,9 +140,9 @@ void AddCommon(CLI::App& app, Common& given)
 /// Makes the commands of the verbs, groups first. Common options may stand behind any of them. A verb that none of the
 /// words names is not what is wanted: it stands in lists, but its options, which cost more than all the rest, are not
 /// made.
-std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, const std::set<std::string>& words, Common& given)
+std::vector<VerbLine> AddVerbs(CLI::App& root, const Verbs& verbs, const std::set<std::string>& words, Common& given)
 {
-    std::vector<Line> lines;
+    std::vector<VerbLine> lines;
     std::map<std::string, CLI::App*> groups;
     AddCommon(root, given);
     for (const Verb& verb : verbs)
@@ -155,7 +155,7 @@ std::vector<Line> AddVerbs(CLI::App& root, const Verbs& verbs, const std::set<st
             continue;
         }
         CLI::App* parent = blank == std::string::npos ? &root : groups.at(group);
-        Line line{&verb, {}, parent->add_subcommand(name, verb.about)};
+        VerbLine line{&verb, {}, parent->add_subcommand(name, verb.about)};
         line.app->group("Verbs");
         if (words.contains(name))
         {
@@ -256,7 +256,7 @@ std::string HelpOf(const CLI::App* app, const std::string& name, CLI::AppFormatM
     return Wrapped(formatter.make_help(app, name, mode), Width());
 }
 
-Answer Run(const Line& line, const Common& given)
+Answer Run(const VerbLine& line, const Common& given)
 {
     given.place.Choose();
     Answer answer = line.verb->run(ArgumentsOf(line, given.json));
@@ -289,7 +289,7 @@ int RunCommandLine(const Verbs& verbs, int count, char** words)
     root.formatter_fn(HelpOf);
     root.require_subcommand(1);
     root.failure_message(UsageMessage);
-    const std::vector<Line> lines = AddVerbs(root, verbs, {words, words + count}, given);
+    const std::vector<VerbLine> lines = AddVerbs(root, verbs, {words, words + count}, given);
     // Behind the others, so that those are known by then.
     root.set_version_flag("--version", "controllerctl " CONTROLLERCTL_VERSION,
                           "Print the versions of this program and of the controller");
@@ -310,7 +310,8 @@ int RunCommandLine(const Verbs& verbs, int count, char** words)
     {
         return Tell(Failed(ExitStatus::Usage, complaint), given.json);
     }
-    const auto chosen = std::find_if(lines.begin(), lines.end(), [](const Line& line) { return line.app->parsed(); });
+    const auto chosen =
+        std::find_if(lines.begin(), lines.end(), [](const VerbLine& line) { return line.app->parsed(); });
     return Tell(Run(*chosen, given), given.json);
 }
 

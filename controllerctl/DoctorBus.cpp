@@ -4,6 +4,7 @@
 #include "controllerctl/Inquiry.h"
 #include "controllerctl/Introspection.h"
 #include "controllerctl/UnitLook.h"
+#include "controllerctl/Values.h"
 #include "interfaces/ControllerEndpoint.h"
 
 #include <algorithm>
@@ -80,21 +81,21 @@ void FindController(Findings& findings, const Reply<std::tuple<uint32_t>>& pid, 
 }
 
 /// The text of an object's introspection.
-using Text = Reply<std::tuple<string>>;
+using IntrospectionReply = Reply<std::tuple<string>>;
 
-void Introspect(Inquiry& inquiry, const char* service, const char* path, Text& reply)
+void Introspect(Inquiry& inquiry, const char* service, const char* path, IntrospectionReply& reply)
 {
     inquiry.Call({service, path, "org.freedesktop.DBus.Introspectable"}, "Introspect", reply);
 }
 
-string Described(const Need& need, const string& found)
+string Described(const MemberNeed& need, const string& found)
 {
     const string name = string(need.interface).substr(string(need.interface).rfind('.') + 1) + "." + need.member;
     return found.empty() ? name + " is missing" : name + " is " + found;
 }
 
 /// What is not as the controller needs it; empty when it is.
-string Complaint(const Need& need, const Introspection& object)
+string Complaint(const MemberNeed& need, const Introspection& object)
 {
     const auto found = object.find({need.interface, need.member});
     if (found == object.end())
@@ -110,16 +111,6 @@ string Complaint(const Need& need, const Introspection& object)
     const string has = isMethod ? "(" + *in + ") -> " + out : out;
     const string wanted = isMethod ? "(" + string(need.in) + ") -> " + need.out : need.out;
     return has == wanted ? "" : Described(need, has + " instead of " + wanted);
-}
-
-string Joined(const std::vector<string>& texts)
-{
-    string joined;
-    for (const string& text : texts)
-    {
-        joined += (joined.empty() ? "" : "; ") + text;
-    }
-    return joined;
 }
 
 Finding Unheard(SiblingIndex sibling, const Hearing& hearing)
@@ -141,7 +132,7 @@ Finding Judged(SiblingIndex sibling, const std::vector<string>& complaints, size
     {
         return {check, Verdict::Ok, "it has what the controller uses: " + std::to_string(count) + " members"};
     }
-    return {check, Verdict::Wrong, Joined(complaints), "what the controller does by these members fails",
+    return {check, Verdict::Wrong, Joined(complaints, "; "), "what the controller does by these members fails",
             "install versions of controller and sibling that belong together"};
 }
 
@@ -153,7 +144,7 @@ class Examination
 
     void Ask()
     {
-        for (const Need& need : Needs())
+        for (const MemberNeed& need : Needs())
         {
             if (texts_.find({need.sibling, need.path}) == texts_.end())
             {
@@ -176,13 +167,13 @@ class Examination
     {
         std::vector<string> complaints;
         size_t count = 0;
-        for (const Need& need : Needs())
+        for (const MemberNeed& need : Needs())
         {
             if (need.sibling != sibling)
             {
                 continue;
             }
-            const Text& text = texts_.at({need.sibling, need.path});
+            const IntrospectionReply& text = texts_.at({need.sibling, need.path});
             if (text.heard == Heard::Absent || text.heard == Heard::Nothing)
             {
                 findings.push_back(Unheard(sibling, text));
@@ -190,7 +181,7 @@ class Examination
             }
             Compare(need, text, complaints, count);
         }
-        for (const Need& need : DeviceNeeds())
+        for (const MemberNeed& need : DeviceNeeds())
         {
             if (need.sibling == sibling && hasDevice_)
             {
@@ -201,7 +192,8 @@ class Examination
     }
 
   private:
-    static void Compare(const Need& need, const Text& text, std::vector<string>& complaints, size_t& count)
+    static void Compare(const MemberNeed& need, const IntrospectionReply& text, std::vector<string>& complaints,
+                        size_t& count)
     {
         const string complaint = Complaint(need, ParseIntrospection(std::get<0>(text.value)));
         ++count;
@@ -213,9 +205,9 @@ class Examination
 
     const Patience& patience_;
     Inquiry inquiry_;
-    Text device_; ///< of a storage device; they are all alike
+    IntrospectionReply device_; ///< of a storage device; they are all alike
     bool hasDevice_ = false;
-    std::map<std::pair<SiblingIndex, string>, Text> texts_;
+    std::map<std::pair<SiblingIndex, string>, IntrospectionReply> texts_;
 };
 
 } // namespace
@@ -289,7 +281,7 @@ void ExamineSettings(const Patient& patient, Findings& findings)
                             "it has what the controller reads: " + std::to_string(needs.size()) + " keys"});
         return;
     }
-    findings.push_back({"settings daemon", Verdict::Wrong, Joined(complaints), "the controller cannot start",
+    findings.push_back({"settings daemon", Verdict::Wrong, Joined(complaints, "; "), "the controller cannot start",
                         "install versions of controller and settings daemon that belong together"});
 }
 

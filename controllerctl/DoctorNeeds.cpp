@@ -7,32 +7,33 @@ namespace ControllerCtl
 namespace
 {
 
-constexpr Need Method(SiblingIndex sibling, const DbusHelper::Endpoint& object, const char* member, const char* in,
-                      const char* out)
+constexpr MemberNeed SiblingMethod(SiblingIndex sibling, const DbusHelper::Endpoint& object, const char* member,
+                                   const char* in, const char* out)
 {
     return {sibling, object.path, object.interface, member, in, out};
 }
 
-constexpr Need Property(SiblingIndex sibling, const DbusHelper::Endpoint& object, const char* member, const char* type)
+constexpr MemberNeed SiblingProperty(SiblingIndex sibling, const DbusHelper::Endpoint& object, const char* member,
+                                     const char* type)
 {
     return {sibling, object.path, object.interface, member, nullptr, type};
 }
 
-constexpr Need Order(const char* member, const char* in)
+constexpr MemberNeed VideoMethod(const char* member, const char* in)
 {
-    return Method(videoSibling, Videod::control, member, in, "i");
+    return SiblingMethod(videoSibling, Videod::control, member, in, "i");
 }
-constexpr Need Video(const char* member, const char* type)
+constexpr MemberNeed VideoProperty(const char* member, const char* type)
 {
-    return Property(videoSibling, Videod::control, member, type);
+    return SiblingProperty(videoSibling, Videod::control, member, type);
 }
-constexpr Need Job(const char* member, const char* in, const char* out)
+constexpr MemberNeed JobsMethod(const char* member, const char* in, const char* out)
 {
-    return Method(jobsSibling, libjobsdaemon::jobsDaemon, member, in, out);
+    return SiblingMethod(jobsSibling, libjobsdaemon::jobsDaemon, member, in, out);
 }
-constexpr Need Hardware(const DbusHelper::Endpoint& object, const char* member, const char* type)
+constexpr MemberNeed HardwareProperty(const DbusHelper::Endpoint& object, const char* member, const char* type)
 {
-    return Property(hardwareSibling, object, member, type);
+    return SiblingProperty(hardwareSibling, object, member, type);
 }
 
 constexpr DbusHelper::Endpoint storageObjects{Storaged::manager.service, Storaged::manager.path,
@@ -40,39 +41,39 @@ constexpr DbusHelper::Endpoint storageObjects{Storaged::manager.service, Storage
 
 // clang-format off
 constexpr std::array needs{
-    Order("StartRecording", "sssuuu"), Order("StopRecording", ""), Order("PauseRecording", ""),
-    Order("ResumeRecording", ""), Order("StartPhotoTalk", "sssuuu"), Order("StopPhotoTalk", ""),
-    Order("PausePhotoTalk", ""), Order("ResumePhotoTalk", ""), Order("StartAutoLog", "sssuuu"),
-    Order("StopAutoLog", ""), Order("PauseAutoLog", ""), Order("ResumeAutoLog", ""), Order("Snapshot", "suuu"),
-    Order("StartPlayback", "sd"), Order("StopPlayback", "b"), Order("PausePlayback", ""),
-    Order("ResumePlayback", ""), Order("SeekPlayback", "i"),
-    Video("RecordingState", "i"), Video("PhotoTalkState", "i"), Video("AutoLogState", "i"),
-    Video("PlaybackState", "i"), Video("RecordingFilename", "s"), Video("PhotoTalkFilename", "s"),
-    Video("AutoLogFilename", "s"), Video("PlaybackFilename", "s"), Video("PreviousRecordingFilename", "s"),
-    Video("PreviousPhotoTalkFilename", "s"), Video("PreviousAutoLogFilename", "s"), Video("PlaybackRate", "d"),
-    Video("AutoRotateCapable", "b"), Video("CameraRollAngleRaw", "i"), Video("TiltsenseCapable", "b"),
-    Video("CameraPitchAngle", "i"), Video("ActiveCaptures", "as"), Video("SystemMicMute", "b"),
-    Method(storageSibling, storageObjects, "GetManagedObjects", "", "a{oa{sa{sv}}}"),
-    Job("GetNewMediaPathComponents", "", "(iss)"), Job("AddSnapshotMedia", "ssbibibii", "i"),
-    Job("AddVideoMedia", "sssssbibibii", "i"), Job("AddAutologMedia", "sssssbibibii", "i"),
-    Job("AddPhotoTalkMedia", "sssssbibibii", "i"), Job("UpdateMediaFileSizes", "s", "i"),
-    Job("GetCurrentJobID", "", "s"), Job("GetCurrentJobDeviceID", "", "s"), Job("GetMediaID", "s", "(is)"),
-    Job("DeleteMediaItem", "sss", "i"),
-    Hardware(Halvexd::control, "RemoteIP", "s"), Hardware(Halvexd::control, "RemoteDBusAddress", "s"),
-    Method(hardwareSibling, Halvexd::control, "SetLedState", "uu", ""),
-    Method(hardwareSibling, Halvexd::control, "BeepBuzzer", "uuu", "b"),
-    Method(hardwareSibling, Halvexd::power, "GetPowerSufficientForAction", "i", "i"),
-    Hardware(Halvexd::camera, "Sonde", "b"), Hardware(Halvexd::reel, "Connected", "b"),
-    Hardware(Halvexd::distance, "Mode", "s"), Hardware(Halvexd::distance, "Absolute", "i"),
-    Hardware(Halvexd::distance, "Relative", "i"),
-    Property(syncSibling, Syncd::syncDaemon, "HasActiveSyncs", "b"),
+    VideoMethod("StartRecording", "sssuuu"), VideoMethod("StopRecording", ""), VideoMethod("PauseRecording", ""),
+    VideoMethod("ResumeRecording", ""), VideoMethod("StartPhotoTalk", "sssuuu"), VideoMethod("StopPhotoTalk", ""),
+    VideoMethod("PausePhotoTalk", ""), VideoMethod("ResumePhotoTalk", ""), VideoMethod("StartAutoLog", "sssuuu"),
+    VideoMethod("StopAutoLog", ""), VideoMethod("PauseAutoLog", ""), VideoMethod("ResumeAutoLog", ""), VideoMethod("Snapshot", "suuu"),
+    VideoMethod("StartPlayback", "sd"), VideoMethod("StopPlayback", "b"), VideoMethod("PausePlayback", ""),
+    VideoMethod("ResumePlayback", ""), VideoMethod("SeekPlayback", "i"),
+    VideoProperty("RecordingState", "i"), VideoProperty("PhotoTalkState", "i"), VideoProperty("AutoLogState", "i"),
+    VideoProperty("PlaybackState", "i"), VideoProperty("RecordingFilename", "s"), VideoProperty("PhotoTalkFilename", "s"),
+    VideoProperty("AutoLogFilename", "s"), VideoProperty("PlaybackFilename", "s"), VideoProperty("PreviousRecordingFilename", "s"),
+    VideoProperty("PreviousPhotoTalkFilename", "s"), VideoProperty("PreviousAutoLogFilename", "s"), VideoProperty("PlaybackRate", "d"),
+    VideoProperty("AutoRotateCapable", "b"), VideoProperty("CameraRollAngleRaw", "i"), VideoProperty("TiltsenseCapable", "b"),
+    VideoProperty("CameraPitchAngle", "i"), VideoProperty("ActiveCaptures", "as"), VideoProperty("SystemMicMute", "b"),
+    SiblingMethod(storageSibling, storageObjects, "GetManagedObjects", "", "a{oa{sa{sv}}}"),
+    JobsMethod("GetNewMediaPathComponents", "", "(iss)"), JobsMethod("AddSnapshotMedia", "ssbibibii", "i"),
+    JobsMethod("AddVideoMedia", "sssssbibibii", "i"), JobsMethod("AddAutologMedia", "sssssbibibii", "i"),
+    JobsMethod("AddPhotoTalkMedia", "sssssbibibii", "i"), JobsMethod("UpdateMediaFileSizes", "s", "i"),
+    JobsMethod("GetCurrentJobID", "", "s"), JobsMethod("GetCurrentJobDeviceID", "", "s"), JobsMethod("GetMediaID", "s", "(is)"),
+    JobsMethod("DeleteMediaItem", "sss", "i"),
+    HardwareProperty(Halvexd::control, "RemoteIP", "s"), HardwareProperty(Halvexd::control, "RemoteDBusAddress", "s"),
+    SiblingMethod(hardwareSibling, Halvexd::control, "SetLedState", "uu", ""),
+    SiblingMethod(hardwareSibling, Halvexd::control, "BeepBuzzer", "uuu", "b"),
+    SiblingMethod(hardwareSibling, Halvexd::power, "GetPowerSufficientForAction", "i", "i"),
+    HardwareProperty(Halvexd::camera, "Sonde", "b"), HardwareProperty(Halvexd::reel, "Connected", "b"),
+    HardwareProperty(Halvexd::distance, "Mode", "s"), HardwareProperty(Halvexd::distance, "Absolute", "i"),
+    HardwareProperty(Halvexd::distance, "Relative", "i"),
+    SiblingProperty(syncSibling, Syncd::syncDaemon, "HasActiveSyncs", "b"),
 };
 
 constexpr std::array deviceNeeds{
-    Need{storageSibling, nullptr, Storaged::deviceInterface, "MountPoint", nullptr, "s"},
-    Need{storageSibling, nullptr, Storaged::deviceInterface, "IsMounted", nullptr, "b"},
-    Need{storageSibling, nullptr, Storaged::deviceInterface, "ReadOnly", nullptr, "b"},
-    Need{storageSibling, nullptr, Storaged::deviceInterface, "StorageIsBelowMinimumLevel", nullptr, "b"},
+    MemberNeed{storageSibling, nullptr, Storaged::deviceInterface, "MountPoint", nullptr, "s"},
+    MemberNeed{storageSibling, nullptr, Storaged::deviceInterface, "IsMounted", nullptr, "b"},
+    MemberNeed{storageSibling, nullptr, Storaged::deviceInterface, "ReadOnly", nullptr, "b"},
+    MemberNeed{storageSibling, nullptr, Storaged::deviceInterface, "StorageIsBelowMinimumLevel", nullptr, "b"},
 };
 
 constexpr std::array settingNeeds{
@@ -86,8 +87,8 @@ constexpr std::array settingNeeds{
 
 } // namespace
 
-std::span<const Need> Needs() { return needs; }
-std::span<const Need> DeviceNeeds() { return deviceNeeds; }
+std::span<const MemberNeed> Needs() { return needs; }
+std::span<const MemberNeed> DeviceNeeds() { return deviceNeeds; }
 std::span<const SettingNeed> SettingNeeds() { return settingNeeds; }
 
 } // namespace ControllerCtl

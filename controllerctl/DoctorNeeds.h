@@ -8,7 +8,7 @@ namespace ControllerCtl
 {
 
 /// A member of a sibling that the controller uses.
-struct Need
+struct MemberNeed
 {
     SiblingIndex sibling;
     const char* path;
@@ -18,10 +18,10 @@ struct Need
     const char* out; ///< types of a method's answer
 };
 
-[[nodiscard]] std::span<const Need> Needs();
+[[nodiscard]] std::span<const MemberNeed> Needs();
 
 /// The members of the objects of storage devices, whose paths the storage daemon tells; their path is null.
-[[nodiscard]] std::span<const Need> DeviceNeeds();
+[[nodiscard]] std::span<const MemberNeed> DeviceNeeds();
 
 /// A setting that the controller reads at its start.
 struct SettingNeed

@@ -24,7 +24,7 @@ const char* WordOf(Verdict verdict)
     return words.at(static_cast<size_t>(verdict));
 }
 
-Tone ToneOf(Verdict verdict)
+Tone ToneOfVerdict(Verdict verdict)
 {
     constexpr std::array tones{Tone::Good, Tone::Warning, Tone::Bad};
     return tones.at(static_cast<size_t>(verdict));
@@ -90,7 +90,7 @@ string TextOf(const Findings& findings, bool color)
     for (const Finding& finding : findings)
     {
         const string word = WordOf(finding.verdict);
-        text += (text.empty() ? "" : "\n") + Painted(word, ToneOf(finding.verdict), color);
+        text += (text.empty() ? "" : "\n") + Painted(word, ToneOfVerdict(finding.verdict), color);
         text += string(width - word.size(), ' ') + finding.check + ": " + finding.found;
         const string indent = "\n" + string(width, ' ');
         text += finding.meaning.empty() ? "" : indent + "so: " + finding.meaning;
@@ -99,7 +99,7 @@ string TextOf(const Findings& findings, bool color)
     return text;
 }
 
-Json FieldsOf(const Findings& findings)
+Json FindingFields(const Findings& findings)
 {
     Json checks = Json::array();
     size_t bad = 0;
@@ -129,7 +129,7 @@ Answer Doctor(const Arguments& arguments)
     const Findings findings = Examine(arguments.at("timeout").get<double>());
     return {.status = Worst(findings),
             .text = TextOf(findings, WantsColor(arguments)),
-            .fields = FieldsOf(findings),
+            .fields = FindingFields(findings),
             .messages = {}};
 }
 

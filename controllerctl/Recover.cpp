@@ -21,7 +21,7 @@ using libjobsdaemon::JobsManager;
 using std::string;
 
 /// How a kind of leftover is told. What is not mended here is left to the operator, whose page says how.
-struct Words
+struct LeftoverWords
 {
     Kind kind;
     std::optional<bool> inJob; ///< whether there is an item; nothing where the words are the same
@@ -32,32 +32,33 @@ struct Words
 };
 
 constexpr std::array allWords{
-    Words{Kind::Stopped, std::nullopt, "stopped", "is not being recorded, but marked so",
-          "its sizes are to be brought up to date, its marker to be removed",
-          "its sizes have been brought up to date, its marker has been removed"},
-    Words{Kind::NeverRecorded, true, "neverRecorded", "was never recorded",
-          "its item is to be taken out of the job, its markers to be removed",
-          "its item was taken out of the job, its markers were removed"},
-    Words{Kind::NeverRecorded, false, "neverRecorded", "was never recorded", "its markers are to be removed",
-          "its markers were removed"},
-    Words{Kind::FileMissing, std::nullopt, "fileMissing", "is in the job, but there is no such file",
-          "for you: delete it in the job, unless somebody has moved the file", nullptr},
-    Words{Kind::BrokenOff, true, "brokenOff", "was broken off, and the video daemon left what may mend it",
-          "for you: see whether it plays; its markers stay", nullptr},
-    Words{Kind::BrokenOff, false, "brokenOff",
-          "was broken off, the video daemon left what may mend it, and it is in no job",
-          "for you: see whether it plays, then enter it into the job; its markers stay", nullptr},
-    Words{Kind::FilmInNoJob, std::nullopt, "filmInNoJob", "is in no job",
-          "for you: keep a copy, or enter it into the job", nullptr},
-    Words{Kind::PictureInNoJob, std::nullopt, "pictureInNoJob", "is in no job",
-          "for you: keep a copy, or enter it into the job", nullptr},
-    Words{Kind::OtherJob, std::nullopt, "otherJob", "is not being recorded, but marked so, in a job that is not open",
-          "for you: open that job and do this again", nullptr},
+    LeftoverWords{Kind::Stopped, std::nullopt, "stopped", "is not being recorded, but marked so",
+                  "its sizes are to be brought up to date, its marker to be removed",
+                  "its sizes have been brought up to date, its marker has been removed"},
+    LeftoverWords{Kind::NeverRecorded, true, "neverRecorded", "was never recorded",
+                  "its item is to be taken out of the job, its markers to be removed",
+                  "its item was taken out of the job, its markers were removed"},
+    LeftoverWords{Kind::NeverRecorded, false, "neverRecorded", "was never recorded", "its markers are to be removed",
+                  "its markers were removed"},
+    LeftoverWords{Kind::FileMissing, std::nullopt, "fileMissing", "is in the job, but there is no such file",
+                  "for you: delete it in the job, unless somebody has moved the file", nullptr},
+    LeftoverWords{Kind::BrokenOff, true, "brokenOff", "was broken off, and the video daemon left what may mend it",
+                  "for you: see whether it plays; its markers stay", nullptr},
+    LeftoverWords{Kind::BrokenOff, false, "brokenOff",
+                  "was broken off, the video daemon left what may mend it, and it is in no job",
+                  "for you: see whether it plays, then enter it into the job; its markers stay", nullptr},
+    LeftoverWords{Kind::FilmInNoJob, std::nullopt, "filmInNoJob", "is in no job",
+                  "for you: keep a copy, or enter it into the job", nullptr},
+    LeftoverWords{Kind::PictureInNoJob, std::nullopt, "pictureInNoJob", "is in no job",
+                  "for you: keep a copy, or enter it into the job", nullptr},
+    LeftoverWords{Kind::OtherJob, std::nullopt, "otherJob",
+                  "is not being recorded, but marked so, in a job that is not open",
+                  "for you: open that job and do this again", nullptr},
 };
 
-const Words& WordsOf(const Leftover& leftover)
+const LeftoverWords& WordsOf(const Leftover& leftover)
 {
-    return *std::find_if(allWords.begin(), allWords.end(), [&](const Words& words) {
+    return *std::find_if(allWords.begin(), allWords.end(), [&](const LeftoverWords& words) {
         return words.kind == leftover.kind &&
                words.inJob.value_or(!leftover.mediaId.empty()) != leftover.mediaId.empty();
     });
@@ -161,7 +162,7 @@ void AddLine(Answer& whole, const string& path, const string& line)
 
 void TellFound(Answer& whole, const Leftover& leftover, bool mended)
 {
-    const Words& words = WordsOf(leftover);
+    const LeftoverWords& words = WordsOf(leftover);
     const Json mediaId = leftover.mediaId.empty() ? Json() : Json(leftover.mediaId);
     whole.fields["found"].push_back(
         {{"what", words.what}, {"path", leftover.path}, {"mediaId", mediaId}, {"mended", mended}});

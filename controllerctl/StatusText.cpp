@@ -14,7 +14,7 @@ namespace
 
 using std::string;
 
-Tone ToneOf(const string& state)
+Tone ToneOfState(const string& state)
 {
     return state == "off"       ? Tone::Quiet
            : state == "broken"  ? Tone::Bad
@@ -34,7 +34,7 @@ void AddRecording(std::vector<Row>& rows, const Json& recording)
     }
     text = WithComma(text, recording.at("bytes").is_null() ? "" : Bytes(recording.at("bytes")));
     text += recording.at("storage").is_null() ? "" : " on " + recording.at("storage").get<string>();
-    rows.push_back({recording.at("kind"), text, ToneOf(state)});
+    rows.push_back({recording.at("kind"), text, ToneOfState(state)});
     if (!IsBlank(recording.at("file")))
     {
         rows.push_back({"", recording.at("file")});
@@ -54,7 +54,7 @@ void AddPlayback(std::vector<Row>& rows, const Json& fields)
     {
         text += ", at " + Text(playback.at("position")) + " of " + Text(playback.at("duration"));
     }
-    rows.push_back({"playback", text, ToneOf(state)});
+    rows.push_back({"playback", text, ToneOfState(state)});
     if (!IsBlank(playback.at("file")))
     {
         rows.push_back({"", playback.at("file")});

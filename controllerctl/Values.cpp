@@ -206,6 +206,16 @@ std::string Text(const Json& value)
     return lines;
 }
 
+std::string Joined(const std::vector<std::string>& texts, std::string_view separator)
+{
+    std::string joined;
+    for (const std::string& text : texts)
+    {
+        joined.append(joined.empty() ? "" : separator).append(text);
+    }
+    return joined;
+}
+
 std::string Quoted(const Json& value) { return value.is_boolean() ? Text(value) : OneLine(value); }
 
 Json FromController(const Controllerd::ControllerValue& value)

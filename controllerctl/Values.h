@@ -5,6 +5,8 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace ControllerCtl
 {
@@ -41,6 +43,9 @@ enum class Type
 
 /// The same in one line, texts and lists quoted.
 [[nodiscard]] std::string Quoted(const Json& value);
+
+/// The texts in one line.
+[[nodiscard]] std::string Joined(const std::vector<std::string>& texts, std::string_view separator);
 
 /// What the controller has told; null for a value that this interface does not have.
 [[nodiscard]] Json FromController(const Controllerd::ControllerValue& value);

@@ -173,17 +173,6 @@ std::vector<string> ValuesOf(const std::vector<string>& before)
                                                                   : std::vector<string>{};
 }
 
-/// The names in one line.
-string Joined(const std::vector<string>& names)
-{
-    string joined;
-    for (const string& name : names)
-    {
-        joined += (joined.empty() ? "" : ", ") + name;
-    }
-    return joined;
-}
-
 } // namespace
 
 Verbs WatchVerbs()
@@ -193,7 +182,7 @@ Verbs WatchVerbs()
         {"wait",
          "Wait for a signal, a change of a property, or a value of it",
          {{.name = "name",
-           .about = "One of " + Joined(Names()),
+           .about = "One of " + Joined(Names(), ", "),
            .need = Parameter::Need::Required,
            .offered = [](const auto&) { return Names(); }},
           {.name = "value", .about = "Of the property; any change when it is not given", .offered = &ValuesOf},

@@ -21,9 +21,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using Line = SyslogCapture::Line;
 
-constexpr const char* name = "test.Server";
-constexpr const char* path = "/test/Server";
-constexpr const char* interface = "test.Server.Control";
+constexpr const char* serverName = "test.Server";
+constexpr const char* serverPath = "/test/Server";
+constexpr const char* serverInterface = "test.Server.Control";
 
 /// What the handlers do.
 std::function<void()> act;
@@ -54,7 +54,7 @@ int Setter(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, con
 class DbusServerTest : public BusTest
 {
   protected:
-    DbusServerTest() : server_(name, path, interface, false, false, event_)
+    DbusServerTest() : server_(serverName, serverPath, serverInterface, false, false, event_)
     {
         act = [] {};
         EXPECT_EQ(AddMethod("First"), 0);
@@ -70,20 +70,20 @@ class DbusServerTest : public BusTest
     MessageHandle Message(const char* of, const char* member)
     {
         sd_bus_message* message = nullptr;
-        EXPECT_GE(sd_bus_message_new_method_call(other_.get(), &message, name, path, of, member), 0);
+        EXPECT_GE(sd_bus_message_new_method_call(other_.get(), &message, serverName, serverPath, of, member), 0);
         return MessageHandle(message);
     }
-    std::string Call(const char* member) { return Ask(Message(interface, member).get()); }
+    std::string Call(const char* member) { return Ask(Message(serverInterface, member).get()); }
     std::string Get(const char* property)
     {
         const MessageHandle message = Message("org.freedesktop.DBus.Properties", "Get");
-        EXPECT_GE(sd_bus_message_append(message.get(), "ss", interface, property), 0);
+        EXPECT_GE(sd_bus_message_append(message.get(), "ss", serverInterface, property), 0);
         return Ask(message.get());
     }
     std::string SetLevel()
     {
         const MessageHandle message = Message("org.freedesktop.DBus.Properties", "Set");
-        EXPECT_GE(sd_bus_message_append(message.get(), "ssv", interface, "Level", "i", 1), 0);
+        EXPECT_GE(sd_bus_message_append(message.get(), "ssv", serverInterface, "Level", "i", 1), 0);
         return Ask(message.get());
     }
 

@@ -17,7 +17,7 @@ using namespace ControllerDaemon;
 using testing::ElementsAre;
 using Line = SyslogCapture::Line;
 
-const std::string prefix = "int32_t ControllerDaemon::SoundManager::";
+const std::string soundManager = "int32_t ControllerDaemon::SoundManager::";
 
 class SoundManagerTest : public testing::Test
 {
@@ -47,7 +47,7 @@ TEST_F(SoundManagerTest, WithoutAChipHasNoSoundsAndTouchesNoMixer)
     SoundManager sound;
     ProgramStandIn::TakeCommands();
     EXPECT_EQ(sound.Init(), -1);
-    EXPECT_THAT(SyslogCapture::Take(), ElementsAre(Line{LOG_ERR, prefix + "Init(): Failed to open GPIO chip"}));
+    EXPECT_THAT(SyslogCapture::Take(), ElementsAre(Line{LOG_ERR, soundManager + "Init(): Failed to open GPIO chip"}));
     EXPECT_THAT(ProgramStandIn::TakeCommands(), ElementsAre());
     EXPECT_EQ(sound.Play(""), -1);
     EXPECT_EQ(sound.Play("beep.wav"), -1);
@@ -68,12 +68,13 @@ TEST_F(SoundManagerTest, LinesThatWereNeverObtainedFailAndLeaveTheValue)
     const std::vector<Line> lines = SyslogCapture::Take();
     ASSERT_EQ(lines.size(), 8);
     EXPECT_EQ(lines[0],
-              (Line{LOG_INFO, prefix + "SetMicEnabled(bool): Set Microphone enabled - gpiod_line_set_value: 1"}));
-    EXPECT_EQ(lines[1], (Line{LOG_ERR, prefix + "SetMicEnabled(bool): gpiod_line_set_value returned: -1"}));
-    EXPECT_EQ(lines[2], (Line{LOG_INFO, prefix + "SetSpkrEnabled(bool): Set Spkr enabled - gpiod_line_set_value: 0"}));
-    EXPECT_EQ(lines[3], (Line{LOG_ERR, prefix + "SetSpkrEnabled(bool): gpiod_line_set_value returned: -1"}));
-    EXPECT_EQ(lines[4], (Line{LOG_ERR, prefix + "GetMicEnabled(bool&): gpiod_line_get_value returned: -1"}));
-    EXPECT_EQ(lines[5], (Line{LOG_ERR, prefix + "GetSpkrEnabled(bool&): gpiod_line_get_value returned: -1"}));
+              (Line{LOG_INFO, soundManager + "SetMicEnabled(bool): Set Microphone enabled - gpiod_line_set_value: 1"}));
+    EXPECT_EQ(lines[1], (Line{LOG_ERR, soundManager + "SetMicEnabled(bool): gpiod_line_set_value returned: -1"}));
+    EXPECT_EQ(lines[2],
+              (Line{LOG_INFO, soundManager + "SetSpkrEnabled(bool): Set Spkr enabled - gpiod_line_set_value: 0"}));
+    EXPECT_EQ(lines[3], (Line{LOG_ERR, soundManager + "SetSpkrEnabled(bool): gpiod_line_set_value returned: -1"}));
+    EXPECT_EQ(lines[4], (Line{LOG_ERR, soundManager + "GetMicEnabled(bool&): gpiod_line_get_value returned: -1"}));
+    EXPECT_EQ(lines[5], (Line{LOG_ERR, soundManager + "GetSpkrEnabled(bool&): gpiod_line_get_value returned: -1"}));
 }
 
 TEST_F(SoundManagerTest, HandsVolumesToTheMixerAsTheyAre)
