@@ -10,6 +10,7 @@ unit draws no more into it until it gets its screen anew.
 
 import contextlib
 import os
+import shutil
 import socket
 import struct
 import traceback
@@ -89,9 +90,7 @@ class Framebuffers:
         self._outdated = set()
         #: Called after something has been drawn.
         self.changed = lambda: None
-        os.mkdir(self._directory)
-        for device in (VIDEO, INTERFACE):
-            self.set(device, *_DEFAULT_SIZE)
+        self.renew()
         self._door_path = os.path.join(directory, "display")
         self._door = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_NONBLOCK | socket.SOCK_CLOEXEC)
         self._door.bind(self._door_path)
@@ -114,6 +113,14 @@ class Framebuffers:
     def path(self, device):
         """The file that holds a device's pixels."""
         return os.path.join(self._directory, f"fb{device}")
+
+    @on_loop
+    def renew(self):
+        """Makes both devices what they are from the start, whatever has become of them."""
+        shutil.rmtree(self._directory, ignore_errors=True)
+        os.mkdir(self._directory)
+        for device in (VIDEO, INTERFACE):
+            self.set(device, *_DEFAULT_SIZE)
 
     # Screens ----------------------------------------------------------------------------------------------------------
 

@@ -202,10 +202,10 @@ class VirtualUnit:
             sibling.remember()
 
     def renew(self):
-        """Makes the unit as new for another test, all but its processes and devices: the siblings are what they were
-        when that was noted, media and logs are empty, the zone is that of the start, and calls, faults, signals and log
-        are forgotten.  Nobody is told.  The daemon goes on, or is started again where it was stopped; one that has
-        ended by itself is a DaemonFailure, as in `stop`."""
+        """Makes the unit as new for another test, all but its processes and other devices than the display: the
+        siblings are what they were when that was noted, media and logs are empty, the zone is that of the start, and
+        calls, faults, signals and log are forgotten.  Nobody is told.  The daemon goes on, or is started again where
+        it was stopped; one that has ended by itself is a DaemonFailure, as in `stop`."""
         self.faults.clear()
         self.daemon.check()
         for sibling in self._siblings.values():
@@ -224,6 +224,7 @@ class VirtualUnit:
         self.point_local_time(zone_files.INITIAL)
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.full_devices_file)
+        self.framebuffers.renew()
         self.clock.follow()
         self.calls.clear()
         self.log.clear()

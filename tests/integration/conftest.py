@@ -18,7 +18,8 @@ def lender_of_the_file():
 
 @pytest.fixture
 def unit(lender):
-    """A unit with the daemon running, as new but for its devices; where those are changed, it is to be `own_unit`."""
+    """A unit with the daemon running, as new but for its devices; where others than the display are changed, it is to be
+    `own_unit`."""
     with lender.lend() as lent:
         yield lent
 

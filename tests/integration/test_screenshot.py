@@ -5,6 +5,7 @@ import os
 import random
 import re
 import resource
+import shutil
 import time
 
 import pytest
@@ -20,21 +21,17 @@ LOGS = "/mnt/ccu-data/logs"
 HUGE = 2 ** 31
 LARGEST = 2 ** 32 - 1
 
-@pytest.fixture(name="unit")
-def unit_with_devices_of_its_own(own_unit):
-    """The devices are what is changed here."""
-    return own_unit
-
-
 # What happens ---------------------------------------------------------------------------------------------------------
 
 
 @pytest.fixture(name="folder")
 def folder_for_pictures(unit):
-    """An empty folder."""
-    path = os.path.join(unit.directory, "pictures")
-    os.mkdir(path)
-    return path
+    """An empty folder, in one that goes with it."""
+    around = os.path.join(unit.directory, "around")
+    path = os.path.join(around, "pictures")
+    os.makedirs(path)
+    yield path
+    shutil.rmtree(around)
 
 
 def take(unit, folder):
@@ -329,7 +326,7 @@ OBSTACLES = {
 
 @pytest.mark.parametrize("obstacle", OBSTACLES)
 def test_something_else_under_the_files_name(small, folder, obstacle):
-    aside = os.path.join(small.directory, "aside")
+    aside = os.path.join(os.path.dirname(folder), "aside")
     with open(aside, "w", encoding="ascii") as file:
         file.write("kept")
     now = int(time.time())
@@ -377,7 +374,7 @@ def test_a_folder_whose_file_would_have_too_long_a_name(small, folder):
 
 
 def test_a_link_to_a_folder_is_a_folder(small, folder):
-    link = os.path.join(small.directory, "link")
+    link = os.path.join(os.path.dirname(folder), "link")
     os.symlink(folder, link)
     assert take(small, link)[0][1:] == (0, MESSAGES[0])
     assert len(os.listdir(folder)) == 1
