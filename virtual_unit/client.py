@@ -170,13 +170,14 @@ class Client:
     def sync(self, timeout=PATIENCE):
         """Waits until every signal that the service has already sent is in `signals`.
 
-        The ping travels through the service's own queue; where nobody owns the name the bus answers instead.
+        The ping travels through the service's own queue; where nobody owns the name the bus answers instead.  Raises
+        TimeoutError when there is no answer in time.
         """
         try:
             self.call_on(self.service, "/", PEER, "Ping", timeout=timeout)
         except DbusFailure as failure:
             if failure.name.endswith(".NoReply"):
-                raise
+                raise TimeoutError(f"{self.service} did not answer a ping within {timeout} s") from failure
 
     def clear(self):
         """Forgets the signals received so far."""

@@ -1,6 +1,7 @@
 """The one GLib loop of the process: every sibling of every unit is served by it, on a thread of its own."""
 
 import atexit
+import collections
 import functools
 import subprocess
 import threading
@@ -18,12 +19,15 @@ class LoopThread:
         self.dbus_loop = dbus.mainloop.glib.DBusGMainLoop()
         self._context = GLib.MainContext.default()
         self._running = True
+        self._calls = collections.deque()
         self._thread = threading.Thread(target=self._run, name="virtual-unit-loop", daemon=True)
         self._thread.start()
         atexit.register(self._stop)
 
     def _run(self):
         while self._running:
+            while self._calls:  # before whatever else is there to be done
+                self._calls.popleft()()
             self._context.iteration(True)
 
     def _stop(self):
@@ -47,9 +51,9 @@ class LoopThread:
                 future.set_result(function(*arguments, **named))
             except BaseException as error:  # pylint: disable=broad-except
                 future.set_exception(error)
-            return GLib.SOURCE_REMOVE
 
-        GLib.idle_add(run, priority=GLib.PRIORITY_HIGH)
+        self._calls.append(run)
+        self._context.wakeup()
         return future.result()
 
     def after(self, seconds, function):

@@ -422,17 +422,19 @@ class VirtualUnit:
         Siblings that have emitted something since the last time ping each of the daemon's connections, so the ping
         stands behind their signals in the queue of the connection that listens to them.  That is repeated while the
         daemon's work causes further signals.  What was typed before is dealt with too: the daemon answers pings only
-        when it is done with what it has read.
+        when it is done with what it has read.  Where nobody has emitted anything, the client's own ping shows that.
         """
         self.happenings.flush()
         self.input.wait_read(timeout)
         done = False
         while not done:
             emitted = self._emissions()
-            self._ping_from([name for name, count in emitted.items() if count != self._settled.get(name)], timeout)
+            names = [name for name, count in emitted.items() if count != self._settled.get(name)]
+            if names or not self.ready:
+                self._ping_from(names, timeout)
+            self.client.sync(timeout)
             self._settled = emitted
             done = emitted == self._emissions()
-        self.client.sync(timeout)
 
     def _emissions(self):
         return {name: sibling.emissions for name, sibling in self._siblings.items()
