@@ -1,30 +1,20 @@
 """Fixtures of the virtual unit's own tests."""
 
 import os
-import pathlib
-import shutil
-import subprocess
 
 import pytest
 
+from tests.virtual_unit.stand_in_build import make_build
 from virtual_unit import Client, VirtualUnit
-
-_HERE = pathlib.Path(__file__).resolve().parent
-_ROOT = _HERE.parent.parent
 
 
 @pytest.fixture(scope="session")
 def build_dir(tmp_path_factory):
-    """A build tree with the preload libraries, built under fortified headers, and the stand-in for the daemon."""
-    root = tmp_path_factory.mktemp("build")
-    preload = root / "virtual_unit" / "preload"
-    preload.mkdir(parents=True)
-    for source in [*(_ROOT / "virtual_unit" / "preload").glob("*.c"), _ROOT / "virtual_unit" / "pipe.c"]:
-        subprocess.run(["cc", "-std=c11", "-shared", "-fPIC", "-O2", "-D_FORTIFY_SOURCE=2", "-Wall", "-Wextra",
-                        "-Werror", source, "-o", preload / f"lib{source.stem}.so", "-ldl", "-lm"], check=True)
-    (root / "daemon").mkdir()
-    shutil.copy(_HERE / "stand_in_daemon.py", root / "daemon" / "controllerd")
-    (root / "daemon" / "controllerd").chmod(0o755)
+    """A build tree with a stand-in for the daemon: the one in $CCU_STAND_IN_BUILD, or else one of its own."""
+    if "CCU_STAND_IN_BUILD" in os.environ:
+        return os.environ["CCU_STAND_IN_BUILD"]
+    root = tmp_path_factory.mktemp("build") / "tree"
+    make_build(root)
     return str(root)
 
 
