@@ -294,8 +294,8 @@ class InputDevices:
         return device
 
     def wait_read(self, timeout=PATIENCE):
-        """Waits until every event has been read by those who have the devices open, and what comes and goes by those who
-        listen for it."""
+        """Waits until every event has been read by those who have the devices open, and those who listen have heard of
+        every device that has come or gone."""
         deadline = time.monotonic() + timeout
         while any(device.unread or device.unheard for device in self._devices):
             if time.monotonic() > deadline:
