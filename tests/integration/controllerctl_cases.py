@@ -1,9 +1,11 @@
 """What each verb of the command-line control asks of the controller and tells, and how it is run in a virtual unit."""
 
+import contextlib
 import json
 import os
 import select
 import shlex
+import signal
 import subprocess
 from dataclasses import dataclass, field
 
@@ -14,6 +16,9 @@ from virtual_unit.loop import spawn
 PROGRAM = os.path.join(os.environ["CCU_BUILD_DIR"], "controllerctl", "controllerctl")
 PATH = "/com/tavilon/common/Controller1"
 CONTROL = "com.tavilon.common.Controller1.Control"
+#: Whether what runs is counted, in a build for coverage, and how long a program may take to write that down.
+_COUNTED = "CCU_COUNTED" in os.environ
+_COUNTED_SECONDS = 10
 SUCCESS = {"code": 0, "message": "Ran successfully"}
 
 DONE, REFUSED, USAGE, UNREACHABLE, TIME_OUT = range(5)
@@ -57,8 +62,9 @@ class Running:
     it is one that says nothing of that."""
 
     def __init__(self, unit, line, ready=True, **variables):
-        self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **variables), cwd=unit.directory,
-                              bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        ending = {"CCU_EXITS_ON_SIGUSR1": "1"} if _COUNTED else {}
+        self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **ending, **variables),
+                              cwd=unit.directory, bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self._unread = {self._process.stdout: b"", self._process.stderr: b""}
         self.said = self._line_of(self._process.stderr) if ready else ""
 
@@ -78,6 +84,10 @@ class Running:
         return self
 
     def __exit__(self, *_):
+        if _COUNTED:  # what is killed writes nothing down
+            self.send(signal.SIGUSR1)
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                self._process.wait(_COUNTED_SECONDS)
         self._process.kill()
         self._process.wait()
         self._process.stdout.close()

@@ -236,13 +236,13 @@ def test_an_object_that_is_no_device_any_more_runs_the_check_too(unit):
     assert signals_of(unit) == [REMOVED_SIGNAL]
 
 
-def test_a_daemon_that_is_restarted_leaves_the_playback_alone(unit):
-    path = start_playing(unit)
-    unit.stop_daemon()
-    unit.start_daemon()
-    unit.settle()
-    assert unit.video.get("PlaybackState") == 1
-    take_away(unit)
-    unit.storage.remove_device("card")
-    assert signals_of(unit) == [REMOVED_SIGNAL]
-    assert path not in unit.video.get("PlaybackFilename")
+def test_a_daemon_that_is_restarted_leaves_the_playback_alone(own_unit):
+    path = start_playing(own_unit)
+    own_unit.stop_daemon()
+    own_unit.start_daemon()
+    own_unit.settle()
+    assert own_unit.video.get("PlaybackState") == 1
+    take_away(own_unit)
+    own_unit.storage.remove_device("card")
+    assert signals_of(own_unit) == [REMOVED_SIGNAL]
+    assert path not in own_unit.video.get("PlaybackFilename")

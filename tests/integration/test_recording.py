@@ -645,13 +645,13 @@ def test_signals_come_from_the_controllers_object(unit, kind):
     assert signal.interface == "com.tavilon.common.Controller1.Control"
 
 
-def test_a_daemon_that_is_restarted_leaves_the_recording_alone(unit, kind):
-    kind.start_recording(unit)
-    unit.stop_daemon()
-    unit.start_daemon()
-    unit.settle()
-    assert unit.video.state(kind.name) == 1
-    assert kind.order(unit, "Stop") == (0, MESSAGES[0])
+def test_a_daemon_that_is_restarted_leaves_the_recording_alone(own_unit, kind):
+    kind.start_recording(own_unit)
+    own_unit.stop_daemon()
+    own_unit.start_daemon()
+    own_unit.settle()
+    assert own_unit.video.state(kind.name) == 1
+    assert kind.order(own_unit, "Stop") == (0, MESSAGES[0])
 
 
 def test_a_sibling_that_comes_back_is_followed_again(unit, kind):

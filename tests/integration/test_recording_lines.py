@@ -239,17 +239,17 @@ def test_saving_what_lies_on_a_storage(unit, kind):
 
 
 @pytest.mark.parametrize("kind", KINDS, ids=str)
-def test_cancelling_stops_and_does_no_more(unit, kind):
-    with ClientDriver(unit, program="capture_driver") as driver:
+def test_cancelling_stops_and_does_no_more(own_unit, kind):
+    with ClientDriver(own_unit, program="capture_driver") as driver:
         assert driver.run(f"{kind.name}.Cancel").result == -1
-        paths = kind.start_recording(unit)
-        size = unit.jobs.item_of(paths.media).size
-        unit.stop_daemon()
+        paths = kind.start_recording(own_unit)
+        size = own_unit.jobs.item_of(paths.media).size
+        own_unit.stop_daemon()
         with open(paths.media, "ab") as file:
             file.write(bytes(100))
         outcome = driver.run(f"{kind.name}.Cancel")
         assert outcome.result == 0
         assert [line.text for line in outcome.lines] == [f"{kind.cancel}: called", kind.stop_order_line[1]]
-        assert unit.video.state(kind.name) == 0
-        assert unit.jobs.item_of(paths.media).size == size
+        assert own_unit.video.state(kind.name) == 0
+        assert own_unit.jobs.item_of(paths.media).size == size
         assert os.path.exists(paths.rec_active)

@@ -142,6 +142,18 @@ def test_settle_waits_for_what_siblings_have_sent(build_dir):
             assert len(unit.log.texts(priority=7)) == count
 
 
+def test_a_program_without_a_loop_can_be_ended_in_order(build_dir):
+    """So that it writes down what an instrument has counted."""
+    library = os.path.join(build_dir, "virtual_unit", "preload", "libdaemon_probe.so")
+    with subprocess.Popen(["cat"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          env={**os.environ, "LD_PRELOAD": library, "CCU_EXITS_ON_SIGUSR1": "1"}) as process:
+        process.stdin.write(b"x")
+        process.stdin.flush()
+        assert process.stdout.read(1) == b"x"
+        process.send_signal(signal.SIGUSR1)
+        assert process.wait(PATIENCE) == 0
+
+
 def test_unexpected_end_is_an_error(build_dir):
     with pytest.raises(DaemonFailure, match="ended unexpectedly"), VirtualUnit(build_dir) as unit:
         directory = unit.directory
