@@ -10,7 +10,6 @@ unit draws no more into it until it gets its screen anew.
 
 import contextlib
 import os
-import shutil
 import socket
 import struct
 import traceback
@@ -90,6 +89,7 @@ class Framebuffers:
         self._outdated = set()
         #: Called after something has been drawn.
         self.changed = lambda: None
+        os.mkdir(self._directory)
         self.renew()
         self._door_path = os.path.join(directory, "display")
         self._door = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM | socket.SOCK_NONBLOCK | socket.SOCK_CLOEXEC)
@@ -117,9 +117,9 @@ class Framebuffers:
     @on_loop
     def renew(self):
         """Makes both devices what they are from the start, whatever has become of them."""
-        shutil.rmtree(self._directory, ignore_errors=True)
-        os.mkdir(self._directory)
         for device in (VIDEO, INTERFACE):
+            if os.path.isdir(self.path(device)):  # since reads were to fail
+                os.rmdir(self.path(device))
             self.set(device, *_DEFAULT_SIZE)
 
     # Screens ----------------------------------------------------------------------------------------------------------

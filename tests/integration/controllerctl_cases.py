@@ -64,7 +64,8 @@ class Running:
     def __init__(self, unit, line, ready=True, **variables):
         ending = {"CCU_EXITS_ON_SIGUSR1": "1"} if _COUNTED else {}
         self._process = spawn([PROGRAM, *words_of(line)], env=environment(unit, **ending, **variables),
-                              cwd=unit.directory, bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                              cwd=unit.directory, bufsize=0, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE)
         self._unread = {self._process.stdout: b"", self._process.stderr: b""}
         self.said = self._line_of(self._process.stderr) if ready else ""
 

@@ -12,6 +12,7 @@ import pytest
 
 from virtual_unit import PATIENCE, DaemonFailure, DbusFailure, VirtualUnit
 from virtual_unit.folders import folder_of_units
+from virtual_unit.framebuffers import INTERFACE, VIDEO
 
 _ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -268,6 +269,21 @@ def test_renewal_keeps_the_daemon_and_starts_one_that_was_stopped(build_dir):
         unit.renew()
         assert unit.client.call("Say", "s", "after") == (0, "after")
         assert unit.log.texts() == ["after"]
+
+
+def test_renewal_brings_the_display_back_to_those_who_watch_it(unit):
+    """Whatever has become of its devices, in the folder that they were in."""
+    folder = os.stat(unit.framebuffers.directory).st_ino
+    fresh = unit.framebuffers.screens()
+    unit.remember()
+    unit.framebuffers.break_reads(VIDEO)
+    unit.framebuffers.remove(INTERFACE)
+    unit.framebuffers.hush(INTERFACE)
+    unit.renew()
+    assert unit.framebuffers.screens() == fresh and len(fresh) == 2
+    assert [os.path.getsize(unit.framebuffers.path(device)) for device in (VIDEO, INTERFACE)] == \
+        [1280 * 720 * 3, 1280 * 720 * 4]
+    assert os.stat(unit.framebuffers.directory).st_ino == folder
 
 
 def test_renewal_tells_of_a_daemon_that_has_ended(build_dir):
