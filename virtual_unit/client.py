@@ -61,6 +61,8 @@ class Client:
         self._changed = threading.Condition()
         self._connection = None
         self._pids = {}
+        #: What takes the answers that have not come yet, by the serial numbers of the calls.
+        self._waiting = {}
         self._connect(address)
 
     @on_loop
@@ -80,6 +82,10 @@ class Client:
 
     def _filter(self, _connection, message):
         if message.get_type() in (dbus.lowlevel.MESSAGE_TYPE_METHOD_RETURN, dbus.lowlevel.MESSAGE_TYPE_ERROR):
+            answered = self._waiting.pop(message.get_reply_serial(), None)
+            if answered is not None:  # the bus library does not tell what waits when the bus has gone
+                answered(message)
+                return dbus.lowlevel.HANDLER_RESULT_HANDLED
             self.strays.append(tuple(plain(argument) for argument in message.get_args_list()))
         if message.get_type() == dbus.lowlevel.MESSAGE_TYPE_SIGNAL and message.get_path() == self.path:
             signal = Signal(message.get_member(), message.get_interface(),
@@ -100,6 +106,7 @@ class Client:
         append(message, signature, arguments)
 
         def answered(reply):
+            self._waiting.pop(reply.get_reply_serial(), None)
             values = tuple(plain(argument) for argument in reply.get_args_list())
             if reply.get_type() == dbus.lowlevel.MESSAGE_TYPE_ERROR:
                 future.set_exception(DbusFailure(reply.get_error_name(), values[0] if values else ""))
@@ -109,6 +116,7 @@ class Client:
         if self._connection is None:
             raise DbusFailure("org.freedesktop.DBus.Error.Disconnected", "the client is closed")
         self._connection.send_message_with_reply(message, answered, timeout)
+        self._waiting[message.get_serial()] = answered
         return future
 
     def call_on(self, service, path, interface, member, signature="", *arguments, timeout=PATIENCE):
