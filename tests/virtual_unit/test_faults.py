@@ -219,6 +219,17 @@ def test_a_unit_with_unanswered_calls_ends():
     client.close()
 
 
+def test_a_bus_that_goes_ends_what_waits_for_an_answer(unit, video_client):
+    """The sibling that was asked is still there: nobody but the bus could tell."""
+    unit.faults.on("video", kind=SILENT)
+    pending = video_client.call_async("StopRecording")
+    unit.calls.wait_for("video")
+    unit.stop_bus()
+    with pytest.raises(DbusFailure, match="NoReply"):
+        pending.result(PATIENCE)
+    assert video_client.strays == []
+
+
 def _ask(unit, timeout):
     """Has busctl, whose bus library is the daemon's, make a call; returns what it says of it."""
     return subprocess.run(["busctl", f"--address={unit.session_address}", f"--timeout={timeout}", "call",
