@@ -6,6 +6,7 @@ import fcntl
 import os
 import select
 import shutil
+import signal
 import subprocess
 import sys
 import termios
@@ -227,8 +228,15 @@ def _raw_terminal():
         termios.tcsetattr(sys.stdin, termios.TCSADRAIN, before)
 
 
+def _end(number, _frame):
+    """Ends the command in order: its machine would outlive it."""
+    raise SystemExit(128 + number)
+
+
 def main(words):
     """Does what the words say; the exit status."""
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _end)
     try:
         arguments = parse(words)
         if arguments.word not in ("stop", "clean") and not arguments.list and (missing := missing_programs()):

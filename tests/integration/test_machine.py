@@ -6,10 +6,12 @@ import json
 import os
 import select
 import shutil
+import signal
 import socket
 import subprocess
 import sys
 import threading
+import time
 
 import pytest
 
@@ -177,6 +179,44 @@ def test_what_fails_fails_the_command_and_not_the_others(monkeypatch, capsys, fu
     assert status == 1 and table[-1] == "1 passed, 1 failed"
     assert [line[20:] for line in table[1:-3]] == seen and " FAIL " in table[1] and " pass " in table[-3]
     assert "Traceback" in told and "(the machine does not answer)" in told
+
+
+# The end --------------------------------------------------------------------------------------------------------------
+
+
+#: The command with an image that is made, in a folder.
+_TEST = """
+import sys
+from machine import __main__ as commands
+from machine.image import Image
+commands.FOLDER = sys.argv[1]
+commands.missing_programs = list
+Image.make = lambda *_: None
+sys.exit(commands.main(["test", "mixer", "--packages", sys.argv[1]]))
+"""
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGINT])
+def test_a_test_that_is_ended_ends_its_machine(tmp_path, number):
+    """Which is in a session of its own, and in nobody's way for long: one that never says that it runs."""
+    for name, script in (("qemu-img", ":"), (qemu.PROGRAM, f"exec -a {qemu.PROGRAM} sleep infinity"), ("mkfs.vfat", ":")):
+        (tmp_path / name).write_text(f"#!/bin/bash\n{script}\n")
+        (tmp_path / name).chmod(0o755)
+    environment = {**os.environ, "PYTHONPATH": ROOT, "PATH": f"{tmp_path}:{os.environ['PATH']}"}
+    machine = qemu.Machine(str(tmp_path), str(tmp_path / "test"))
+    with subprocess.Popen([sys.executable, "-c", _TEST, str(tmp_path)], env=environment, cwd=ROOT,
+                          stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as command:
+        try:
+            deadline = time.monotonic() + PATIENCE
+            while (pid := machine.pid) is None:
+                assert command.poll() is None and time.monotonic() < deadline
+                time.sleep(0.01)
+            command.send_signal(number)
+            assert command.wait(PATIENCE) == (130 if number == signal.SIGINT else 128 + number)
+            assert not os.path.exists(f"/proc/{pid}")
+        finally:
+            command.kill()
+            machine.stop()
 
 
 # The siblings in it ---------------------------------------------------------------------------------------------------
