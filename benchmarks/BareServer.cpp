@@ -39,13 +39,18 @@ int GetAnswer(sd_bus*, const char*, const char*, const char*, sd_bus_message* re
     return sd_bus_message_append(reply, "b", 1);
 }
 
-bool Do(const Work& work)
+void WriteLines(int count)
 {
-    for (int line = 0; line < work.lines; ++line)
+    for (int line = 0; line < count; ++line)
     {
         syslog(LOG_INFO, "%s: line %d of a server that tells as much as it is told to", "static int Bare::Do(Work)",
                line);
     }
+}
+
+bool Do(const Work& work)
+{
+    WriteLines(work.lines);
     return std::all_of(work.calls.begin(), work.calls.end(),
                        [](const Bench::Operation& call) { return Bench::BareCall(call) >= 0; });
 }
@@ -99,16 +104,40 @@ bool OfferMembers(sd_bus* bus, int count)
                                     "com.tavilon.common.BareServer1.Members", members.data(), nullptr) >= 0;
 }
 
-/// A start tells of three properties that it has set.
-bool TellThreeTimes(sd_bus* bus)
+/// Has the object and its name on the bus.
+bool Serve(sd_event* event, sd_bus*& bus, Work& work)
 {
-    int result = 0;
-    for (int i = 0; i < 3 && result >= 0; ++i)
-    {
-        result = sd_bus_emit_properties_changed(bus, "/com/tavilon/common/BareServer1",
-                                                "com.tavilon.common.BareServer1.Control", "KeypadBeepEnabled", nullptr);
-    }
-    return result >= 0;
+    return sd_bus_open_user(&bus) >= 0 && sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL) >= 0 &&
+           sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
+                                    "com.tavilon.common.BareServer1.Control", table, &work) >= 0 &&
+           OfferMembers(bus, work.members) && sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) >= 0;
+}
+
+bool TellProperty(sd_bus* bus)
+{
+    return sd_bus_emit_properties_changed(bus, "/com/tavilon/common/BareServer1",
+                                          "com.tavilon.common.BareServer1.Control", "KeypadBeepEnabled", nullptr) >= 0;
+}
+
+/// In the daemon's order, which decides what is still in the caches of whoever has a part in it: what is there before
+/// the clock is set, the name before the settings of the first device are asked for, and each device when its settings
+/// are known.
+bool Start(sd_event* event, sd_bus*& bus, Work& work)
+{
+    WriteLines(work.lines);
+    return Bench::BareStart(event) && std::all_of(work.calls.begin(), work.calls.end(), [&](const auto& call) {
+               const bool isReady = call.property != "micEnabled" || Serve(event, bus, work);
+               const int isSet = isReady && Bench::BareCall(call) >= 0 ? Bench::BareDevice(call.property) : -1;
+               return isSet == 0 || (isSet > 0 && TellProperty(bus));
+           });
+}
+
+bool HearVideo(sd_event* event, Work& work)
+{
+    sd_bus* ear = nullptr;
+    return sd_bus_open_user(&ear) >= 0 && sd_bus_attach_event(ear, event, SD_EVENT_PRIORITY_NORMAL) >= 0 &&
+           sd_bus_match_signal(ear, nullptr, "com.tavilon.common.Video1", "/com/tavilon/common/Video1",
+                               "com.tavilon.common.Video1.Control", "VideoGrew", Grew, &work) >= 0;
 }
 
 Work ReadWork(int count, char** texts)
@@ -136,17 +165,11 @@ int main(int count, char** arguments)
     Work work = ReadWork(count, arguments);
     sd_event* event = nullptr;
     sd_bus* bus = nullptr;
-    sd_bus* ear = nullptr;
-    if (sd_event_default(&event) < 0 || (work.occasion == "start" && (!Bench::BareStart(event) || !Do(work))) ||
-        (work.occasion == "signal" &&
-         (sd_bus_open_user(&ear) < 0 || sd_bus_attach_event(ear, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
-          sd_bus_match_signal(ear, nullptr, "com.tavilon.common.Video1", "/com/tavilon/common/Video1",
-                              "com.tavilon.common.Video1.Control", "VideoGrew", Grew, &work) < 0)) ||
-        sd_bus_open_user(&bus) < 0 || sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL) < 0 ||
-        sd_bus_add_object_vtable(bus, nullptr, "/com/tavilon/common/BareServer1",
-                                 "com.tavilon.common.BareServer1.Control", table, &work) < 0 ||
-        !OfferMembers(bus, work.members) || sd_bus_request_name(bus, "com.tavilon.common.BareServer1", 0) < 0 ||
-        (work.occasion == "start" && !TellThreeTimes(bus)))
+    const bool isUp =
+        sd_event_default(&event) >= 0 &&
+        (work.occasion == "start" ? Start(event, bus, work)
+                                  : (work.occasion != "signal" || HearVideo(event, work)) && Serve(event, bus, work));
+    if (!isUp)
     {
         return EXIT_FAILURE;
     }

@@ -33,12 +33,6 @@ bool RunMixer(const Words& words, const posix_spawn_file_actions_t* actions = nu
            waitpid(mixer, nullptr, 0) == mixer;
 }
 
-bool SetMixer()
-{
-    return RunMixer({"amixer", "set", "PGA", "3"}) && RunMixer({"amixer", "set", "PCM", "100%"}) &&
-           RunMixer({"amixer", "set", "HP DAC", "50%"});
-}
-
 bool ReadMixer()
 {
     std::array<int, 2> pipe{};
@@ -56,18 +50,22 @@ bool ReadMixer()
     return isRead;
 }
 
-bool SwitchLine(gpiod_chip* chip, unsigned int offset)
-{
-    gpiod_line* line = gpiod_chip_get_line(chip, offset);
-    return line != nullptr && gpiod_line_request_output(line, "bare", 0) == 0 && gpiod_line_set_value(line, 1) == 0 &&
-           gpiod_line_get_value(line) == 1;
-}
+std::array<gpiod_line*, 2> lines{};
+constexpr std::array lineOffsets{14U, 13U}; ///< microphone, speaker
 
-bool SwitchLines()
+bool RequestLines()
 {
     gpiod_chip* chip = gpiod_chip_open_by_name("gpiochip4");
-    return chip != nullptr && SwitchLine(chip, 14) && SwitchLine(chip, 13);
+    bool isDone = chip != nullptr;
+    for (size_t i = 0; i < lines.size() && isDone; ++i)
+    {
+        lines.at(i) = gpiod_chip_get_line(chip, lineOffsets.at(i));
+        isDone = lines.at(i) != nullptr && gpiod_line_request_output(lines.at(i), "bare", 0) == 0;
+    }
+    return isDone;
 }
+
+bool SwitchLine(gpiod_line* line) { return gpiod_line_set_value(line, 1) == 0 && gpiod_line_get_value(line) == 1; }
 
 /// The sounds and the zones that the unit has; a machine may have none.
 void ListFolder(const char* path)
@@ -107,19 +105,22 @@ bool Subscribe(sd_event* loop)
     struct Subscription
     {
         const char* sibling;
+        const char* path; ///< null for those that emit at several
         const char* interface;
         const char* member;
     };
     constexpr const char* properties = "org.freedesktop.DBus.Properties";
     constexpr const char* objects = "org.freedesktop.DBus.ObjectManager";
+    constexpr const char* video = "/com/tavilon/common/Video1";
     constexpr const char* videoControl = "com.tavilon.common.Video1.Control";
-    constexpr std::array subscriptions{Subscription{"Settings1", properties, "PropertiesChanged"},
-                                       Subscription{"Video1", properties, "PropertiesChanged"},
-                                       Subscription{"Video1", videoControl, "VideoGrew"},
-                                       Subscription{"Video1", videoControl, "PhotoTalkGrew"},
-                                       Subscription{"Video1", videoControl, "AutoLogGrew"},
-                                       Subscription{"StorageDaemon1", properties, "PropertiesChanged"},
-                                       Subscription{"StorageDaemon1", objects, "InterfacesRemoved"}};
+    constexpr const char* storage = "/com/tavilon/common/StorageDaemon1";
+    constexpr std::array subscriptions{Subscription{"Settings1", nullptr, properties, "PropertiesChanged"},
+                                       Subscription{"Video1", video, properties, "PropertiesChanged"},
+                                       Subscription{"Video1", video, videoControl, "VideoGrew"},
+                                       Subscription{"Video1", video, videoControl, "PhotoTalkGrew"},
+                                       Subscription{"Video1", video, videoControl, "AutoLogGrew"},
+                                       Subscription{"StorageDaemon1", nullptr, properties, "PropertiesChanged"},
+                                       Subscription{"StorageDaemon1", storage, objects, "InterfacesRemoved"}};
     sd_bus* bus = nullptr;
     bool isSubscribed = Attach(loop, bus);
     std::string_view last;
@@ -129,7 +130,7 @@ bool Subscribe(sd_event* loop)
         last = each.sibling;
         const std::string service = std::string("com.tavilon.common.") + each.sibling;
         const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-        isSubscribed = isSubscribed && sd_bus_match_signal(bus, nullptr, service.c_str(), nullptr, each.interface,
+        isSubscribed = isSubscribed && sd_bus_match_signal(bus, nullptr, service.c_str(), each.path, each.interface,
                                                            each.member, ignore, nullptr) >= 0;
     }
     return isSubscribed;
@@ -139,9 +140,24 @@ bool Subscribe(sd_event* loop)
 
 bool BareStart(sd_event* loop)
 {
+    bool isDone = RunMixer({"amixer", "set", "PGA", "3"}) && Subscribe(loop) && RequestLines() &&
+                  RunMixer({"amixer", "set", "PCM", "100%"});
     ListFolder("/usr/share/sounds");
+    isDone = isDone && ListenToKeys(loop);
     ListFolder("/usr/share/zoneinfo/CCU");
-    return Subscribe(loop) && SetMixer() && ReadMixer() && SwitchLines() && ListenToKeys(loop);
+    return isDone;
+}
+
+int BareDevice(const std::string& property)
+{
+    const bool isMixer = property == "speakerVolume";
+    if (!isMixer && property != "SystemMicMute" && property != "speakerEnabled")
+    {
+        return 0;
+    }
+    const bool isSet = isMixer ? RunMixer({"amixer", "set", "HP DAC", "50%"}) && ReadMixer()
+                               : SwitchLine(lines.at(property == "SystemMicMute" ? 0 : 1));
+    return isSet ? 1 : -1;
 }
 
 } // namespace Bench
