@@ -169,6 +169,17 @@ TEST(Framebuffer, GetsMemoryWithASpareRowOfZeros)
     EXPECT_NE(AllocateRows(0, largestNumber), nullptr);
 }
 
+TEST(Framebuffer, AScreenLiesWhereTheKernelHasHugePages)
+{
+    constexpr uint64_t stride = 1920 * 3;
+    constexpr uint64_t height = 1080;
+    const PixelBuffer rows = AllocateRows(stride, height);
+    ASSERT_NE(rows, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(rows.get()) % (uintptr_t{2} << 20U), 0);
+    const uint8_t* spare = rows.get() + stride * height;
+    EXPECT_THAT(Bytes(spare, spare + stride), Each(0));
+}
+
 TEST(Framebuffer, GetsNoMemoryForWhatIsNoScreen)
 {
     EXPECT_EQ(AllocateRows(uint64_t{half} * 3, 1), nullptr);
