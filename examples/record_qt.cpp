@@ -37,7 +37,7 @@ static bool Tell(const char* order, const Answer& answer)
 
 int main(int argc, char** argv)
 {
-    const int milliseconds = 2000; // that a person waits for an answer
+    const int milliseconds = 5000; // that a person waits for an answer
     QCoreApplication application(argc, argv);
     const unsigned width = argc > 2 ? static_cast<unsigned>(std::atoi(argv[1])) : 1920;
     const unsigned height = argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 1080;

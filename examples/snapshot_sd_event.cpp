@@ -61,7 +61,7 @@ static int Tell(const Picture& picture)
 
 int main()
 {
-    const int milliseconds = 2000; // that a person waits for an answer
+    const int milliseconds = 5000; // that a person waits for an answer
     sd_event* loop = nullptr;
     HeartBeat heart;
     Controllerd::ControllerSignals signals;
