@@ -146,8 +146,10 @@ class Framebuffers:
         self._tell(device, Screen(width, height, xres_virtual, yres_virtual, xoffset, yoffset, bits))
 
     def _tell(self, device, screen):
-        with open(self.path(device) + ".info", "wb") as file:
+        told = self.path(device) + ".info"
+        with open(told + ".new", "wb") as file:
             file.write(_INFORMATION.pack(*screen))
+        os.replace(told + ".new", told)  # whoever asks meanwhile is told of the screen of before
 
     def screens(self):
         """Width, height, bits of a pixel and file of each device that tells of its screen."""

@@ -316,6 +316,17 @@ def test_the_display_as_a_file(unit, display):
         assert seen.getpixel((x, y)) == below.getpixel((x, _SIZE[1] - y)), "upside down, one row too low"
 
 
+def test_who_asks_for_a_screen_while_it_changes_is_told_of_one(unit):
+    """Of the one before, and never of a part of either."""
+    with open(unit.framebuffers.path(INTERFACE) + ".info", "rb", buffering=0) as asked:
+        before = asked.read(1)
+        unit.framebuffers.set(INTERFACE, 640, 480)
+        before += asked.read()
+    unit.framebuffers.set(INTERFACE, *_SIZE)
+    with open(unit.framebuffers.path(INTERFACE) + ".info", "rb") as asked:
+        assert asked.read() == before
+
+
 def test_what_display_there_is_of_broken_devices(unit):
     """Each layer is shown as far as it is there."""
     unit.framebuffers.set(VIDEO, 20, 10, xoffset=3, yres_virtual=14, pixels=b"\x10\x20\x30" * 200)
