@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <tuple>
@@ -103,7 +104,8 @@ void FindClock(const Patient& patient, sd_bus* bus, Findings& findings)
     inquiry.Get(timedate, "Timezone", zone);
     std::ignore = inquiry.Wait(Patience(patient.seconds));
     using std::chrono::year_month_day;
-    const year_month_day today(std::chrono::floor<std::chrono::days>(std::chrono::system_clock::now()));
+    const auto now = std::chrono::system_clock::from_time_t(std::time(nullptr));
+    const year_month_day today(std::chrono::floor<std::chrono::days>(now));
     constexpr std::chrono::year first{2025};
     if (!zone.Well())
     {

@@ -6,6 +6,8 @@ import os
 import re
 import shutil
 import socket
+import struct
+import time
 import xml.etree.ElementTree as ElementTree
 
 import dbus
@@ -86,9 +88,9 @@ class Well:
                           [(str(action) in self.allowed, False, {})])
         self.polkit = Peer(self.unit.system_address, "org.freedesktop.PolicyKit1", answer)
 
-    def ask(self, line="", **variables):
+    def ask(self, line="", patience=PATIENTLY, **variables):
         """What a doctor says."""
-        return run(self.unit, f"doctor {PATIENTLY} {line}", CCU_DEV_LOG=self.log, CCU_MOUNTS=self.mounts, **variables)
+        return run(self.unit, f"doctor {patience} {line}", CCU_DEV_LOG=self.log, CCU_MOUNTS=self.mounts, **variables)
 
     def close(self):
         """Ends what is not the unit's."""
@@ -406,6 +408,54 @@ def test_markers_of_a_recording_that_goes_on(well):
     run(well.unit, "record stop")
     well.unit.settle()
     assert verdicts(well.ask("--json").object)["markers"] == "ok"
+
+
+def past(folder):
+    """A clock that stands where one without a battery starts."""
+    with open(os.path.join(folder, "clock"), "wb") as file:
+        file.write(struct.pack("=q", -int(time.time() - 10 ** 9) * 10 ** 9))
+    return {"CCU_CLOCK": file.name}
+
+
+def zones(folder, *names):
+    """Zone files of an image that lacks some or all."""
+    for name in names:
+        touch(os.path.join(folder, name))
+    return {"CCU_ZONES": str(folder)}
+
+
+def silent_bus(folder):
+    """One that takes connections, and does nothing with them."""
+    listener = socket.socket(socket.AF_UNIX)
+    listener.bind(os.path.join(folder, "bus"))
+    listener.listen()
+    return {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={listener.getsockname()}", "silent": listener}
+
+
+#: What of the system is another, the check that tells it, its verdict, and what it says.
+SYSTEMS = {
+    "the past": (past, "clock", "wrong", "it stands in the year 2001"),
+    "no zones": (zones, "zones", "missing", "there is none in /usr/share/zoneinfo/CCU/"),
+    "no summer": (lambda folder: zones(folder, "Paris"), "zones", "missing",
+                  "there is none in /usr/share/zoneinfo/CCU/DST"),
+    "no system bus": (lambda folder: {"DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/bus"}, "system bus", "missing",
+                      "No such file or directory"),
+    "a silent system bus": (silent_bus, "system bus", "wrong", "it does not answer"),
+}
+
+
+@pytest.mark.parametrize("what", SYSTEMS)
+def test_the_system_is_another(well, tmp_path, what):
+    """It is told, and what it means."""
+    making, check, verdict, text = SYSTEMS[what]
+    variables = making(tmp_path)
+    listener = variables.pop("silent", None)
+    told = well.ask("--json", patience=PATIENTLY if listener is None else "--timeout 0.1", **variables)
+    if listener is not None:
+        listener.close()
+    [found] = [item for item in told.object["checks"] if item["check"] == check]
+    assert (told.status, found["verdict"], found["found"]) == (REFUSED, verdict, text), told.out
+    assert found["meaning"] and found["remedy"]
 
 
 # Bus and controller ---------------------------------------------------------------------------------------------------

@@ -2,11 +2,14 @@
 
 import json
 import os
+import re
 
 import pytest
 
 from tests.integration.controllerctl_cases import (
-    DONE, NAMED_ALIKE, PATH, REFUSED, STATUS, TIME_OUT, UNREACHABLE, USAGE, Running, prepare_status, run)
+    DONE, NAMED_ALIKE, PATH, PROGRAM, REFUSED, STATUS, TIME_OUT, UNREACHABLE, USAGE, Running, environment, prepare_status,
+    run)
+from tests.integration.terminal import Terminal
 from virtual_unit import ABSENT, PATIENCE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
 from virtual_unit.controller import stand_in_controller
 
@@ -277,3 +280,30 @@ def test_watching(own_unit):
         ended = watch.end()
     assert ended.status == UNREACHABLE and "the bus cannot be reached" in ended.errors
     assert all(one != other for one, other in zip(states, states[1:]))
+
+
+def test_watching_on_a_terminal(own_unit):
+    """Shows it in the place of what was shown before, with the time of a recording that goes on; what cannot be told
+    stands below."""
+    command = ["sh", "-c", f"{PROGRAM} status --watch {PATIENTLY}; echo ended $?; read line"]
+    with Terminal(120, command, environment(own_unit)) as terminal:
+
+        def shown(pattern):
+            """The texts that a line is made of, when there is such a one: once."""
+            lines = terminal.wait_for(lambda lines: any(re.match(pattern, line) for line in lines))
+            [found] = [match for match in (re.match(pattern, line) for line in lines) if match]
+            return found.groups()
+
+        shown("video +off$")
+        run(own_unit, "volume 33")
+        shown("speaker +off, volume 33 %$")
+        assert run(own_unit, "record start").status == DONE
+        first = shown(r"video +recording for (\d+:\d\d), 1.0 kB on card$")
+        while shown(r"video +recording for (\d+:\d\d), 1.0 kB on card$") == first:
+            pass
+        own_unit.stop_daemon()
+        shown(f"the controller cannot be reached: {NO_OWNER}$")
+        shown("time +-$")
+        own_unit.stop_bus()
+        shown("controllerctl: the bus cannot be reached: ")
+        shown(f"ended {UNREACHABLE}$")

@@ -398,6 +398,20 @@ def test_siblings_are_followed(daemon_unit):
         daemon_unit.storage.add_device("internal", os.path.join(daemon_unit.directory, "media", "internal"))
 
 
+def test_values_of_every_type_by_siblings(daemon_unit):
+    """Are told as JSON has them, containers in one piece."""
+    signature = "ybnqiuxtdsoga{ia{sv}}(ybas)v"
+    values = [255, True, -2 ** 15, 2 ** 16 - 1, -2 ** 31, 2 ** 32 - 1, -2 ** 63, 2 ** 64 - 1, 0.25, "text", "/a/path",
+              "a{sv}", {7: {"of it": Typed("au", [1, 2])}}, (1, False, ["a", "b"]), Typed("(ss)", ("one", "two"))]
+    with Running(daemon_unit, "monitor --follow-siblings --json") as as_json, \
+            Running(daemon_unit, "monitor --follow-siblings") as monitor:
+        daemon_unit.hardware.emit("/com/tavilon/common/Halvex1", "com.tavilon.common.Halvex1.Control", "Later", *values,
+                                  signature=signature)
+        assert as_json.object()["arguments"] == [
+            *values[:12], {"7": {"of it": [1, 2]}}, [1, False, ["a", "b"]], ["one", "two"]]
+        assert monitor.line().endswith(' "/a/path" "a{sv}" {"7":{"of it":[1,2]}} [1,false,["a","b"]] ["one","two"]')
+
+
 def test_pictures_and_playback_by_the_daemon(daemon_unit):
     """Paths come back, files are there and are played."""
     picture = run(daemon_unit, "snapshot").out.removesuffix("\n")
