@@ -57,7 +57,7 @@ endif()
 
 # First in a program's link line: the loader looks for each name that any library uses in one library after the other, in
 # the order of the program's list, and these two have most of them. The C library would be the last by itself, behind all
-# that the daemon is linked to: a third of the loader's work. Sanitizers have libraries that must come before it.
+# that the daemon is linked to, which is a sixth of the loader's work. Sanitizers have libraries that must come before it.
 set(CCU_FIRST stdc++)
 if(NOT CCU_SANITIZE)
     list(APPEND CCU_FIRST -Wl,--push-state,--no-as-needed,-l:libc.so.6,--pop-state)
