@@ -167,10 +167,13 @@ class Daemon:
         if self._process is None:
             return None
         self._note_unexpected_end()
-        if self.alive:
-            self._bidden.add(self._process)
-            self._process.send_signal(number)
-        return self._wait(timeout)
+        if not self.alive:
+            return self._wait(timeout)
+        self._bidden.add(self._process)
+        self._process.send_signal(number)
+        status = self._wait(timeout)
+        self._note_other_end(status, number)
+        return status
 
     def wait_exit(self, timeout=PATIENCE):
         """Waits for the process to end by itself; returns the exit status."""
@@ -194,6 +197,11 @@ class Daemon:
 
     def _note_unexpected_end(self):
         self.unexpected_end = self.unexpected_end or (self._process is not None and not self.alive)
+
+    def _note_other_end(self, status, number):
+        """Notes an end by another signal than was sent: who is dying, and has closed its connections, looks alive for a
+        moment yet."""
+        self.unexpected_end = self.unexpected_end or (status < 0 and status != -number)
 
     def _wait(self, timeout):
         try:
@@ -227,9 +235,9 @@ class Daemon:
     def discard(self, release):
         """Ends whatever still runs; `release` frees a daemon that waits for an answer.  Returns what went wrong."""
         self._note_unexpected_end()
-        problems = ["the daemon ended unexpectedly"] if self.unexpected_end else []
-        if self._process is not None:
-            problems.extend(self._discard_process(release))
+        problems = [] if self._process is None else self._discard_process(release)
+        if self.unexpected_end:
+            problems.insert(0, "the daemon ended unexpectedly")
         self._close_notify()
         return problems + self.sanitizer_reports()
 
@@ -239,7 +247,7 @@ class Daemon:
         for step, timeout in zip(steps, END_SECONDS):
             step()
             try:
-                self._process.wait(timeout)
+                self._note_other_end(self._process.wait(timeout), number)
                 self._end_remains()
                 return []
             except subprocess.TimeoutExpired:

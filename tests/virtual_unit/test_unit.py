@@ -165,6 +165,16 @@ def test_unexpected_end_is_an_error(build_dir):
     assert not os.path.exists(directory)
 
 
+@pytest.mark.parametrize("stops", [True, False])
+def test_an_end_that_nobody_could_see_yet_is_told(build_dir, monkeypatch, stops):
+    """A process that dies has closed its connections a moment before it can be seen to end."""
+    monkeypatch.setattr("virtual_unit.daemon.Daemon._note_unexpected_end", lambda self: None)
+    with pytest.raises(DaemonFailure, match="ended unexpectedly"), VirtualUnit(build_dir) as unit:
+        os.kill(unit.pid, signal.SIGSEGV)
+        if stops:
+            unit.stop_daemon()
+
+
 @pytest.mark.parametrize("mode, message", [("dies before ready", "ended with 3 before it was ready"),
                                            ("ignores SIGTERM", "did not end after SIGTERM"),
                                            ("sanitizer report", "something bad")])
