@@ -236,7 +236,8 @@ def _end(number, _frame):
 def main(words):
     """Does what the words say; the exit status."""
     for number in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, _end)
+        if signal.getsignal(number) is not signal.SIG_IGN:  # as nohup has it
+            signal.signal(number, _end)
     try:
         arguments = parse(words)
         if arguments.word not in ("stop", "clean") and not arguments.list and (missing := missing_programs()):

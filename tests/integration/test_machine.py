@@ -204,8 +204,9 @@ def test_a_test_that_is_ended_ends_its_machine(tmp_path, number):
         (tmp_path / name).chmod(0o755)
     environment = {**os.environ, "PYTHONPATH": ROOT, "PATH": f"{tmp_path}:{os.environ['PATH']}"}
     machine = qemu.Machine(str(tmp_path), str(tmp_path / "test"))
-    with subprocess.Popen([sys.executable, "-c", _TEST, str(tmp_path)], env=environment, cwd=ROOT,
-                          stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as command:
+    # Whoever runs the tests may ignore one of them, as a shell has its jobs in the background ignore interruptions.
+    with subprocess.Popen(["env", "--default-signal", sys.executable, "-c", _TEST, str(tmp_path)], env=environment,
+                          cwd=ROOT, stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as command:
         try:
             deadline = time.monotonic() + PATIENCE
             while (pid := machine.pid) is None:
