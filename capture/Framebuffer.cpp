@@ -41,8 +41,8 @@ int ReadFully(int descriptor, uint8_t* bytes, size_t length, int64_t offset)
 constexpr uint64_t hugePage = uint64_t{2} << 20U;
 
 /// Memory for so many bytes. For what needs more than a huge page of it, in huge pages where the kernel has them, which
-/// takes less than half the time; and handed out all at once in any case, since page by page, as it is written to, takes
-/// the longest. A kernel that can do neither, or has none, says so in its own time.
+/// takes less than half the time; and handed out all at once in any case, since page by page, as it is written to,
+/// takes the longest. A kernel that can do neither, or has none, says so in its own time.
 uint8_t* TakeMemory(uint64_t length)
 {
     constexpr uint64_t largestScreen = uint64_t{64} << 20U; // what is larger is no screen but a driver's mistake
