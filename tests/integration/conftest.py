@@ -6,6 +6,7 @@ from tests.integration.client_driver import ClientDriver
 from tests.integration.fault_matrix import Matrix
 from tests.integration.lender import Lender
 from virtual_unit import AT_ONCE, VirtualUnit
+from virtual_unit.controller import stand_in_controller
 
 
 @pytest.fixture(scope="module", name="lender")
@@ -28,6 +29,13 @@ def unit(lender):
 def own_unit():
     """A unit with the daemon running, which nobody else has."""
     with VirtualUnit() as started:
+        yield started
+
+
+@pytest.fixture(scope="module")
+def stand_in():
+    """A unit with nothing but the controller's stand-in, for all tests of a file."""
+    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
         yield started
 
 

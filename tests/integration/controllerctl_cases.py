@@ -9,6 +9,8 @@ import signal
 import subprocess
 from dataclasses import dataclass, field
 
+import pytest
+
 from interfaces.introspection import controller_members
 from virtual_unit import PATIENCE
 from virtual_unit.loop import spawn
@@ -22,6 +24,12 @@ _COUNTED_SECONDS = 10
 SUCCESS = {"code": 0, "message": "Ran successfully"}
 
 DONE, REFUSED, USAGE, UNREACHABLE, TIME_OUT = range(5)
+
+
+@pytest.fixture(scope="module", name="unit")
+def stand_in_fixture(stand_in):
+    """A unit with nothing but the controller's stand-in, for a file that imports this."""
+    return stand_in
 
 
 @dataclass(frozen=True)

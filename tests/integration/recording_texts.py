@@ -3,6 +3,8 @@
 import os
 from dataclasses import dataclass
 
+from virtual_unit.stage import ANSWERS as MESSAGES
+
 ERROR, INFO, DEBUG = 3, 6, 7
 
 EMIT = "int32_t Videod::VideoDaemonDbusHandler::EmitPropertiesChanged(const sdbus_utils::PropertyMap&)"
@@ -10,17 +12,6 @@ CAMERA = "void ControllerDaemon::GetCameraAngles(JobsManagerD::cameraAngles_t&)"
 REEL = "void ControllerDaemon::GetReelDistances(JobsManagerD::reelDistance_t&)"
 
 CARD = "/com/tavilon/common/StorageDaemon1/card"
-
-MESSAGES = {
-    0: "Ran successfully",
-    -1: "Unknown error",
-    -2: "Power is too low - unable to record",
-    -3: "Storage is too low - unable to record",
-    -4: "Unable to create path for recording",
-    -7: "No current job - unable to record",
-    -8: "Not in correct state to perform record action",
-    -10: "Failed to add media item to job",
-}
 
 
 def info(text):

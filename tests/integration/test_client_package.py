@@ -12,8 +12,6 @@ from interfaces.introspection import controller_text
 from tests.integration.client_driver import error
 from tests.integration.installed_client import (  # pylint: disable=unused-import
     ROOT, cached, install, library_folder_fixture, prefix_fixture, run)
-from virtual_unit import VirtualUnit
-from virtual_unit.controller import stand_in_controller
 
 INTERFACE = "com.tavilon.common.Controller1.Control"
 CLASS = "Controllerd::ControllerDaemonDbusHandler::"
@@ -35,13 +33,6 @@ def example_fixture(tmp_path_factory):
     return folder
 
 
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
-
-
 def check_program(unit, program, library_folder):
     """The program takes a snapshot by the controller that is there, and tells of one that is not."""
     environment = {**os.environ, **unit.daemon.environment(), "LD_LIBRARY_PATH": library_folder}
@@ -61,21 +52,21 @@ def check_program(unit, program, library_folder):
         "std::string&, int&, std::string&): Cannot open bus")]
 
 
-def test_a_program_is_built_by_the_cmake_package(unit, prefix, library_folder, example):
+def test_a_program_is_built_by_the_cmake_package(stand_in, prefix, library_folder, example):
     """As the manual says."""
     build = str(example / "build")
     run("cmake", "-S", str(example), "-B", build, f"-DCMAKE_PREFIX_PATH={prefix}",
         f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}")
     run("cmake", "--build", build)
-    check_program(unit, os.path.join(build, "snapshot"), library_folder)
+    check_program(stand_in, os.path.join(build, "snapshot"), library_folder)
 
 
-def test_a_program_is_built_by_pkg_config(unit, library_folder, example):
+def test_a_program_is_built_by_pkg_config(stand_in, library_folder, example):
     """As the manual says."""
     script = (example / "build.sh").read_text().replace("c++", '"$CXX"', 1)
     run("sh", "-e", "-c", script, cwd=example, env={**os.environ, "CXX": cached("CMAKE_CXX_COMPILER"),
                                                     "PKG_CONFIG_PATH": os.path.join(library_folder, "pkgconfig")})
-    check_program(unit, str(example / "snapshot"), library_folder)
+    check_program(stand_in, str(example / "snapshot"), library_folder)
 
 
 @pytest.mark.parametrize("wanted, suits", [("1.0", True), ("1.1", True), ("1.1.0", True), ("1.2", False),

@@ -6,22 +6,16 @@ from datetime import datetime, timezone
 import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
-from tests.integration.time_texts import (
-    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second, told)
-from virtual_unit import LATE, REFUSE, Client, VirtualUnit
+from tests.integration.time_texts import (  # pylint: disable=unused-import
+    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second,
+    shared_fixture, told)
+from virtual_unit import LATE, REFUSE, Client
 
 #: Zones by what they are for: standard time of no hour at all, west, and daylight saving of both hemispheres.
 LONDON, NEW_YORK, KATHMANDU, LORD_HOWE = "CCU/London", "CCU/New_York", "CCU/Kathmandu", "CCU/Lord_Howe"
 PARIS_DST, AUCKLAND_DST = "CCU/DST/Paris", "CCU/DST/Auckland"
 SECONDS = 1_750_000_000  # 2025-06-15 15:06:40 UTC
 TIMEDATED = ("org.freedesktop.timedate1", "/org/freedesktop/timedate1", "org.freedesktop.timedate1")
-
-
-@pytest.fixture(scope="module", name="shared")
-def shared_fixture():
-    """One unit for all."""
-    with VirtualUnit() as started:
-        yield started
 
 
 @pytest.fixture(name="unit")

@@ -11,11 +11,10 @@ import pytest
 
 from interfaces.introspection import controller_members
 from interfaces.pages import changes_of
-from tests.integration.controllerctl_cases import (
-    CASES, DONE, NAMED_ALIKE, PROGRAM, USAGE, VERBS, Running, environment, prepare_status, run)
-from virtual_unit import PATIENCE, VirtualUnit
+from tests.integration.controllerctl_cases import (  # pylint: disable=unused-import
+    CASES, DONE, NAMED_ALIKE, PROGRAM, USAGE, VERBS, Running, environment, prepare_status, run, stand_in_fixture)
+from virtual_unit import PATIENCE
 from virtual_unit.client import INTERFACE, PATH
-from virtual_unit.controller import stand_in_controller
 from virtual_unit.values import zero
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -24,13 +23,6 @@ COMPLETION = {"bash": os.path.join(FOLDER, "completion", "controllerctl.bash"),
               "zsh": os.path.join(FOLDER, "completion", "_controllerctl")}
 SHELL = {"bash": ["bash", "--norc", "--noprofile", "-c"], "zsh": ["zsh", "-f", "-c"]}
 EVERYWHERE = {"--json", "--help", "--machine", "--host", "--address"}
-
-
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 def read(*path):

@@ -6,9 +6,8 @@ import subprocess
 
 import pytest
 
-from tests.integration.controllerctl_cases import DONE, PROGRAM, UNREACHABLE, environment, run
-from virtual_unit import VirtualUnit
-from virtual_unit.controller import stand_in_controller
+from tests.integration.controllerctl_cases import (  # pylint: disable=unused-import
+    DONE, PROGRAM, UNREACHABLE, environment, run, stand_in_fixture)
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -19,13 +18,6 @@ printf '%s\\n' "${0##*/}" "$@" >>"$CCU_NOTES"
 echo . >>"$CCU_NOTES"
 exec systemd-stdio-bridge -p"$CCU_BUS"
 """
-
-
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 @pytest.fixture(name="away")

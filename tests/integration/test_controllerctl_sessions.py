@@ -5,22 +5,14 @@ import re
 
 import pytest
 
-from tests.integration.controllerctl_cases import PROGRAM, environment, prepare_status, run
+from tests.integration.controllerctl_cases import (  # pylint: disable=unused-import
+    PROGRAM, environment, prepare_status, run, stand_in_fixture)
 from tests.integration.terminal import Terminal
-from virtual_unit import VirtualUnit
-from virtual_unit.controller import stand_in_controller
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 COMPLETION = os.path.join(ROOT, "controllerctl", "completion")
 #: What is made to fit.
 FITTING = ["--help", "record --help", "timezone set --help", "wait --help", "time set --help", "record", "dst", ""]
-
-
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 def variables(unit, colour):

@@ -10,8 +10,7 @@ from tests.integration.controllerctl_cases import (
     DONE, NAMED_ALIKE, PATH, PROGRAM, REFUSED, STATUS, TIME_OUT, UNREACHABLE, USAGE, Running, environment, prepare_status,
     run)
 from tests.integration.terminal import Terminal
-from virtual_unit import ABSENT, PATIENCE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
-from virtual_unit.controller import stand_in_controller
+from virtual_unit import ABSENT, PATIENCE, REFUSE, SILENT, WRONG_TYPE
 
 NO_OWNER = "The name com.tavilon.common.Controller1 was not provided by any .service files"
 SIBLINGS = ("video", "storage", "jobs", "hardware", "settings", "sync")
@@ -27,13 +26,6 @@ def rows(text):
         label = name or label
         found.setdefault(label, []).append(value)
     return found
-
-
-@pytest.fixture(scope="module", name="stand_in")
-def stand_in_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 @pytest.fixture(autouse=True)

@@ -8,18 +8,9 @@ import subprocess
 
 import pytest
 
-from tests.integration.controllerctl_cases import (
-    CASES, DONE, PROGRAM, REFUSED, USAGE, environment, prepare_status, run)
-from virtual_unit import VirtualUnit
-from virtual_unit.controller import stand_in_controller
+from tests.integration.controllerctl_cases import (  # pylint: disable=unused-import
+    CASES, DONE, PROGRAM, REFUSED, USAGE, environment, prepare_status, run, stand_in_fixture)
 from virtual_unit.syslog import SyslogReader
-
-
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 @pytest.fixture(autouse=True)

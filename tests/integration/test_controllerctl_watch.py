@@ -8,21 +8,13 @@ import signal
 
 import pytest
 
-from tests.integration.controllerctl_cases import (
-    CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Ended, Running, run)
+from tests.integration.controllerctl_cases import (  # pylint: disable=unused-import
+    CONTROL, DONE, PATH, REFUSED, SUCCESS, TIME_OUT, UNREACHABLE, Ended, Running, run, stand_in_fixture)
 from virtual_unit import DIE, PATIENCE, REFUSE, SILENT, VirtualUnit
-from virtual_unit.controller import stand_in_controller
 from virtual_unit.values import Typed
 
 GONE = "the bus cannot be reached: "
 REMOVED = "Storage was removed - unable to continue recording"
-
-
-@pytest.fixture(scope="module", name="unit")
-def unit_fixture():
-    """A unit with nothing but the controller's stand-in."""
-    with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):
-        yield started
 
 
 @pytest.fixture(autouse=True)

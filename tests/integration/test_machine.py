@@ -199,7 +199,8 @@ sys.exit(commands.main(["test", "mixer", "--packages", sys.argv[1]]))
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGINT])
 def test_a_test_that_is_ended_ends_its_machine(tmp_path, number):
     """Which is in a session of its own, and in nobody's way for long: one that never says that it runs."""
-    for name, script in (("qemu-img", ":"), (qemu.PROGRAM, f"exec -a {qemu.PROGRAM} sleep infinity"), ("mkfs.vfat", ":")):
+    scripts = {"qemu-img": ":", "mkfs.vfat": ":", qemu.PROGRAM: f"exec -a {qemu.PROGRAM} sleep infinity"}
+    for name, script in scripts.items():
         (tmp_path / name).write_text(f"#!/bin/bash\n{script}\n")
         (tmp_path / name).chmod(0o755)
     environment = {**os.environ, "PYTHONPATH": ROOT, "PATH": f"{tmp_path}:{os.environ['PATH']}"}

@@ -3,25 +3,11 @@
 import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
-from tests.integration.time_texts import (
+from tests.integration.time_texts import (  # pylint: disable=unused-import
     ABSENT, GET_SETTING, GET_ZONE, LIST, LIST_LINE, LONDON, NO_DEFAULTS, SETTINGS_CHANGED, SET_ZONE, TIME,
-    bring_to_london, told, zone_set, zone_told)
-from virtual_unit import AT_ONCE, REFUSE, SILENT, VirtualUnit
+    london_fixture, shared_fixture, told, zone_set, zone_told)
+from virtual_unit import AT_ONCE, REFUSE, SILENT
 from virtual_unit.values import Typed
-
-
-@pytest.fixture(scope="module", name="shared")
-def shared_fixture():
-    """One unit for all that leave it running."""
-    with VirtualUnit() as started:
-        yield started
-
-
-@pytest.fixture(name="unit")
-def unit_fixture(shared):
-    """The unit in London, as its settings say."""
-    bring_to_london(shared)
-    return shared
 
 
 # Changes --------------------------------------------------------------------------------------------------------------

@@ -5,26 +5,13 @@ import os
 import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
-from tests.integration.time_texts import (
-    ABSENT, GET_ZONE, LIST, LIST_LINE, LONDON, SET_ZONE, ZONE_REFUSED, asked, bring_to_london, refused, told, zone_told)
-from virtual_unit import REFUSE, VirtualUnit, zones
+from tests.integration.time_texts import (  # pylint: disable=unused-import
+    ABSENT, GET_ZONE, LIST, LIST_LINE, LONDON, SET_ZONE, ZONE_REFUSED, asked, london_fixture, refused, shared_fixture,
+    told, zone_told)
+from virtual_unit import REFUSE, zones
 
 NOT_INSTALLED = " is not installed in the list of CCU timezones"
 NO_FILE = "Failed to set timezone via systemd-timedated CODE:-22"
-
-
-@pytest.fixture(scope="module", name="shared")
-def shared_fixture():
-    """One unit for all."""
-    with VirtualUnit() as started:
-        yield started
-
-
-@pytest.fixture(name="unit")
-def unit_fixture(shared):
-    """The unit in London, as its settings say."""
-    bring_to_london(shared)
-    return shared
 
 
 # Reading --------------------------------------------------------------------------------------------------------------

@@ -7,7 +7,7 @@ from zoneinfo import ZoneInfo
 import pytest
 
 from tests.integration.recording_texts import error, info
-from virtual_unit import DbusFailure, zones
+from virtual_unit import DbusFailure, VirtualUnit, zones
 
 _CLOCK_REALTIME_COARSE = 5  # of Linux
 
@@ -95,6 +95,20 @@ def bring_to_london(unit):
     unit.timedate.timezone = LONDON
     unit.settle()
     unit.client.clear()
+
+
+@pytest.fixture(scope="module", name="shared")
+def shared_fixture():
+    """One unit for all tests of a file that leave it running."""
+    with VirtualUnit() as started:
+        yield started
+
+
+@pytest.fixture(name="unit")
+def london_fixture(shared):
+    """The unit in London, as its settings say."""
+    bring_to_london(shared)
+    return shared
 
 
 def told(unit):

@@ -1,22 +1,16 @@
 #include "clients/hardware/BatteryLevelIcons.h"
 
-#include "dbus_helper/Handles.h"
 #include "tests/unit/support/SyslogCapture.h"
+#include "tests/unit/support/TestMessage.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
 #include <cerrno>
 
 namespace
 {
 
-using DbusHelper::BusHandle;
-using DbusHelper::MessageHandle;
 using Halvexd::BatteryLevelIcons;
 using Halvexd::ReadBatteryLevelIcons;
 using testing::ElementsAre;
@@ -27,48 +21,21 @@ constexpr const char* unreadable = "\xff\xfe";
 
 class BatteryLevelIconsTest : public testing::Test
 {
-  public:
-    BatteryLevelIconsTest(const BatteryLevelIconsTest&) = delete;
-    BatteryLevelIconsTest& operator=(const BatteryLevelIconsTest&) = delete;
-    BatteryLevelIconsTest(BatteryLevelIconsTest&&) = delete;
-    BatteryLevelIconsTest& operator=(BatteryLevelIconsTest&&) = delete;
-
   protected:
-    BatteryLevelIconsTest()
-    {
-        std::array<int, 2> ends{}; // messages are made for a started bus only: this one talks to nobody
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
-        peer_ = ends[1];
-        sd_bus* bus = nullptr;
-        EXPECT_GE(sd_bus_new(&bus), 0);
-        bus_.reset(bus);
-        EXPECT_GE(sd_bus_set_fd(bus, ends[0], ends[0]), 0);
-        EXPECT_GE(sd_bus_start(bus), 0);
-        sd_bus_message* message = nullptr;
-        EXPECT_GE(sd_bus_message_new(bus, &message, SD_BUS_MESSAGE_METHOD_CALL), 0);
-        message_.reset(message);
-        SyslogCapture::Take();
-    }
-
-    ~BatteryLevelIconsTest() override { close(peer_); }
+    BatteryLevelIconsTest() { SyslogCapture::Take(); }
 
     int Read(const std::string& text, const std::vector<std::string>& right, const std::vector<std::string>& left)
     {
-        EXPECT_GE(sd_bus_message_open_container(message_.get(), 'r', "sassas"), 0);
-        EXPECT_GE(sd_bus_message_append_basic(message_.get(), 's', text.c_str()), 0);
-        AppendTexts(right);
-        EXPECT_GE(sd_bus_message_append_basic(message_.get(), 's', "second text"), 0);
-        AppendTexts(left);
-        EXPECT_GE(sd_bus_message_close_container(message_.get()), 0);
-        return ReadSealed();
+        message_.AddContainer('r', "sassas", [&] {
+            message_.Add(text);
+            AppendTexts(right);
+            message_.Add(std::string("second text"));
+            AppendTexts(left);
+        });
+        return ReadIcons();
     }
 
-    int ReadSealed()
-    {
-        EXPECT_GE(sd_bus_message_seal(message_.get(), 1, 0), 0);
-        EXPECT_GE(sd_bus_message_rewind(message_.get(), 1), 0);
-        return ReadBatteryLevelIcons(message_.get(), icons_);
-    }
+    int ReadIcons() { return ReadBatteryLevelIcons(message_.Read(), icons_); }
 
     void ExpectError(const std::string& text, int result)
     {
@@ -77,24 +44,21 @@ class BatteryLevelIconsTest : public testing::Test
     }
 
     BatteryLevelIcons icons_;
-    MessageHandle message_;
+    TestMessage message_;
 
   private:
     /// Unchecked, as a faulty peer would.
     void AppendTexts(const std::vector<std::string>& texts)
     {
-        EXPECT_GE(sd_bus_message_open_container(message_.get(), 'a', "s"), 0);
-        for (const std::string& text : texts)
-        {
-            char* place = nullptr;
-            ASSERT_GE(sd_bus_message_append_string_space(message_.get(), text.size(), &place), 0);
-            text.copy(place, text.size());
-        }
-        EXPECT_GE(sd_bus_message_close_container(message_.get()), 0);
+        message_.AddContainer('a', "s", [&] {
+            for (const std::string& text : texts)
+            {
+                char* place = nullptr;
+                ASSERT_GE(sd_bus_message_append_string_space(message_.Get(), text.size(), &place), 0);
+                text.copy(place, text.size());
+            }
+        });
     }
-
-    int peer_ = -1;
-    BusHandle bus_;
 };
 
 TEST_F(BatteryLevelIconsTest, ReadsTextRightAndLeft)
@@ -116,8 +80,8 @@ TEST_F(BatteryLevelIconsTest, ReadsEmptyLists)
 
 TEST_F(BatteryLevelIconsTest, RefusesAnotherTypeWithoutALine)
 {
-    EXPECT_GE(sd_bus_message_append(message_.get(), "(sss)", "batteries", "right", "left"), 0);
-    EXPECT_EQ(ReadSealed(), -ENXIO);
+    EXPECT_GE(sd_bus_message_append(message_.Get(), "(sss)", "batteries", "right", "left"), 0);
+    EXPECT_EQ(ReadIcons(), -ENXIO);
     EXPECT_THAT(SyslogCapture::Take(), IsEmpty());
 }
 
