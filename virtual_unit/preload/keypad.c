@@ -11,10 +11,9 @@
  * terminal where an evdev node should be, or needs the recording of a real device.
  */
 #define _GNU_SOURCE
-#include <dlfcn.h>
+#include "paths.h"
+
 #include <errno.h>
-#include <fcntl.h>
-#include <limits.h>
 #include <linux/input.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -26,14 +25,10 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#define EXPORT __attribute__((visibility("default")))
-
 static const char database[] = "/run/udev";
 static const char nodes[] = "/dev/input/event";
 static const unsigned int inputMajor = 13;
 static const int firstMinor = 64;
-
-static void* real(const char* name) { return dlsym(RTLD_NEXT, name); }
 
 /*
  * umockdev's fclose(3) goes to the C library past a sanitizer, whose open_memstream(3) would then find a stream that it
@@ -57,34 +52,6 @@ static const char* place_of(const char* path, char space[PATH_MAX])
     }
     const int length = snprintf(space, PATH_MAX, "%s%s", root, path);
     return length > 0 && length < PATH_MAX ? space : path;
-}
-
-EXPORT int open(const char* path, int flags, ...)
-{
-    char space[PATH_MAX];
-    int (*next)(const char*, int, mode_t) = real("open");
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return next(place_of(path, space), flags, mode);
-}
-/* What a program calls that was compiled with _FORTIFY_SOURCE. */
-EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
-
-EXPORT FILE* fopen(const char* path, const char* mode)
-{
-    char space[PATH_MAX];
-    FILE* (*next)(const char*, const char*) = real("fopen");
-    return next(place_of(path, space), mode);
-}
-EXPORT FILE* fopen64(const char* path, const char* mode) { return fopen(path, mode); }
-
-EXPORT int access(const char* path, int mode)
-{
-    char space[PATH_MAX];
-    int (*next)(const char*, int) = real("access");
-    return next(place_of(path, space), mode);
 }
 
 /* Kept from umockdev, whose own cannot be called as early as sanitizers make the folder of their reports. */

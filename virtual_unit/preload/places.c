@@ -18,18 +18,13 @@
  * daemon under a wrapper of theirs, and do not let a test say what the screen shows.
  */
 #define _GNU_SOURCE
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <limits.h>
-#include <stdarg.h>
-#include <stdio.h>
+#include "paths.h"
+
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-
-#define EXPORT __attribute__((visibility("default")))
 
 /* What has the path, or is beneath it, is `inside` the folder that the variable names. */
 struct place
@@ -46,9 +41,6 @@ static const struct place places[] = {
     {"/proc/self/mountinfo", "CCU_MOUNTS", ""},   {"/dev/log", "CCU_DEV_LOG", ""},
 };
 
-static void* real(const char* name) { return dlsym(RTLD_NEXT, name); }
-
-/* The path that stands for the given one, which may be the given one; `space` holds it otherwise. */
 static const char* place_of(const char* path, char space[PATH_MAX])
 {
     for (size_t index = 0; index < sizeof places / sizeof places[0]; ++index)
@@ -67,19 +59,6 @@ static const char* place_of(const char* path, char space[PATH_MAX])
     return path;
 }
 
-EXPORT int open(const char* path, int flags, ...)
-{
-    char space[PATH_MAX];
-    int (*next)(const char*, int, mode_t) = real("open");
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return next(place_of(path, space), flags, mode);
-}
-/* What a program calls that was compiled with _FORTIFY_SOURCE. */
-EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
-
 EXPORT int openat(int folder, const char* path, int flags, ...)
 {
     char space[PATH_MAX];
@@ -90,15 +69,6 @@ EXPORT int openat(int folder, const char* path, int flags, ...)
     va_end(arguments);
     return next(folder, place_of(path, space), flags, mode);
 }
-
-/* Every C library of the last years has one file offset, so the names with 64 are the same functions. */
-EXPORT FILE* fopen(const char* path, const char* mode)
-{
-    char space[PATH_MAX];
-    FILE* (*next)(const char*, const char*) = real("fopen");
-    return next(place_of(path, space), mode);
-}
-EXPORT FILE* fopen64(const char* path, const char* mode) { return fopen(path, mode); }
 
 EXPORT int remove(const char* path)
 {
@@ -125,13 +95,6 @@ EXPORT int lstat(const char* path, struct stat* status)
     char space[PATH_MAX];
     int (*next)(const char*, struct stat*) = real("lstat");
     return next(place_of(path, space), status);
-}
-
-EXPORT int access(const char* path, int mode)
-{
-    char space[PATH_MAX];
-    int (*next)(const char*, int) = real("access");
-    return next(place_of(path, space), mode);
 }
 
 EXPORT int connect(int descriptor, const struct sockaddr* address, socklen_t length)
