@@ -33,6 +33,13 @@ def own_unit():
 
 
 @pytest.fixture(scope="module")
+def shared():
+    """A unit with the daemon running, for all tests of a file that leave it so."""
+    with VirtualUnit() as started:
+        yield started
+
+
+@pytest.fixture(scope="module")
 def stand_in():
     """A unit with nothing but the controller's stand-in, for all tests of a file."""
     with VirtualUnit(daemon=False, siblings=()) as started, stand_in_controller(started):

@@ -6,9 +6,8 @@ from datetime import datetime, timezone
 import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
-from tests.integration.time_texts import (  # pylint: disable=unused-import
-    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second,
-    shared_fixture, told)
+from tests.integration.time_texts import (
+    ABSENT, CLOCK_REFUSED, GATED, GET_ZONE, NOT_NOW, SET_CLOCK, SET_ZONE, asked, fields, refused, second, told)
 from virtual_unit import LATE, REFUSE, Client
 
 #: Zones by what they are for: standard time of no hour at all, west, and daylight saving of both hemispheres.

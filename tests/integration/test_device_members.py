@@ -10,25 +10,18 @@ from tests.integration import device_texts as texts
 from tests.integration.device_texts import FAILED, effect_of, read, write
 from tests.integration.recording_texts import error, info, opened
 from tests.integration.time_texts import without_clock
-from virtual_unit import PATIENCE, REFUSE, VirtualUnit
+from virtual_unit import PATIENCE, REFUSE
 
 INT_MIN, INT_MAX = -2 ** 31, 2 ** 31 - 1
 
 
-@pytest.fixture(scope="module", name="running")
-def running_unit():
-    """A unit for all tests that leave it as healthy as they found it."""
-    with VirtualUnit() as started:
-        yield started
-
-
 @pytest.fixture(name="unit")
-def healthy_unit(running):
+def healthy_unit(shared):
     """The unit, in which nothing fails any more after the test."""
-    yield running
-    running.faults.clear()
-    running.audio.mend()
-    for line in running.gpio.lines:
+    yield shared
+    shared.faults.clear()
+    shared.audio.mend()
+    for line in shared.gpio.lines:
         line.mend()
 
 

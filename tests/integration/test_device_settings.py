@@ -6,7 +6,7 @@ from tests.integration import device_texts as texts
 from tests.integration.device_texts import changed, effect_of, key_name
 from tests.integration.recording_texts import error, info
 from tests.integration.time_texts import without_clock
-from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE, VirtualUnit
+from virtual_unit import ABSENT, AT_ONCE, DIE, REFUSE, SILENT, WRONG_TYPE
 from virtual_unit.values import Typed
 
 STARTED = [info("syslog controller daemon started"), info("The controller is enabled")]
@@ -145,23 +145,16 @@ def test_values_that_cannot_be_applied_are_no_failure_of_the_start(make_unit):
 # Changes --------------------------------------------------------------------------------------------------------------
 
 
-@pytest.fixture(scope="module", name="running")
-def running_unit():
-    """A unit for all tests that leave it running."""
-    with VirtualUnit() as started:
-        yield started
-
-
 @pytest.fixture(name="followed")
-def unit_at_its_defaults(running):
+def unit_at_its_defaults(shared):
     """The unit, without faults and with the settings' defaults in force."""
-    yield running
-    running.faults.clear()
-    for line in running.gpio.lines:
+    yield shared
+    shared.faults.clear()
+    for line in shared.gpio.lines:
         line.mend()
     for section in ("audio", "sonde", "keyBeep"):
-        running.settings.change(section, {key: running.settings.value(section, key)
-                                          for key in running.settings.objects[running.settings.section_path(section)]
+        shared.settings.change(section, {key: shared.settings.value(section, key)
+                                         for key in shared.settings.objects[shared.settings.section_path(section)]
                                           .values})
 
 

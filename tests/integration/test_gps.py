@@ -5,18 +5,11 @@ import math
 import pytest
 
 from tests.integration.time_texts import NO_FIX, NOT_RIGHT_NOW, ZONE_REFUSED, asked, fields, refused, told
-from virtual_unit import REFUSE, VirtualUnit
+from virtual_unit import REFUSE
 
 MEMBERS = ("SetTimeGPS", "SetTimezoneGPS")
 T = 1_767_225_600
 BERLIN = (52.5218, 13.4015)
-
-
-@pytest.fixture(scope="module", name="shared")
-def shared_unit():
-    """A unit for all tests: what a test changes is put back by `unit`."""
-    with VirtualUnit() as started:
-        yield started
 
 
 @pytest.fixture(name="unit")

@@ -5,7 +5,7 @@ import pytest
 from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (  # pylint: disable=unused-import
     ABSENT, GET_SETTING, GET_ZONE, LIST, LIST_LINE, LONDON, NO_DEFAULTS, SETTINGS_CHANGED, SET_ZONE, TIME,
-    london_fixture, shared_fixture, told, zone_set, zone_told)
+    london_fixture, told, zone_set, zone_told)
 from virtual_unit import AT_ONCE, REFUSE, SILENT
 from virtual_unit.values import Typed
 

@@ -6,8 +6,8 @@ import pytest
 
 from tests.integration.recording_texts import debug, error, info, lines_of
 from tests.integration.time_texts import (  # pylint: disable=unused-import
-    ABSENT, GET_ZONE, LIST, LIST_LINE, LONDON, SET_ZONE, ZONE_REFUSED, asked, london_fixture, refused, shared_fixture,
-    told, zone_told)
+    ABSENT, GET_ZONE, LIST, LIST_LINE, LONDON, SET_ZONE, ZONE_REFUSED, asked, london_fixture, refused, told,
+    zone_told)
 from virtual_unit import REFUSE, zones
 
 NOT_INSTALLED = " is not installed in the list of CCU timezones"

@@ -7,7 +7,7 @@ from zoneinfo import ZoneInfo
 import pytest
 
 from tests.integration.recording_texts import error, info
-from virtual_unit import DbusFailure, VirtualUnit, zones
+from virtual_unit import DbusFailure, zones
 
 _CLOCK_REALTIME_COARSE = 5  # of Linux
 
@@ -87,27 +87,15 @@ def fields(unit, seconds, zone=None):
     return (moment.year, moment.month, moment.day, moment.hour, moment.minute, moment.second, "DST" in in_force)
 
 
-def bring_to_london(unit):
-    """Without faults, and without anything behind it: the unit in London, as its settings say."""
-    unit.faults.clear()
-    unit.settings.set_properties(TIME, {"zone": "London", "dst": False})
-    unit.settle()
-    unit.timedate.timezone = LONDON
-    unit.settle()
-    unit.client.clear()
-
-
-@pytest.fixture(scope="module", name="shared")
-def shared_fixture():
-    """One unit for all tests of a file that leave it running."""
-    with VirtualUnit() as started:
-        yield started
-
-
 @pytest.fixture(name="unit")
 def london_fixture(shared):
-    """The unit in London, as its settings say."""
-    bring_to_london(shared)
+    """Without faults, and without anything behind it: the unit in London, as its settings say."""
+    shared.faults.clear()
+    shared.settings.set_properties(TIME, {"zone": "London", "dst": False})
+    shared.settle()
+    shared.timedate.timezone = LONDON
+    shared.settle()
+    shared.client.clear()
     return shared
 
 

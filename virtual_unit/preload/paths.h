@@ -3,6 +3,8 @@
  * place of some. Who includes it says which: the path that stands for the given one, which may be the given one;
  * `space` holds it otherwise.
  */
+#pragma once
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
